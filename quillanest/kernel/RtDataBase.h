@@ -1,0 +1,155 @@
+// CRtDataBase: one database, a group of tables in one segment of the image.
+//
+// An object lives in one of two phases. In the catalogue phase (not mapped) it holds descriptors of its own, from which
+// the manager lays the segment out. Mapped, it is a view on the segment; lookups of the manager deliver such objects
+// bound but not mapped, and AttachShareMemory maps them.
+//
+// Lifetime: tables handed out refer to this object, which must outlive them. The manager must outlive the object.
+// Threads: an object is used by one thread at a time; threads that share a database use an object each.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+
+#include "quillanest/Export.h"
+#include "quillanest/kernel/RtTable.h"
+#include "quillanest/shm/ImageLayout.h"
+#include "quillanest/shm/ShareMemory.h"
+
+class CRtdbManager;
+
+namespace quillanest {
+struct DatabaseView;
+}
+
+class QUILLANEST_API CRtDataBase {
+ public:
+  // Not mapped, no manager; texts empty, DBID and DBType 0xFFFFFFFF, every other number 0.
+  CRtDataBase();
+  ~CRtDataBase();
+
+  // Takes over descriptor, mapped flag, manager and the segment's key and size, never the view and never the tables of
+  // a catalogue. A copy of a mapped object behaves as not mapped until it is attached.
+  CRtDataBase(const CRtDataBase &other);
+  CRtDataBase &operator=(const CRtDataBase &other);
+  // Binds the object to a descriptor: takes it over and sets the segment's key to DBID and its size to DBSize. Mapped
+  // flag, manager and an open view stay as they are.
+  CRtDataBase &operator=(const _db_attr &other);
+
+  // --- Mapping ------------------------------------------------------------------------------------------------------
+  // Maps the existing segment under the object's key; 1, also when the object holds a view already. 0 when there is no
+  // such segment or it is too small for a database.
+  int AttachShareMemory();
+  // Closes the view; always 1.
+  int DetachShareMemory();
+  // The mapped flag.
+  int IsInShareMemory() const;
+  // The first byte of the segment, null without a view.
+  char *GetStartAddress() const;
+  CRtdbManager *GetRtdbManager() const;
+  // The table and field descriptors in the segment; null when not mapped.
+  _table_attr *GetTableAddress() const;
+  _field_attr *GetFieldAddress() const;
+
+  // --- Descriptor ---------------------------------------------------------------------------------------------------
+  // Getters read the segment's descriptor when mapped and this object's own otherwise. Setters write both and refresh
+  // the manager's directory. Names of more than 24, caption names of more than 40 characters are ignored; one of full
+  // width puts its terminator into the byte behind it (for a caption name, the low byte of the ID).
+  char *GetDBName();
+  void SetDBName(const char *name);
+  char *GetDBCName();
+  void SetDBCName(const char *name);
+  unsigned int GetDBID() const;
+  // On a mapped database the directory then carries the new ID, and lookups no longer reach the segment, whose name
+  // was made from the old one.
+  void SetDBID(unsigned int id);
+  unsigned int GetDBType() const;
+  void SetDBType(unsigned int type);
+  int GetDBTableNum() const;
+  void SetDBTableNum(int count);
+  int GetDBFieldNum() const;
+  void SetDBFieldNum(int count);
+  int GetDBSize() const;  // bytes of the segment
+  void SetDBSize(int size);
+
+  // --- Tables -------------------------------------------------------------------------------------------------------
+  // Each fills `table` with the first match in slot order, binds it to this object and returns 1; 0 with `table`
+  // untouched when there is none. Names compare without regard to ASCII case.
+  int GetDBTableFromName(CRtTable &table, const char *name);
+  int GetDBTableFromCName(CRtTable &table, const char *name);
+  int GetDBTableFromID(CRtTable &table, unsigned int id);
+  int GetDBTableFromIndex(CRtTable &table, int slot);
+
+  int IfHasTable() const;
+  // Tables in slot order: start at GetFirstTablePostion (-1: no table), then GetNextTable until it is false. It fills
+  // `table` from slot `position` and moves on; false, with `position` -1, after the last table.
+  int GetFirstTablePostion() const;
+  bool GetNextTable(CRtTable &table, int &position);
+
+  // --- Catalogue ----------------------------------------------------------------------------------------------------
+  // Gives the object DBTableNum fresh table slots; 0 when they could never be laid out (a negative number, or more than
+  // a segment of 2 GB holds).
+  int CreateTableMemory();
+  // Forgets the table slots; always 1.
+  int ReleaseTableMemory();
+
+  // --- Records by table ID ------------------------------------------------------------------------------------------
+  // As the CRtTable operation of the same purpose on the table with that ID; 0 or null when there is none.
+  int GetTableFieldData(unsigned int tableID, int fieldIndex, unsigned int recordID, char *buffer);
+  int SetTableFieldData(unsigned int tableID, int fieldIndex, unsigned int recordID, const char *value);
+  char *GetTableRecordAt(unsigned int tableID, int position);
+  char *GetTableRecord(unsigned int tableID, unsigned int recordID);
+  // Updates the record whose key the buffer carries: 1, or 0 when it is absent.
+  int SetTableRecord(unsigned int tableID, const char *record, int projectID);
+  // The record area of a table; null when not mapped or without that table.
+  char *GetTableDataAddress(unsigned int tableID) const;
+  char *GetTableDataAddress(const char *tableName) const;
+  char *GetTableDataAddressAt(int slot) const;
+  int GetTableRecordCount(unsigned int tableID) const;
+
+  // --- Whole database -----------------------------------------------------------------------------------------------
+  // DeleteAllRecord on every table; always true.
+  bool DeleteAllRecord();
+  // Whether a table has modified records.
+  bool IsModified();
+  // Saves every table to the store that the configuration selects. False when not mapped, without a manager, or when a
+  // table could not be saved.
+  bool SaveData(int projectID);
+  // CommitProject on every table; always true.
+  bool CommitProject();
+
+ private:
+  friend class CRtdbManager;
+  friend struct quillanest::DatabaseView;
+
+  int InitAddTable(int slot, const CRtTable &table);
+  int InitAddField(const CRtField &field);
+  int CreateMem();
+
+  enum class DirectoryKey { kByID, kByName };
+  _db_attr &in_force();
+  const _db_attr &in_force() const;
+  void refresh_directory(DirectoryKey key);
+  void set_text(std::size_t offset, std::size_t width, const char *text);
+  template <class Member>
+  void set_member(Member _db_attr::*member, Member value, DirectoryKey key = DirectoryKey::kByID);
+  const _table_attr *slot_attr(int slot) const;
+  void fill_table(CRtTable &table, int slot);
+  template <class Matches>
+  int find_table(CRtTable &table, Matches matches);
+  template <class Matches>
+  const _table_attr *find_in_image(Matches matches) const;
+  char *data_address(const _table_attr *table) const;
+  template <class Visit>
+  void visit_slots(Visit visit);
+  bool compute_layout();
+  void write_slots();
+
+  _db_attr attr_;
+  int mapped_ = 0;
+  CRtdbManager *manager_ = nullptr;
+  CShareMemory segment_;
+  // Table slots while the catalogue is built; a slot that nobody filled has no entry and counts as a fresh CRtTable.
+  std::unique_ptr<std::map<int, CRtTable>> tables_;
+};

@@ -1,0 +1,142 @@
+// The catalogue phase of CRtDataBase: taking tables and fields, and laying the segment out.
+#include <limits>
+
+#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/SegmentAccess.h"
+
+using quillanest::DatabaseView;
+
+namespace {
+
+// A segment's size and every offset in it are 32-bit numbers.
+constexpr std::int64_t kLargestSegment = std::numeric_limits<std::int32_t>::max();
+
+// Table descriptors that a segment has room for.
+constexpr std::int64_t kMostTables =
+    (kLargestSegment - std::int64_t{sizeof(_db_attr)}) / std::int64_t{sizeof(_table_attr)};
+
+}  // namespace
+
+int CRtDataBase::CreateTableMemory() {
+  if (attr_.DBTableNum < 0 || attr_.DBTableNum > kMostTables) return 0;
+  tables_ = std::make_unique<std::map<int, CRtTable>>();
+  return 1;
+}
+
+int CRtDataBase::ReleaseTableMemory() {
+  tables_.reset();
+  return 1;
+}
+
+int CRtDataBase::InitAddTable(int slot, const CRtTable &table) {
+  if (slot < 0 || slot >= attr_.DBTableNum || tables_ == nullptr) return 0;
+  CRtTable &stored = (*tables_)[slot];
+  stored = table;
+  stored.SetDataBase(nullptr);  // the caller's may be a view on another table
+  return stored.CreateFieldMemory();
+}
+
+int CRtDataBase::InitAddField(const CRtField &field) {
+  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
+    const _table_attr *attr = slot_attr(slot);
+    if (attr == nullptr) return 0;
+    if (attr->TableID != field.GetTableID()) continue;
+    // A table that does not take the field, or has been laid out, does not make the field an error.
+    const bool building = tables_ != nullptr && tables_->contains(slot);
+    if (building) (void)(*tables_)[slot].InitAddField(field);
+    return 1;
+  }
+  return 0;
+}
+
+// Calls `visit(table)` for every slot in order, with a fresh table for a slot that nobody filled.
+template <class Visit>
+void CRtDataBase::visit_slots(Visit visit) {
+  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
+    const auto found = tables_->find(slot);
+    if (found != tables_->end()) {
+      visit(slot, found->second);
+    } else {
+      CRtTable fresh;
+      visit(slot, fresh);
+    }
+  }
+}
+
+// Computes the record size of every table and the offsets and size of the segment. False, for a catalogue that no
+// segment can hold, when a number is negative or the size exceeds 2 GB.
+bool CRtDataBase::compute_layout() {
+  std::int64_t fields = 0;
+  std::int64_t data = 0;
+  bool sound = attr_.DBTableNum <= kMostTables;
+  // Unfilled slots have neither fields nor records, so only the filled ones count.
+  for (auto &[slot, table] : *tables_) {
+    const std::int32_t count = table.attr_.TableFieldNum;
+    const std::int32_t capacity = table.attr_.RecordMaxCount;
+    std::int64_t record_size = 0;
+    sound = sound && slot < attr_.DBTableNum && count >= 0 && capacity >= 0 && table.fields_ != nullptr;
+    if (!sound) return false;
+    for (auto &[index, field] : *table.fields_) {
+      sound = sound && index < count && field.GetFieldSize() >= 0 && record_size <= kLargestSegment;
+      if (!sound) return false;
+      field.SetFieldOffset(static_cast<int>(record_size));
+      record_size += field.GetFieldSize();
+    }
+    fields += count;
+    if (record_size > kLargestSegment) return false;
+    table.SetTableSize(static_cast<int>(record_size));
+    data += record_size * capacity;
+    if (data > kLargestSegment || fields * std::int64_t{sizeof(_field_attr)} > kLargestSegment) return false;
+  }
+  if (!sound) return false;
+  const std::int64_t field_offset =
+      std::int64_t{sizeof(_db_attr)} + attr_.DBTableNum * std::int64_t{sizeof(_table_attr)};
+  const std::int64_t data_offset = field_offset + fields * std::int64_t{sizeof(_field_attr)};
+  if (data_offset + data > kLargestSegment) return false;
+  attr_.TableOffset = sizeof(_db_attr);
+  attr_.FieldOffset = static_cast<std::int32_t>(field_offset);
+  attr_.DBFieldNum = static_cast<std::int32_t>(fields);
+  attr_.DataOffset = static_cast<std::int32_t>(data_offset);
+  attr_.DBSize = static_cast<std::int32_t>(data_offset + data);
+  return true;
+}
+
+// Copies table and field descriptors to their places in the new segment.
+void CRtDataBase::write_slots() {
+  std::byte *base = quillanest::SegmentAccess::bytes(segment_).data();
+  std::int32_t field_offset = attr_.FieldOffset;
+  std::int32_t data_offset = attr_.DataOffset;
+  visit_slots([&](int slot, CRtTable &table) {
+    table.SetFieldOffset(field_offset);
+    table.SetDataOffset(data_offset);
+    int record_offset = 0;
+    for (int index = 0; index < table.attr_.TableFieldNum; ++index) {
+      CRtField field;  // a slot that nobody filled still lies at its place in the record
+      field.SetFieldOffset(record_offset);
+      if (table.fields_ != nullptr) {
+        if (const auto found = table.fields_->find(index); found != table.fields_->end()) field = found->second;
+      }
+      record_offset = field.GetFieldOffset() + field.GetFieldSize();
+      quillanest::store(base + field_offset, field.attr_);
+      field_offset += std::int32_t{sizeof(_field_attr)};
+    }
+    quillanest::store(base + attr_.TableOffset + slot * std::int32_t{sizeof(_table_attr)}, table.attr_);
+    data_offset += table.attr_.TableSize * table.attr_.RecordMaxCount;
+    (void)table.ReleaseFieldMemory();
+  });
+}
+
+int CRtDataBase::CreateMem() {
+  if (attr_.DBTableNum < 1 || tables_ == nullptr || !compute_layout()) return 0;
+  segment_.SetKey(static_cast<int>(attr_.DBID));
+  if (segment_.Create(attr_.DBSize, false, true) == nullptr) return 0;
+  // A view that the object held already is returned whatever its size.
+  if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
+  write_slots();
+  quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
+  (void)ReleaseTableMemory();
+  mapped_ = 1;
+  return 1;
+}

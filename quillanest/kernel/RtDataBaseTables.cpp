@@ -1,0 +1,150 @@
+// Finding a database's tables, and its record functions by table ID.
+#include <string_view>
+
+#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+
+using quillanest::DatabaseView;
+
+namespace {
+
+auto name_is(const char *name) {
+  return [text = std::string_view(name)](const _table_attr &table) {
+    return quillanest::equal_ignoring_case(quillanest::block_text(table, offsetof(_table_attr, TableName)), text);
+  };
+}
+
+auto cname_is(const char *name) {
+  return [text = std::string_view(name)](const _table_attr &table) {
+    return quillanest::equal_ignoring_case(quillanest::block_text(table, offsetof(_table_attr, TableCName)), text);
+  };
+}
+
+auto id_is(unsigned int id) {
+  return [id](const _table_attr &table) { return table.TableID == id; };
+}
+
+}  // namespace
+
+// The descriptor in a slot: the image's when mapped, else that of the catalogue under construction, in which a slot
+// that nobody filled is a fresh one. Null when there is no such slot.
+const _table_attr *CRtDataBase::slot_attr(int slot) const {
+  if (slot < 0 || slot >= attr_.DBTableNum) return nullptr;
+  if (DatabaseView::is_mapped(*this)) return DatabaseView::table(*this, slot);
+  if (tables_ == nullptr) return nullptr;
+  static const CRtTable fresh;
+  const auto found = tables_->find(slot);
+  return found != tables_->end() ? &found->second.attr_ : &fresh.attr_;
+}
+
+// Fills the caller's table from a slot that exists and binds it to this database.
+void CRtDataBase::fill_table(CRtTable &table, int slot) {
+  table = *slot_attr(slot);
+  table.SetDataBase(this);
+}
+
+template <class Matches>
+int CRtDataBase::find_table(CRtTable &table, Matches matches) {
+  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
+    const _table_attr *attr = slot_attr(slot);
+    if (attr == nullptr) return 0;
+    if (!matches(*attr)) continue;
+    fill_table(table, slot);
+    return 1;
+  }
+  return 0;
+}
+
+int CRtDataBase::GetDBTableFromName(CRtTable &table, const char *name) {
+  return name == nullptr ? 0 : find_table(table, name_is(name));
+}
+
+int CRtDataBase::GetDBTableFromCName(CRtTable &table, const char *name) {
+  return name == nullptr ? 0 : find_table(table, cname_is(name));
+}
+
+int CRtDataBase::GetDBTableFromID(CRtTable &table, unsigned int id) { return find_table(table, id_is(id)); }
+
+int CRtDataBase::GetDBTableFromIndex(CRtTable &table, int slot) {
+  if (slot_attr(slot) == nullptr) return 0;
+  fill_table(table, slot);
+  return 1;
+}
+
+int CRtDataBase::IfHasTable() const { return in_force().DBTableNum > 0 ? 1 : 0; }
+
+int CRtDataBase::GetFirstTablePostion() const { return attr_.DBTableNum >= 1 ? 0 : -1; }
+
+bool CRtDataBase::GetNextTable(CRtTable &table, int &position) {
+  if (DatabaseView::is_mapped(*this) && GetTableAddress() == nullptr) return false;
+  if (GetDBTableFromIndex(table, position) == 0) {
+    position = -1;
+    return false;
+  }
+  ++position;
+  return true;
+}
+
+int CRtDataBase::GetTableFieldData(unsigned int tableID, int fieldIndex, unsigned int recordID, char *buffer) {
+  CRtTable table;
+  return GetDBTableFromID(table, tableID) != 0 ? table.GetFieldData(recordID, fieldIndex, buffer) : 0;
+}
+
+int CRtDataBase::SetTableFieldData(unsigned int tableID, int fieldIndex, unsigned int recordID, const char *value) {
+  CRtTable table;
+  return GetDBTableFromID(table, tableID) != 0 ? table.SetFieldData(recordID, fieldIndex, value) : 0;
+}
+
+char *CRtDataBase::GetTableRecordAt(unsigned int tableID, int position) {
+  CRtTable table;
+  return GetDBTableFromID(table, tableID) != 0 ? table.GetAt(position) : nullptr;
+}
+
+char *CRtDataBase::GetTableRecord(unsigned int tableID, unsigned int recordID) {
+  CRtTable table;
+  return GetDBTableFromID(table, tableID) != 0 ? table.FindIDExclusive(recordID) : nullptr;
+}
+
+int CRtDataBase::SetTableRecord(unsigned int tableID, const char *record, int projectID) {
+  CRtTable table;
+  return GetDBTableFromID(table, tableID) != 0 && table.Update(record, -1, projectID) >= 0 ? 1 : 0;
+}
+
+// The first matching descriptor of the image, in as many slots as the segment's descriptor says; null when not mapped.
+template <class Matches>
+const _table_attr *CRtDataBase::find_in_image(Matches matches) const {
+  if (!DatabaseView::is_mapped(*this)) return nullptr;
+  const int count = in_force().DBTableNum;
+  for (int slot = 0; slot < count; ++slot) {
+    const _table_attr *attr = DatabaseView::table(*this, slot);
+    if (attr == nullptr || matches(*attr)) return attr;
+  }
+  return nullptr;
+}
+
+char *CRtDataBase::GetTableDataAddress(unsigned int tableID) const {
+  return data_address(find_in_image(id_is(tableID)));
+}
+
+char *CRtDataBase::GetTableDataAddress(const char *tableName) const {
+  return tableName == nullptr ? nullptr : data_address(find_in_image(name_is(tableName)));
+}
+
+char *CRtDataBase::GetTableDataAddressAt(int slot) const {
+  if (!DatabaseView::is_mapped(*this) || slot < 0 || slot >= in_force().DBTableNum) return nullptr;
+  return data_address(DatabaseView::table(*this, slot));
+}
+
+// Where a table's record area starts; null when that lies outside the segment.
+char *CRtDataBase::data_address(const _table_attr *table) const {
+  const std::span<std::byte> segment = DatabaseView::segment(*this);
+  if (table == nullptr || table->DataOffset < 0) return nullptr;
+  const auto offset = static_cast<std::size_t>(table->DataOffset);
+  return offset <= segment.size() ? quillanest::as_chars(segment.data() + offset) : nullptr;
+}
+
+int CRtDataBase::GetTableRecordCount(unsigned int tableID) const {
+  const _table_attr *table = find_in_image(id_is(tableID));
+  return table == nullptr ? 0 : quillanest::load_shared(table->RecordCount);
+}

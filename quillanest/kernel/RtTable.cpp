@@ -1,0 +1,150 @@
+// Descriptor, ownership and whole-table operations of CRtTable.
+#include "quillanest/kernel/RtTable.h"
+
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/ValueBytes.h"
+
+using quillanest::as_bytes;
+using quillanest::TableView;
+
+namespace {
+
+constexpr std::uint32_t kNoID = 0xFFFFFFFF;
+
+void copy_attr(_table_attr &to, const _table_attr &from) {
+  if (&to == &from) return;
+  quillanest::copy_block_text(to, from, offsetof(_table_attr, TableName));
+  quillanest::copy_block_text(to, from, offsetof(_table_attr, TableCName));
+  to.DataBaseID = from.DataBaseID;
+  to.TableID = from.TableID;
+  to.IndexInDB = from.IndexInDB;
+  to.TableSize = from.TableSize;
+  to.RecordMaxCount = from.RecordMaxCount;
+  to.TableFieldNum = from.TableFieldNum;
+  to.FieldOffset = from.FieldOffset;
+  to.DataOffset = from.DataOffset;
+  to.RecordCount = quillanest::load_shared(from.RecordCount);
+  to.IDExclusive = quillanest::load_shared(from.IDExclusive);
+}
+
+}  // namespace
+
+CRtTable::CRtTable() : attr_{} {
+  attr_.DataBaseID = kNoID;
+  attr_.TableID = kNoID;
+  attr_.IndexInDB = -1;
+  attr_.IDExclusive = 1;
+}
+
+CRtTable::~CRtTable() = default;
+
+CRtTable::CRtTable(const CRtTable &other) : attr_{}, database_(other.database_) { copy_attr(attr_, other.attr_); }
+
+CRtTable &CRtTable::operator=(const CRtTable &other) {
+  copy_attr(attr_, other.attr_);
+  database_ = other.database_;
+  return *this;
+}
+
+CRtTable &CRtTable::operator=(const _table_attr &other) {
+  copy_attr(attr_, other);
+  return *this;
+}
+
+void CRtTable::SetDataBase(CRtDataBase *database) { database_ = database; }
+
+bool CRtTable::IsInShareMemory() const { return TableView::descriptor(*this) != nullptr; }
+
+_table_attr &CRtTable::in_force() {
+  _table_attr *shared = TableView::descriptor(*this);
+  return shared != nullptr ? *shared : attr_;
+}
+
+const _table_attr &CRtTable::in_force() const {
+  const _table_attr *shared = TableView::descriptor(*this);
+  return shared != nullptr ? *shared : attr_;
+}
+
+char *CRtTable::GetTableName() { return in_force().TableName; }
+void CRtTable::SetTableName(const char *name) {
+  (void)quillanest::set_block_text(in_force(), offsetof(_table_attr, TableName), RTDB_NAME_SIZE, name);
+}
+char *CRtTable::GetTableCName() { return in_force().TableCName; }
+void CRtTable::SetTableCName(const char *name) {
+  (void)quillanest::set_block_text(in_force(), offsetof(_table_attr, TableCName), RTDB_CNAME_SIZE, name);
+}
+unsigned int CRtTable::GetDataBaseID() const { return in_force().DataBaseID; }
+void CRtTable::SetDataBaseID(unsigned int id) { in_force().DataBaseID = id; }
+unsigned int CRtTable::GetTableID() const { return in_force().TableID; }
+void CRtTable::SetTableID(unsigned int id) { in_force().TableID = id; }
+int CRtTable::GetIndexInDB() const { return in_force().IndexInDB; }
+void CRtTable::SetIndexInDB(int index) { in_force().IndexInDB = index; }
+int CRtTable::GetTableSize() const { return in_force().TableSize; }
+void CRtTable::SetTableSize(int size) { in_force().TableSize = size; }
+int CRtTable::GetRecordCount() const { return quillanest::load_shared(in_force().RecordCount); }
+void CRtTable::SetRecordCount(int count) { quillanest::store_shared(in_force().RecordCount, count); }
+int CRtTable::GetRecordMaxCount() const { return quillanest::load_shared(in_force().RecordMaxCount); }
+void CRtTable::SetRecordMaxCount(int count) { quillanest::store_shared(in_force().RecordMaxCount, count); }
+int CRtTable::GetTableFieldNum() const { return in_force().TableFieldNum; }
+void CRtTable::SetTableFieldNum(int count) { in_force().TableFieldNum = count; }
+
+unsigned int CRtTable::GetIDExclusive() {
+  _table_attr &attr = in_force();
+  const std::uint32_t next = quillanest::load_shared(attr.IDExclusive);
+  quillanest::store_shared(attr.IDExclusive, next + 1);
+  return next;
+}
+
+void CRtTable::SetIDExclusive(unsigned int id) { quillanest::store_shared(in_force().IDExclusive, id); }
+
+void CRtTable::SetFieldOffset(int offset) { in_force().FieldOffset = offset; }
+void CRtTable::SetDataOffset(int offset) { in_force().DataOffset = offset; }
+
+_table_attr *CRtTable::GetTableInfo() { return &in_force(); }
+
+_field_attr *CRtTable::GetFieldAddress() const {
+  const TableView view = TableView::of(*this);
+  return view ? view.fields() : nullptr;
+}
+
+char *CRtTable::GetDataAddress() const {
+  const TableView view = TableView::of(*this);
+  return view ? quillanest::as_chars(view.records) : nullptr;
+}
+
+int CRtTable::DeleteAllRecord() {
+  const TableView view = TableView::of(*this);
+  if (!view) return 0;
+  for (_table_attr *attr : {view.attr, &attr_}) {
+    quillanest::store_shared(attr->RecordCount, 0);
+    quillanest::store_shared(attr->IDExclusive, std::uint32_t{1});
+  }
+  return 1;
+}
+
+bool CRtTable::IsModified() const {
+  const TableView view = TableView::of(*this);
+  if (!view) return false;
+  const _field_attr *modified = find_version_fields(view).modified;
+  if (modified == nullptr) return false;
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (version_value(view, view.record(i), *modified) == 1) return true;
+  }
+  return false;
+}
+
+void CRtTable::InitRecordDefault(char *record) const {
+  const TableView view = TableView::of(*this);
+  if (!view || record == nullptr) return;
+  const std::span<std::byte> bytes(as_bytes(record), view.record_bytes());
+  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
+    const _field_attr *field = view.field(i);
+    if (field == nullptr) return;
+    if (field->FieldOffset < 0 || field->FieldOffset >= view.record_size) continue;
+    const std::string_view text =
+        quillanest::text_in({as_bytes(static_cast<const void *>(field->DefaultValue)), RTDB_DEFAULT_SIZE});
+    quillanest::store_default(field->FieldType, bytes.subspan(static_cast<std::size_t>(field->FieldOffset)), text);
+  }
+}

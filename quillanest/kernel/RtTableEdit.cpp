@@ -1,0 +1,188 @@
+// Inserting, updating and deleting records under the database's mutex, and their version stamps.
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "quillanest/kernel/RtTable.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/MutexEx.h"
+
+using quillanest::as_bytes;
+using quillanest::find_key;
+using quillanest::find_key_near;
+using quillanest::KeyPlace;
+using quillanest::TableView;
+
+namespace quillanest {
+namespace {
+
+enum EditAction { kInsertAction = 2, kUpdateAction = 3, kDeleteAction = 4 };
+
+// The mutex of a table's database, held for the life of the object.
+class DatabaseLock {
+ public:
+  explicit DatabaseLock(const TableView &view) {
+    // The name is the one in the segment, at most to the descriptor's end.
+    const auto &attr = *reinterpret_cast<const _db_attr *>(view.segment.data());
+    char name[sizeof(_db_attr) + 1] = {};
+    copy_text(std::as_writable_bytes(std::span(name).first(sizeof(_db_attr))),
+              block_text(attr, offsetof(_db_attr, DBName)));
+    is_held_ = mutex_.Create(name);
+    // By design [WaitNotExamined]: whatever the wait returns, an abandoned mutex included, the edit goes on.
+    if (is_held_) (void)mutex_.Wait(-1);
+  }
+  ~DatabaseLock() {
+    if (is_held_) (void)mutex_.Release();
+  }
+  DatabaseLock(const DatabaseLock &) = delete;
+  DatabaseLock &operator=(const DatabaseLock &) = delete;
+
+  [[nodiscard]] bool is_held() const noexcept { return is_held_; }
+
+ private:
+  CMutexEx mutex_;
+  bool is_held_ = false;
+};
+
+// By design [UpdateKeepsStatus]: an update changes the status of a committed record only.
+void stamp_status(const TableView &view, std::byte *record, const _field_attr &status, int action) {
+  if (action == kInsertAction) set_version_value(view, record, status, EDIT_STATUS_INSERTED);
+  if (action == kDeleteAction) set_version_value(view, record, status, EDIT_STATUS_DELETED);
+  if (action == kUpdateAction && version_value(view, record, status) == EDIT_STATUS_COMMITTED) {
+    set_version_value(view, record, status, EDIT_STATUS_UPDATED);
+  }
+}
+
+void stamp(const TableView &view, std::byte *record, int project, int action) {
+  const VersionFields fields = find_version_fields(view);
+  if (fields.modified != nullptr) set_version_value(view, record, *fields.modified, 1);
+  if (project == 0) return;
+  if (fields.project != nullptr) set_version_value(view, record, *fields.project, project);
+  if (fields.edit_status != nullptr) stamp_status(view, record, *fields.edit_status, action);
+}
+
+bool stamp_at(const TableView &view, std::int32_t position, int project, int action) {
+  std::byte *record = view.at(position);
+  if (record == nullptr) return false;
+  stamp(view, record, project, action);
+  return true;
+}
+
+// Takes the record out of the area: later records move down, the freed slot is zeroed. False without such a record.
+bool remove_record(const TableView &view, std::int32_t position) {
+  const std::int32_t last = view.count() - 1;
+  if (position < 0 || position > last) return false;  // another thread was faster
+  std::byte *record = view.record(position);
+  const std::uint32_t key = view.key_of(record);
+  std::memmove(record, view.record(position + 1), static_cast<std::size_t>(last - position) * view.record_bytes());
+  std::memset(view.record(last), 0, view.record_bytes());
+  view.set_count(last);
+  if (key == load_shared(view.attr->IDExclusive) - 1) {
+    store_shared(view.attr->IDExclusive, last > 0 ? view.key_at(last - 1) + 1 : std::uint32_t{1});
+  }
+  return true;
+}
+
+}  // namespace
+
+VersionFields find_version_fields(const TableView &view) noexcept {
+  VersionFields fields;
+  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
+    const _field_attr *field = view.field(i);
+    if (field == nullptr) break;
+    const char first = field->FieldName[0];
+    if (first != 'b' && first != 'B' && first != 'i' && first != 'I') continue;
+    const std::string_view name = block_text(*field, offsetof(_field_attr, FieldName));
+    if (fields.modified == nullptr && equal_ignoring_case(name, kModifiedField)) fields.modified = field;
+    if (fields.project == nullptr && equal_ignoring_case(name, kProjectField)) fields.project = field;
+    if (fields.edit_status == nullptr && equal_ignoring_case(name, kEditStatusField)) fields.edit_status = field;
+  }
+  return fields;
+}
+
+}  // namespace quillanest
+
+int CRtTable::Insert(char *record, int projectID) {
+  const TableView view = TableView::of(*this);
+  if (record == nullptr || !view) return -1;
+  // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
+  const std::int32_t count = view.count();
+  if (count < 0 || count >= view.capacity()) return -1;
+  const quillanest::DatabaseLock lock(view);
+  if (!lock.is_held()) return -1;
+
+  std::byte *buffer = as_bytes(record);
+  std::uint32_t key = view.key_of(buffer);
+  std::int32_t position = count;
+  const bool issued = key == 0;
+  if (issued) {
+    key = GetIDExclusive();
+    view.set_key(buffer, key);
+  } else {
+    const KeyPlace place = find_key(view, key);
+    if (place.found) return -2;
+    position = place.position;
+  }
+  if (position < 0 || position > count) return -1;
+
+  std::byte *slot = view.record(position);
+  if (position < count) {
+    std::memmove(slot + view.record_size, slot, static_cast<std::size_t>(count - position) * view.record_bytes());
+  } else if (!issued) {
+    // By design [ExplicitKeyMovesCounter]: a key placed at the end moves the counter, also down to key + 1.
+    quillanest::store_shared(view.attr->IDExclusive, key + 1);
+  }
+  std::memmove(slot, buffer, view.record_bytes());
+  view.set_count(count + 1);
+  (void)quillanest::stamp_at(view, position, projectID, quillanest::kInsertAction);
+  return position;
+}
+
+int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
+  const TableView view = TableView::of(*this);
+  if (!view || !view.holds(1)) return -1;
+  try {
+    // One byte at least, so that the buffer has an address.
+    std::vector<std::byte> record(std::max<std::size_t>(view.record_bytes(), 1));
+    view.set_key(record.data(), key);
+    // By design [DefaultReplacesKey]: defaults come after the key, so a default text on the key field replaces it.
+    if (fillDefaults != 0) InitRecordDefault(quillanest::as_chars(record.data()));
+    return Insert(quillanest::as_chars(record.data()), projectID);
+  } catch (const std::bad_alloc &) {
+    return -1;
+  }
+}
+
+int CRtTable::Update(const char *record, int hint, int projectID) {
+  const TableView view = TableView::of(*this);
+  if (record == nullptr || !view) return -1;
+  const std::byte *buffer = as_bytes(record);
+  const KeyPlace place = find_key_near(view, view.key_of(buffer), hint);
+  if (!place.found) return -1;
+  const quillanest::DatabaseLock lock(view);
+  if (!lock.is_held()) return -1;
+  // By design [PositionNotRechecked]: the position found before the mutex was taken is the one that is written.
+  std::memmove(view.record(place.position), buffer, view.record_bytes());
+  (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kUpdateAction);
+  return place.position;
+}
+
+int CRtTable::Delete(unsigned int key, int hint, int projectID) {
+  const TableView view = TableView::of(*this);
+  if (!view) return 0;
+  // By design [KeyZeroDeletesByPosition]: with key 0 the hint is the position, whatever key the record there has.
+  const KeyPlace place = key != 0 ? find_key_near(view, key, hint) : KeyPlace{view.at(hint) != nullptr, hint};
+  if (!place.found) return 0;
+  const quillanest::DatabaseLock lock(view);
+  if (!lock.is_held()) return 0;
+  if (projectID == 0) return quillanest::remove_record(view, place.position) ? 1 : 0;
+  (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kDeleteAction);
+  return 1;
+}
+
+int CRtTable::SetRecordVersionInfo(int position, int projectID, int action) {
+  const TableView view = TableView::of(*this);
+  return view && quillanest::stamp_at(view, position, projectID, action) ? 1 : 0;
+}

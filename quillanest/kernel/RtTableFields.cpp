@@ -1,0 +1,144 @@
+// The field directory of CRtTable.
+#include "quillanest/kernel/RtTable.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+
+using quillanest::TableView;
+
+namespace {
+
+auto name_is(const char *name) {
+  return [text = std::string_view(name)](const _field_attr &field) {
+    return quillanest::equal_ignoring_case(quillanest::block_text(field, offsetof(_field_attr, FieldName)), text);
+  };
+}
+
+auto cname_is(const char *name) {
+  return [text = std::string_view(name)](const _field_attr &field) {
+    return quillanest::equal_ignoring_case(quillanest::block_text(field, offsetof(_field_attr, FieldCName)), text);
+  };
+}
+
+auto id_is(unsigned int id) {
+  return [id](const _field_attr &field) { return field.FieldID == id; };
+}
+
+}  // namespace
+
+int CRtTable::CreateFieldMemory() {
+  // Slots cost nothing until they are filled, so any number that an image can hold is fine.
+  if (attr_.TableFieldNum < 0) return 0;
+  fields_ = std::make_unique<std::map<int, CRtField>>();
+  return 1;
+}
+
+int CRtTable::ReleaseFieldMemory() {
+  fields_.reset();
+  return 1;
+}
+
+int CRtTable::InitAddField(const CRtField &field) {
+  if (IsInShareMemory() || fields_ == nullptr) return -1;
+  const int index = field.GetIndexInTable();
+  if (index < 0 || index >= attr_.TableFieldNum) return -1;
+  (*fields_)[index] = field;
+  return index;
+}
+
+// The descriptor in a slot of the field directory: the image's when attached, else that of the catalogue under
+// construction. Null when there is no such slot.
+const _field_attr *CRtTable::field_slot(int index) const {
+  const _table_attr &attr = in_force();
+  if (index < 0 || index >= attr.TableFieldNum) return nullptr;
+  if (const TableView view = TableView::of(*this)) return view.field(index);
+  if (fields_ == nullptr) return nullptr;
+  static const CRtField fresh;
+  const auto found = fields_->find(index);
+  return found != fields_->end() ? &found->second.attr_ : &fresh.attr_;
+}
+
+// The first slot whose descriptor matches, or -1.
+template <class Matches>
+int CRtTable::find_field(Matches matches) const {
+  const int count = in_force().TableFieldNum;
+  if (const TableView view = TableView::of(*this)) {
+    for (int i = 0; i < count; ++i) {
+      const _field_attr *field = view.field(i);
+      if (field == nullptr) return -1;
+      if (matches(*field)) return i;
+    }
+    return -1;
+  }
+  if (fields_ == nullptr) return -1;
+  for (int i = 0; i < count; ++i) {
+    if (matches(*field_slot(i))) return i;
+  }
+  return -1;
+}
+
+int CRtTable::GetFieldFromName(CRtField &field, const char *name) const {
+  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(name_is(name)));
+}
+
+int CRtTable::GetFieldFromCName(CRtField &field, const char *name) const {
+  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(cname_is(name)));
+}
+
+int CRtTable::GetFieldFromID(CRtField &field, unsigned int id) const {
+  return GetFieldFromIndex(field, find_field(id_is(id)));
+}
+
+int CRtTable::GetFieldFromIndex(CRtField &field, int index) const {
+  const _field_attr *slot = field_slot(index);
+  if (slot == nullptr) return 0;
+  field = *slot;
+  return 1;
+}
+
+_field_attr *CRtTable::GetFieldFromName(const char *name) const {
+  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(name_is(name)));
+}
+
+_field_attr *CRtTable::GetFieldFromCName(const char *name) const {
+  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(cname_is(name)));
+}
+
+_field_attr *CRtTable::GetFieldFromID(unsigned int id) const { return GetFieldFromIndex(find_field(id_is(id))); }
+
+_field_attr *CRtTable::GetFieldFromIndex(int index) const {
+  const TableView view = TableView::of(*this);
+  return view && index >= 0 && index < view.attr->TableFieldNum ? view.field(index) : nullptr;
+}
+
+int CRtTable::FindFieldFromName(const char *name, bool bCName) const {
+  if (name == nullptr) return -1;
+  return bCName ? find_field(cname_is(name)) : find_field(name_is(name));
+}
+
+bool CRtTable::SetField(CRtField field) {
+  const int index = field.GetIndexInTable();
+  if (index < 0 || index >= in_force().TableFieldNum) return false;
+  if (const TableView view = TableView::of(*this)) {
+    _field_attr *slot = view.field(index);
+    if (slot == nullptr) return false;
+    *slot = field.attr_;
+    return true;
+  }
+  if (fields_ == nullptr) return false;
+  (*fields_)[index] = field;
+  return true;
+}
+
+bool CRtTable::IfHasField() const { return in_force().TableFieldNum > 0; }
+
+int CRtTable::GetFirstFieldPostion() const { return IfHasField() ? 0 : -1; }
+
+bool CRtTable::GetNextField(CRtField &field, int &position) const {
+  // By design [FieldsEndLate]: the call after the last field reports the end, unlike records, whose last one does.
+  if (GetFieldFromIndex(field, position) == 0) {
+    position = -1;
+    return false;
+  }
+  ++position;
+  return true;
+}

@@ -1,0 +1,140 @@
+// Single values of records, by key, by position and from text.
+#include <algorithm>
+#include <cstring>
+
+#include "quillanest/kernel/RtTable.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/ValueBytes.h"
+
+using quillanest::as_bytes;
+using quillanest::find_key;
+using quillanest::TableView;
+
+namespace {
+
+// How many of a field's bytes lie in `value`.
+std::size_t field_bytes(std::span<std::byte> value, const _field_attr &field) {
+  return std::min(value.size(), static_cast<std::size_t>(std::max(field.FieldSize, 0)));
+}
+
+// By design [TextCopyUnbounded]: a text is copied up to its terminator whatever the field's size says, and runs on into
+// what follows, at most to the end of the segment.
+void read_value(const TableView &view, std::byte *record, const _field_attr &field, char *buffer) {
+  const std::span<std::byte> value = view.value(record, field);
+  if (quillanest::is_text_type(field.FieldType)) {
+    const std::string_view text = quillanest::text_in(value);
+    if (!text.empty()) std::memmove(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+  } else if (const std::size_t size = field_bytes(value, field); size > 0) {
+    std::memmove(buffer, value.data(), size);
+  }
+}
+
+void write_value(const TableView &view, std::byte *record, const _field_attr &field, const char *buffer) {
+  const std::span<std::byte> value = view.value(record, field);
+  if (quillanest::is_text_type(field.FieldType)) {
+    quillanest::copy_text(value, buffer);
+  } else if (const std::size_t size = field_bytes(value, field); size > 0) {
+    std::memmove(value.data(), buffer, size);
+  }
+}
+
+// Stores a text in a field and cuts the caller's text to what was stored. A field without room for one stores nothing.
+void store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
+  if (field.FieldSize < 1) return;
+  const auto size = static_cast<std::size_t>(field.FieldSize);
+  // By design [CallerTextCut]: a text that is too long is cut in the caller's buffer.
+  if (std::strlen(text) >= size) text[size - 1] = '\0';
+  quillanest::copy_text(value, text);
+}
+
+bool store_field_text(std::span<std::byte> value, const _field_attr &field, char *text) {
+  switch (field.FieldType) {
+    case quillanest::kChar:
+    case quillanest::kUchar:
+      quillanest::store_part(value, *text);
+      return true;
+    case quillanest::kString:
+    case quillanest::kPasswd:
+      store_text(value, field, text);
+      return true;
+    case quillanest::kTime: {
+      SYSTEMTIME time{};
+      quillanest::read_time(text, {as_bytes(static_cast<void *>(&time)), sizeof time});
+      quillanest::store_part(value, time);
+      return true;
+    }
+    default:
+      return quillanest::store_value_of_text(field.FieldType, value, text);
+  }
+}
+
+}  // namespace
+
+int CRtTable::GetFieldData(unsigned int key, int fieldIndex, char *buffer) const {
+  const TableView view = TableView::of(*this);
+  if (buffer == nullptr || !view || key == 0 || fieldIndex >= view.attr->TableFieldNum) return 0;
+  const _field_attr *field = view.field(fieldIndex);
+  const quillanest::KeyPlace place = find_key(view, key);
+  if (field == nullptr || !place.found) return 0;
+  read_value(view, view.record(place.position), *field, buffer);
+  return 1;
+}
+
+int CRtTable::SetFieldData(unsigned int key, int fieldIndex, const char *value) {
+  const TableView view = TableView::of(*this);
+  // By design [SetFieldDataIndex]: the index may be as high as TableFieldNum, unlike in GetFieldData.
+  if (value == nullptr || !view || fieldIndex > view.attr->TableFieldNum) return 0;
+  const _field_attr *field = view.field(fieldIndex);
+  const quillanest::KeyPlace place = find_key(view, key);
+  if (field == nullptr || !place.found) return 0;
+  write_value(view, view.record(place.position), *field, value);
+  return 1;
+}
+
+int CRtTable::GetFieldDataAt(int position, int fieldIndex, char *buffer) const {
+  const TableView view = TableView::of(*this);
+  if (buffer == nullptr || !view) return 0;
+  std::byte *record = view.at(position);
+  const _field_attr *field = GetFieldFromIndex(fieldIndex);
+  if (record == nullptr || field == nullptr) return 0;
+  read_value(view, record, *field, buffer);
+  return 1;
+}
+
+int CRtTable::SetFieldDataAt(int position, int fieldIndex, const char *value) {
+  const TableView view = TableView::of(*this);
+  if (value == nullptr || !view) return 0;
+  std::byte *record = view.at(position);
+  const _field_attr *field = GetFieldFromIndex(fieldIndex);
+  if (record == nullptr || field == nullptr) return 0;
+  write_value(view, record, *field, value);
+  return 1;
+}
+
+int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int end) {
+  const TableView view = TableView::of(*this);
+  if (!view || value == nullptr) return 0;
+  // By design [EndPositionExclusive]: a negative end stands for the last position, which is left unchanged.
+  if (end < 0) end = view.count() - 1;
+  if (first >= end) return 1;
+  const _field_attr *field = view.field(fieldIndex);
+  if (field == nullptr || view.at(first) == nullptr) return 0;
+  end = std::min(end, view.capacity());  // slots past the area belong to another table
+  for (int i = first; i < end; ++i) {
+    const std::span<std::byte> place = view.value(view.record(i), *field);
+    if (const std::size_t size = field_bytes(place, *field); size > 0) std::memmove(place.data(), value, size);
+  }
+  return 1;
+}
+
+int CRtTable::SetFieldByText(int position, int fieldIndex, char *text) {
+  const TableView view = TableView::of(*this);
+  if (text == nullptr || !view) return 0;
+  std::byte *record = view.at(position);
+  const _field_attr *field = GetFieldFromIndex(fieldIndex);
+  if (record == nullptr || field == nullptr) return 0;
+  return store_field_text(view.value(record, *field), *field, text) ? 1 : 0;
+}

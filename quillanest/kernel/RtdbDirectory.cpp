@@ -1,0 +1,126 @@
+// The directory: finding databases and tables, and keeping directory records in step.
+#include <string_view>
+
+#include "quillanest/kernel/Directory.h"
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+
+using quillanest::block_text;
+using quillanest::DatabaseView;
+using quillanest::equal_ignoring_case;
+
+namespace {
+
+// The descriptor in the segment that a database object has mapped; it must have one.
+const _db_attr &mapped_attr(const CRtDataBase &database) {
+  return *quillanest::attr_at<_db_attr>(DatabaseView::segment(database), 0);
+}
+
+}  // namespace
+
+// The first present database whose own segment matches. The target is detached afterwards.
+// By design [MappedTarget]: a target that comes in mapped keeps its view for the first comparison.
+template <class Matches>
+int CRtdbManager::find_database(CRtDataBase &database, Matches matches) {
+  const Directory entries = usable_directory();
+  if (!entries) return 0;
+  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
+    database = entries.records[slot];
+    if (database.AttachShareMemory() == 0) continue;
+    const bool found = matches(mapped_attr(database));
+    if (found) database.manager_ = this;
+    (void)database.DetachShareMemory();
+    if (found) return 1;
+  }
+  return 0;
+}
+
+int CRtdbManager::GetDataBaseFromName(CRtDataBase &database, const char *name) {
+  if (name == nullptr) return 0;
+  return find_database(database, [text = std::string_view(name)](const _db_attr &attr) {
+    return equal_ignoring_case(block_text(attr, offsetof(_db_attr, DBName)), text);
+  });
+}
+
+int CRtdbManager::GetDataBaseFromCName(CRtDataBase &database, const char *name) {
+  if (name == nullptr) return 0;
+  return find_database(database, [text = std::string_view(name)](const _db_attr &attr) {
+    return equal_ignoring_case(block_text(attr, offsetof(_db_attr, DBCName)), text);
+  });
+}
+
+int CRtdbManager::GetDataBaseFromID(CRtDataBase &database, unsigned int id) {
+  return find_database(database, [id](const _db_attr &attr) { return attr.DBID == id; });
+}
+
+int CRtdbManager::GetFirstDataBasePostion(int &position) {
+  position = -1;
+  const Directory entries = usable_directory();
+  if (entries) position = entries.next_present(0);
+  return position >= 0 ? 1 : 0;
+}
+
+int CRtdbManager::GetNext(CRtDataBase &database, int &position) {
+  if (position < 0) return 0;
+  const Directory entries = usable_directory();
+  if (!entries) return 0;
+  for (int slot = entries.next_present(position); slot >= 0; slot = entries.next_present(slot + 1)) {
+    position = slot + 1;
+    database = entries.records[slot];
+    if (database.AttachShareMemory() == 0) continue;
+    database.manager_ = this;
+    (void)database.DetachShareMemory();
+    return 1;
+  }
+  position = -1;
+  return 0;
+}
+
+int CRtdbManager::FindTable(unsigned int tableID, CRtDataBase &database, CRtTable &table) {
+  const Directory entries = usable_directory();
+  if (!entries) return 0;
+  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
+    database = entries.records[slot];
+    if (database.AttachShareMemory() == 0) continue;
+    if (database.GetDBTableFromID(table, tableID) != 0) {
+      database.manager_ = this;
+      return 1;
+    }
+    (void)database.DetachShareMemory();
+  }
+  return 0;
+}
+
+template <class Matches>
+int CRtdbManager::update_directory(const _db_attr *attr, Matches matches) {
+  const Directory entries = usable_directory();
+  if (!entries || attr == nullptr) return 0;
+  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
+    if (!matches(entries.records[slot])) continue;
+    entries.records[slot] = *attr;
+    return 1;
+  }
+  return 0;
+}
+
+int CRtdbManager::UpdateDBInfo(const char *name, const _db_attr *attr) {
+  if (name == nullptr) return 0;
+  return update_directory(attr, [text = std::string_view(name)](const _db_attr &record) {
+    return equal_ignoring_case(block_text(record, offsetof(_db_attr, DBName)), text);
+  });
+}
+
+int CRtdbManager::UpdateDBInfo(unsigned int id, const _db_attr *attr) {
+  return update_directory(attr, [id](const _db_attr &record) { return record.DBID == id; });
+}
+
+int CRtdbManager::GetSystemTable(CRtTable &table, unsigned int tableID) {
+  return DatabaseView::is_mapped(system_) ? system_.GetDBTableFromID(table, tableID) : 0;
+}
+
+int CRtdbManager::GetSystemTable(CRtTable &table, const char *name) {
+  return DatabaseView::is_mapped(system_) ? system_.GetDBTableFromName(table, name) : 0;
+}
+
+bool CRtdbManager::IsSysTableModified() { return system_.IsModified(); }

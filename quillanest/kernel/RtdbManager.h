@@ -1,0 +1,139 @@
+// CRtdbManager: configuration, start-up, the directory of databases, load and save.
+//
+// A client program constructs one manager first, starts it, and keeps it for its whole run. The one that builds the
+// image from a schema file keeps it alive: the database segments go with the last manager that shares its catalogue.
+// Another manager of the same process attaches to the image.
+//
+// Every attribute of the image exists twice, in this object and, while the manager segment is mapped, in the image:
+// getters read the image's when it is mapped, setters write both.
+// Threads: a manager is used by one thread at a time.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <span>
+
+#include "quillanest/Export.h"
+#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/shm/ImageLayout.h"
+#include "quillanest/shm/ShareMemory.h"
+
+class QUILLANEST_API CRtdbManager {
+ public:
+  // Reads the configuration file conf/fix_Rtdb.ini below the installation root; without one the defaults count.
+  CRtdbManager();
+  ~CRtdbManager();
+
+  // Takes over attributes, system database descriptor and the segment's key, and shares the catalogue; mappings are not
+  // taken over, so the copy attaches before it sees the image.
+  CRtdbManager(const CRtdbManager &other);
+  CRtdbManager &operator=(const CRtdbManager &other);
+
+  // --- Start-up -----------------------------------------------------------------------------------------------------
+  // Attaches to an image that this process has already. Otherwise builds one: from the schema file and loading the
+  // system database (`bReopen` false), or re-opening the segments of an existing directory (`bReopen` true, the file is
+  // not used and no data is loaded). False when a step fails; the state reached by then stays.
+  // May throw _com_error when a relational store delivers a value that does not convert.
+  bool RtdbManagerInit(bool bReopen, const char *pszSchemaFile);
+  // Maps an existing manager segment and the system database in it; 1 or 0.
+  int AttachShareMemory();
+  // Unmaps the manager segment and the system database view; the catalogue's databases stay mapped.
+  void DetachShareMemory();
+  // Unmaps the manager segment.
+  void DestroyMemory();
+
+  // --- Attributes ---------------------------------------------------------------------------------------------------
+  // RTDB_STATUS_BUILDING, _LAID_OUT or _LOADED.
+  int GetRtdbStatus() const;
+  void SetRtdbStatus(int status);
+  int GetDataBaseMaxNum() const;
+  char *GetHostName();
+  char *GetSysIniFile();  // full path of the configuration file
+  char *GetDataPath();    // folder of the data files, as configured
+
+  // --- Directory ----------------------------------------------------------------------------------------------------
+  // The lookups deliver the first match in slot order: `database` bound to it, not mapped. 1, or 0 when there is none
+  // or the image is not laid out yet. `database` must not be mapped when it is passed in: matching reads the name in
+  // the segment that the object has mapped. Names compare without regard to ASCII case.
+  int GetDataBaseFromName(CRtDataBase &database, const char *name);
+  int GetDataBaseFromCName(CRtDataBase &database, const char *name);
+  int GetDataBaseFromID(CRtDataBase &database, unsigned int id);
+  // Databases in slot order: when GetFirstDataBasePostion is 1, call GetNext until it is 0. It delivers the database at
+  // `position` or the next one after it, not mapped, and moves on; 0, with `position` -1, after the last one.
+  int GetFirstDataBasePostion(int &position);
+  int GetNext(CRtDataBase &database, int &position);
+  // The first table with that ID in any database; `database` is delivered mapped.
+  int FindTable(unsigned int tableID, CRtDataBase &database, CRtTable &table);
+  // Overwrites the directory record of the database with that name or ID; 1, or 0 when there is none.
+  int UpdateDBInfo(const char *name, const _db_attr *attr);
+  int UpdateDBInfo(unsigned int id, const _db_attr *attr);
+
+  // The manager's own view on the system database; never null.
+  CRtDataBase *GetSystemDB();
+  // A table of the system database; 1, or 0 when it has none such or is not mapped.
+  int GetSystemTable(CRtTable &table, unsigned int tableID);
+  int GetSystemTable(CRtTable &table, const char *name);
+  bool IsSysTableModified();
+
+  // Forgets who is logged in and all rights.
+  void UserLogout();
+
+  // --- Catalogue ----------------------------------------------------------------------------------------------------
+  // Takes ownership of `database` and returns 1; 0, without ownership, when no slot is free or it is null.
+  int AddDataBase(CRtDataBase *database);
+  // Puts the table into the slot IndexInDB of the database DataBaseID; 0 when there is none such.
+  int AddTable(const CRtTable &table);
+  // Puts the field into the slot IndexInTable of the table TableID of the database DataBaseID; 0 when there is no such
+  // table or the slot is negative. A slot past the table's field number is accepted and ignored.
+  int AddField(const CRtField &field);
+
+  // --- Load and save ------------------------------------------------------------------------------------------------
+  // Text data files or the relational store, as key DataInFile of the configuration says at the time of the call.
+  // Loads write records without a lock: call them while nobody edits. Project 0 is the base data.
+  int LoadSystemDB();                      // 1 and status "loaded", or 0
+  int LoadAllCustomizedDB(int projectID);  // all databases but the system database; 1 and status "loaded", or 0
+  // True although single tables may have failed; false when there is no database.
+  bool SaveData(int projectID);
+  // Saves everything to text data files (`bToFile`) or to the relational store, whatever the configuration selects.
+  int SaveDataTo(bool bToFile);
+  // Merges a partial-update file into existing records: columns are found by name (by caption name when `bUseCName`),
+  // the first one selects the record, `separator` stands between values. True also when the file does not exist; false
+  // when database or table do not.
+  bool LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName, char separator);
+  // Replaces a table's records by those of a text data file. True, with the table unchanged, when the file does not
+  // exist; false when database or table do not exist or the file has no header.
+  bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
+  // Commits all projects of all tables. False when there is no database.
+  bool CommitProject();
+
+ private:
+  int CreateMem(int bReopen);
+  int CreateDBMem();
+  int ReadConfigInfo();
+  _rtdb_attr *GetRealRtdbInfo() const;
+  _db_attr *GetDbInfoAddr() const;
+  int *GetDbInfoIndexAddr() const;
+
+  struct Directory;
+  std::span<std::byte> segment_bytes() const;
+  _rtdb_attr &in_force();
+  const _rtdb_attr &in_force() const;
+  Directory directory(int slots) const;
+  Directory usable_directory() const;
+  CRtDataBase *catalogue_database(unsigned int id) const;
+  bool build_image(const char *schema_file);
+  bool reopen_image();
+  void record_host_name();
+  template <class Matches>
+  int find_database(CRtDataBase &database, Matches matches);
+  template <class Matches>
+  int update_directory(const _db_attr *attr, Matches matches);
+  template <class Load>
+  bool load_text(unsigned int databaseID, unsigned int tableID, Load load);
+
+  _rtdb_attr attr_;
+  std::array<std::shared_ptr<CRtDataBase>, RTDB_DATABASE_MAX> catalogue_;
+  CRtDataBase system_;
+  CShareMemory segment_;
+};

@@ -1,0 +1,96 @@
+// Start-up: attaching to an image, building one, re-opening one.
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "quillanest/kernel/Directory.h"
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/SchemaReader.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/platform/Process.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/SegmentAccess.h"
+
+using quillanest::DatabaseView;
+using quillanest::SegmentAccess;
+
+namespace {
+
+constexpr const char *kSystemName = "system";
+constexpr unsigned int kSystemID = 1;
+
+}  // namespace
+
+int CRtdbManager::AttachShareMemory() {
+  if (segment_.Attach() == nullptr) return 0;
+  if (segment_bytes().empty()) {  // some other segment lies under the key
+    segment_.Detach();
+    return 0;
+  }
+  if (DatabaseView::is_mapped(system_)) return 1;
+  if (GetDataBaseFromName(system_, kSystemName) == 0) return 0;
+  return system_.AttachShareMemory();
+}
+
+void CRtdbManager::DetachShareMemory() {
+  segment_.Detach();
+  (void)system_.DetachShareMemory();
+}
+
+// By design [DestroyKeepsDatabases]: only the manager segment is unmapped; the databases stay mapped by the catalogue.
+void CRtdbManager::DestroyMemory() { segment_.Detach(); }
+
+int CRtdbManager::CreateMem(int bReopen) {
+  const std::int32_t slots = attr_.DataBaseMaxNum;
+  const bool creates = bReopen == 0;
+  if (segment_.Create(quillanest::manager_segment_size(slots), false, creates) == nullptr) return 0;
+  const std::span<std::byte> bytes = segment_bytes();
+  if (bytes.empty()) return 0;
+  if (creates) quillanest::store(bytes.data() + sizeof(_rtdb_head), attr_);
+  _rtdb_head head{};
+  head.DbInfoOffset = quillanest::kDirectoryOffset;
+  head.DbInfoIndexOffset = quillanest::kDirectoryOffset + slots * std::int32_t{sizeof(_db_attr)};
+  head.EndOffset = quillanest::manager_segment_size(slots);
+  quillanest::store(bytes.data(), head);
+  return 1;
+}
+
+bool CRtdbManager::build_image(const char *schema_file) {
+  SetRtdbStatus(RTDB_STATUS_BUILDING);
+  return quillanest::read_schema(schema_file, *this) && CreateDBMem() != 0;
+}
+
+bool CRtdbManager::reopen_image() {
+  const Directory entries = directory(attr_.DataBaseMaxNum);
+  if (!entries) return false;
+  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
+    const _db_attr record = entries.records[slot];
+    CShareMemory segment(static_cast<int>(record.DBID));
+    if (segment.Create(record.DBSize, false, false) == nullptr) return false;
+    // By design [ReopenKeepsSegments]: a re-opened segment stays for the life of the process.
+    SegmentAccess::keep_for_process_life(segment);
+  }
+  UserLogout();
+  SetRtdbStatus(RTDB_STATUS_LAID_OUT);
+  return true;
+}
+
+void CRtdbManager::record_host_name() {
+  if (segment_bytes().empty()) return;
+  const std::string name = quillanest::host_name().substr(0, RTDB_HOST_SIZE - 1);
+  for (_rtdb_attr *attr : {&in_force(), &attr_}) {
+    std::fill(std::begin(attr->HostName), std::end(attr->HostName), '\0');
+    std::copy(name.begin(), name.end(), attr->HostName);
+  }
+}
+
+bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
+  if (AttachShareMemory() != 0) return true;
+  if (CreateMem(bReopen ? 1 : 0) == 0) return false;
+  if (!(bReopen ? reopen_image() : build_image(pszSchemaFile))) return false;
+  record_host_name();
+  if (GetDataBaseFromID(system_, kSystemID) == 0 || system_.AttachShareMemory() == 0) return false;
+  if (!bReopen) return LoadSystemDB() != 0;
+  SetRtdbStatus(RTDB_STATUS_LOADED);
+  return true;
+}

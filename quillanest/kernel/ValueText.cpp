@@ -1,0 +1,99 @@
+#include "quillanest/kernel/ValueText.h"
+
+#include <charconv>
+#include <type_traits>
+
+#include "quillanest/platform/SystemTime.h"
+#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
+
+namespace quillanest {
+namespace {
+
+template <class Integer>
+char *write_integer(char *to, Integer value) {
+  return std::to_chars(to, to + kNumberTextMax, value).ptr;
+}
+
+// The form of "%f": fixed notation, six decimals.
+std::size_t write_fixed(char *to, double value) {
+  constexpr int kDecimals = 6;
+  return static_cast<std::size_t>(
+      std::to_chars(to, to + kNumberTextMax, value, std::chars_format::fixed, kDecimals).ptr - to);
+}
+
+template <class Integer>
+std::size_t format_integer(std::span<std::byte> value, char *text) {
+  return static_cast<std::size_t>(write_integer(text, load_part<Integer>(value)) - text);
+}
+
+std::size_t format_character(std::span<std::byte> value, char *text) {
+  *text = load_part<char>(value);
+  return *text == '\0' ? 0 : 1;
+}
+
+bool is_possible(const SYSTEMTIME &time) {
+  return time.wDay >= 1 && time.wDay <= 31 && time.wMonth >= 1 && time.wMonth <= 12;
+}
+
+std::size_t format_time(std::span<std::byte> value, char *text) {
+  auto time = load_part<SYSTEMTIME>(value);
+  if (!is_possible(time)) {
+    // By design [TimeStamped]: showing an empty or impossible time stamps it with the present.
+    (void)read_local_time(time);
+    store_part(value, time);
+  }
+  char *end = write_integer(text, time.wYear);
+  const struct {
+    char before;
+    std::uint16_t number;
+  } parts[] = {{'-', time.wMonth}, {'-', time.wDay}, {' ', time.wHour}, {':', time.wMinute}, {':', time.wSecond}};
+  for (const auto &part : parts) {
+    *end++ = part.before;
+    end = write_integer(end, part.number);
+  }
+  return static_cast<std::size_t>(end - text);
+}
+
+}  // namespace
+
+std::size_t format_value(std::int32_t type, std::span<std::byte> value, char *text) {
+  switch (type) {
+    case kChar:
+    case kUchar:
+      return format_character(value, text);
+    case kShort:
+      return format_integer<std::int16_t>(value, text);
+    case kUshort:
+      return format_integer<std::uint16_t>(value, text);
+    case kInt:
+    case kLong:
+      return format_integer<std::int32_t>(value, text);
+    case kUint:
+    case kUlong:
+      return format_integer<std::uint32_t>(value, text);
+    case kFloat:
+      return write_fixed(text, static_cast<double>(load_part<float>(value)));
+    case kDouble:
+      return write_fixed(text, load_part<double>(value));
+    case kTime:
+      return format_time(value, text);
+    default:
+      return 0;
+  }
+}
+
+void append_value_text(std::int32_t type, std::span<std::byte> value, const PasswordCipher &cipher, std::string &text) {
+  if (type == kString) {
+    text += text_in(value);
+  } else if (type == kPasswd) {
+    text += cipher.encrypt(text_in(value));
+  } else {
+    const std::size_t before = text.size();
+    text.resize(before + kNumberTextMax);
+    text.resize(before + format_value(type, value, text.data() + before));
+  }
+}
+
+}  // namespace quillanest

@@ -1,0 +1,169 @@
+// What one call needs of a mapped database or an attached table, checked against the segment once.
+//
+// Descriptors are bytes in memory that clients may change, so nothing read from them is trusted: every address that
+// leaves these two structs lies inside the segment, with the bytes that are said to lie there.
+// Lifetime: a view is made per call and used before the database object changes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/RtTable.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/ImageLayout.h"
+#include "quillanest/shm/SegmentAccess.h"
+
+namespace quillanest {
+
+// Descriptors are found by offset; one that would not be aligned or not lie in the segment is not there.
+template <class Attr>
+Attr *attr_at(std::span<std::byte> segment, std::int64_t offset) {
+  const auto size = static_cast<std::int64_t>(segment.size());
+  if (offset < 0 || offset > size - static_cast<std::int64_t>(sizeof(Attr)) ||
+      offset % std::int64_t{alignof(Attr)} != 0) {
+    return nullptr;
+  }
+  return reinterpret_cast<Attr *>(segment.data() + offset);
+}
+
+struct DatabaseView {
+  // The segment while the object is mapped, else empty. A flag without a view, as a copy of a mapped object has it,
+  // counts as not mapped.
+  static std::span<std::byte> segment(const CRtDataBase &database) noexcept {
+    if (database.mapped_ == 0) return {};
+    return SegmentAccess::bytes(database.segment_);
+  }
+
+  static bool is_mapped(const CRtDataBase &database) noexcept { return segment(database).size() >= sizeof(_db_attr); }
+
+  // The table descriptor in a slot, by the object's own table offset.
+  static _table_attr *table(const CRtDataBase &database, int slot) noexcept {
+    return attr_at<_table_attr>(segment(database),
+                                database.attr_.TableOffset + std::int64_t{slot} * std::int64_t{sizeof(_table_attr)});
+  }
+
+  static void set_manager(CRtDataBase &database, CRtdbManager *manager) noexcept { database.manager_ = manager; }
+};
+
+struct TableView {
+  std::span<std::byte> segment;
+  _table_attr *attr = nullptr;  // in the segment
+  std::byte *records = nullptr;
+  std::int64_t record_size = 0;
+
+  // False for a table that is not attached; nothing else may be asked of it.
+  explicit operator bool() const noexcept { return records != nullptr; }
+
+  static TableView of(const CRtTable &table) noexcept {
+    TableView view;
+    view.attr = descriptor(table);
+    if (view.attr == nullptr) return view;
+    view.segment = DatabaseView::segment(*table.database_);
+    const std::int64_t offset = view.attr->DataOffset;
+    view.record_size = view.attr->TableSize;
+    if (offset < 0 || offset > static_cast<std::int64_t>(view.segment.size()) || view.record_size < 0) return view;
+    view.records = view.segment.data() + offset;
+    return view;
+  }
+
+  // The descriptor in the image; null when the table is not attached.
+  static _table_attr *descriptor(const CRtTable &table) noexcept {
+    if (table.database_ == nullptr || !DatabaseView::is_mapped(*table.database_)) return nullptr;
+    return DatabaseView::table(*table.database_, table.attr_.IndexInDB);
+  }
+
+  static CRtDataBase *database(const CRtTable &table) noexcept { return table.database_; }
+
+  // Bytes from the first record to the end of the segment.
+  [[nodiscard]] std::int64_t room() const noexcept { return segment.data() + segment.size() - records; }
+
+  // True when `count` records lie inside the segment.
+  [[nodiscard]] bool holds(std::int64_t count) const noexcept { return count >= 0 && count * record_size <= room(); }
+
+  // Records in use and capacity, 0 or more and cut to what the segment holds.
+  [[nodiscard]] std::int32_t count() const noexcept { return cut(load_shared(attr->RecordCount)); }
+  [[nodiscard]] std::int32_t capacity() const noexcept { return cut(load_shared(attr->RecordMaxCount)); }
+
+  void set_count(std::int32_t count) const noexcept { store_shared(attr->RecordCount, count); }
+
+  [[nodiscard]] std::byte *record(std::int64_t position) const noexcept { return records + position * record_size; }
+
+  [[nodiscard]] std::size_t record_bytes() const noexcept { return static_cast<std::size_t>(record_size); }
+
+  // The record in use at a position, or null.
+  [[nodiscard]] std::byte *at(std::int32_t position) const noexcept {
+    return position >= 0 && position < count() ? record(position) : nullptr;
+  }
+
+  // A record's key; a record shorter than a key has zeros in place of the missing bytes.
+  [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept {
+    if (record_size >= std::int64_t{sizeof(std::uint32_t)}) return load<std::uint32_t>(bytes);
+    return load_part<std::uint32_t>({bytes, record_bytes()});
+  }
+  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return key_of(record(position)); }
+
+  void set_key(std::byte *bytes, std::uint32_t key) const noexcept { store_part({bytes, record_bytes()}, key); }
+
+  // Field descriptors by position behind the table's first one, not checked against the table's own number of fields;
+  // null outside the segment.
+  [[nodiscard]] _field_attr *field(std::int64_t index) const noexcept {
+    return attr_at<_field_attr>(segment, attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)});
+  }
+
+  // The address of the first field descriptor, also when the table has none; null outside the segment.
+  [[nodiscard]] _field_attr *fields() const noexcept {
+    const std::int64_t offset = attr->FieldOffset;
+    const bool inside = offset >= 0 && offset <= static_cast<std::int64_t>(segment.size());
+    return inside && offset % std::int64_t{alignof(_field_attr)} == 0
+               ? reinterpret_cast<_field_attr *>(segment.data() + offset)
+               : nullptr;
+  }
+
+  [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
+    if (holds(stated)) return stated;
+    return stated < 0 ? 0 : static_cast<std::int32_t>(room() / record_size);
+  }
+
+  // The bytes of a field of a record, from its first one to the end of the segment; empty outside.
+  [[nodiscard]] std::span<std::byte> value(std::byte *record_start, const _field_attr &field) const noexcept {
+    const std::int64_t start = record_start - segment.data() + std::int64_t{field.FieldOffset};
+    if (start < 0 || start >= static_cast<std::int64_t>(segment.size())) return {};
+    return segment.subspan(static_cast<std::size_t>(start));
+  }
+};
+
+// The position of a key in the record area, or the place where it belongs.
+struct KeyPlace {
+  bool found;
+  std::int32_t position;
+};
+[[nodiscard]] KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept;
+
+// The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
+[[nodiscard]] KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept;
+
+// The descriptors of the version fields, null where the table has none.
+struct VersionFields {
+  const _field_attr *modified = nullptr;     // "bModified"
+  const _field_attr *project = nullptr;      // "iProjectID"
+  const _field_attr *edit_status = nullptr;  // "iEditStatus"
+};
+[[nodiscard]] VersionFields find_version_fields(const TableView &view) noexcept;
+
+// The names of the version fields.
+inline constexpr const char *kModifiedField = "bModified";
+inline constexpr const char *kProjectField = "iProjectID";
+inline constexpr const char *kEditStatusField = "iEditStatus";
+
+// A version field of one record, read and written as 32 bits whatever its declared type.
+[[nodiscard]] inline std::int32_t version_value(const TableView &view, std::byte *record, const _field_attr &field) {
+  return load_part<std::int32_t>(view.value(record, field));
+}
+inline void set_version_value(const TableView &view, std::byte *record, const _field_attr &field, std::int32_t value) {
+  store_part(view.value(record, field), value);
+}
+
+}  // namespace quillanest

@@ -1,0 +1,69 @@
+// Configuration, paths and walks of the text store.
+#include "quillanest/persist/DataFile.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/Store.h"
+#include "quillanest/platform/Profile.h"
+#include "quillanest/platform/qrvutil/TzFileSystem.h"
+#include "quillanest/shm/Bytes.h"
+
+namespace quillanest {
+
+CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : extension_{}, manager_(manager) {
+  const std::string file = manager->GetSysIniFile();
+  // Exactly 1: any other number leaves caption names off.
+  use_caption_names_ = profile_int(file, kStoreSection, "UseCName", 0) == 1;
+  const std::string extension = profile_text(file, kStoreSection, "DataFileExt", ".txt");
+  extension.copy(extension_, sizeof extension_ - 1);
+}
+
+CRtdbDataFile::~CRtdbDataFile() = default;
+
+// The file of a table; nothing when the database has no folder.
+std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTable &table) const {
+  const TzFileSystem folders(manager_->GetSysIniFile(), manager_->GetDataPath());
+  const std::optional<std::string> folder =
+      database.GetDBID() == kSystemDatabaseID ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
+  if (!folder) return std::nullopt;
+  const std::size_t db_name = use_caption_names_ ? offsetof(_db_attr, DBCName) : offsetof(_db_attr, DBName);
+  const std::size_t table_name =
+      use_caption_names_ ? offsetof(_table_attr, TableCName) : offsetof(_table_attr, TableName);
+  std::string path = *folder;
+  path += database_text(database, db_name);
+  path += '_';
+  path += block_text(*table.GetTableInfo(), table_name);
+  return path + extension_;
+}
+
+bool CRtdbDataFile::SaveDataBase(CRtDataBase *database, int projectID) {
+  return for_each_table(*database, [&](CRtTable &table) { return SaveTable(database, &table, projectID); });
+}
+
+bool CRtdbDataFile::LoadDataBase(CRtDataBase *database, int projectID) {
+  return for_each_table(*database, [&](CRtTable &table) { return LoadTable(database, &table, nullptr, projectID); });
+}
+
+bool CRtdbDataFile::SaveAll(CRtdbManager *manager, int projectID) {
+  return for_each_database(*manager, [&](CRtDataBase &database) {
+    if (database.AttachShareMemory() == 0) return;
+    (void)SaveDataBase(&database, projectID);
+    (void)database.DetachShareMemory();
+  });
+}
+
+bool CRtdbDataFile::LoadSystem(CRtdbManager *manager) { return LoadDataBase(manager->GetSystemDB(), 0); }
+
+bool CRtdbDataFile::LoadAllCustomized(CRtdbManager *manager, int projectID) {
+  return for_each_database(*manager, [&](CRtDataBase &database) {
+    // By design [SystemViewLeftOpen]: the system database is mapped and left so; the directory's next step unmaps it.
+    if (database.AttachShareMemory() == 0 || database.GetDBID() == kSystemDatabaseID) return;
+    (void)LoadDataBase(&database, projectID);
+    (void)database.DetachShareMemory();
+  });
+}
+
+}  // namespace quillanest

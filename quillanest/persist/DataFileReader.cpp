@@ -1,0 +1,189 @@
+// Reading a table's text file, and merging partial-update files.
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/DataFile.h"
+#include "quillanest/platform/TextFile.h"
+#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/LineReader.h"
+#include "quillanest/shm/ValueBytes.h"
+
+namespace quillanest {
+namespace {
+
+constexpr std::size_t kLineMax = 4095;
+
+// Takes the columns of a line from left to right.
+class Columns {
+ public:
+  Columns(std::string_view line, char separator) : rest_(line), separator_(separator) {}
+
+  // The next column's text; is_last() tells whether a separator followed it.
+  // By design [LastColumnLosesOne]: the last column loses its last character, which is the line end in all lines but
+  // one that ends with the file.
+  std::string_view next() {
+    const std::size_t end = rest_.find(separator_);
+    last_ = end == std::string_view::npos;
+    if (last_) return rest_.substr(0, rest_.empty() ? 0 : rest_.size() - 1);
+    const std::string_view text = rest_.substr(0, end);
+    rest_.remove_prefix(end + 1);
+    return text;
+  }
+
+  [[nodiscard]] bool is_last() const noexcept { return last_; }
+
+ private:
+  std::string_view rest_;
+  char separator_;
+  bool last_ = false;
+};
+
+enum class FirstColumn { kIsKey, kByName };
+
+// The fields that a header's columns stand for, null for those of no field.
+std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableView &view, Columns header,
+                                             bool use_caption_names, FirstColumn first) {
+  std::vector<const _field_attr *> fields;
+  const int most = view.attr->TableFieldNum;
+  while (static_cast<int>(fields.size()) < most) {
+    const std::string name(header.next());
+    const bool is_key = fields.empty() && first == FirstColumn::kIsKey && !header.is_last();
+    const int index = is_key ? 0 : table.FindFieldFromName(name.c_str(), use_caption_names);
+    fields.push_back(index >= 0 ? view.field(index) : nullptr);
+    if (header.is_last()) break;
+  }
+  return fields;
+}
+
+// Stores a PASSWD text: the field is cleared and takes as much of the clear password as it holds.
+void store_password(const _field_attr &field, std::span<std::byte> value, std::string_view text,
+                    const PasswordCipher &cipher) {
+  const std::span<std::byte> whole =
+      value.first(std::min(value.size(), static_cast<std::size_t>(std::max(field.FieldSize, 0))));
+  std::fill(whole.begin(), whole.end(), std::byte{0});
+  const std::string clear = cipher.decrypt(text);
+  std::memcpy(whole.data(), clear.data(), std::min(whole.size(), clear.size()));
+}
+
+void store_column(const _field_attr &field, std::span<std::byte> value, std::string_view text,
+                  const PasswordCipher &cipher) {
+  if (value.empty()) return;
+  switch (field.FieldType) {
+    case kChar:
+    case kUchar:
+      return store_part(value, text.empty() ? '\0' : text.front());
+    case kString:
+      // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls behind the field.
+      return copy_text(value, text.substr(0, static_cast<std::size_t>(std::max(field.FieldSize, 0))));
+    case kPasswd:
+      return store_password(field, value, text, cipher);
+    default:
+      (void)store_value_of_text(field.FieldType, value, text);
+  }
+}
+
+// A comment, or a line that begins with a zero byte.
+bool is_skipped_before_header(std::string_view line) { return line.empty() || line.front() == '#'; }
+
+bool is_record_line(std::string_view line) { return !line.empty() && line.front() >= '1' && line.front() <= '9'; }
+
+// Fills a record slot from a line; what no column reaches keeps its bytes.
+void fill_record(const TableView &view, std::byte *record, Columns line, const std::vector<const _field_attr *> &fields,
+                 const PasswordCipher &cipher) {
+  for (const _field_attr *field : fields) {
+    const std::string_view text = line.next();
+    if (field != nullptr) store_column(*field, view.value(record, *field), text, cipher);
+    if (line.is_last()) return;
+  }
+}
+
+// Merges one line into the record that its first column selects.
+void merge_line(const CRtTable &table, const TableView &view, Columns line,
+                const std::vector<const _field_attr *> &fields, const _field_attr *modified,
+                const PasswordCipher &cipher) {
+  if (fields.empty() || fields.front() == nullptr) return;
+  const std::string key(line.next());
+  const auto key_index = static_cast<int>(fields.front() - view.field(0));
+  char *found = table.FindRecordbyStringField(key_index, key.c_str());
+  if (found == nullptr) return;
+  std::byte *record = as_bytes(static_cast<void *>(found));
+  for (std::size_t column = 1; column < fields.size() && !line.is_last(); ++column) {
+    const std::string_view text = line.next();
+    const _field_attr *field = fields[column];
+    if (field == nullptr) continue;
+    store_column(*field, view.value(record, *field), text, cipher);
+    if (modified != nullptr) set_version_value(view, record, *modified, 1);
+  }
+}
+
+// The configuration file of the manager that a table belongs to; empty without one.
+std::string configuration_of(const CRtTable &table) {
+  CRtdbManager *manager = TableView::database(table)->GetRtdbManager();
+  return manager == nullptr ? std::string() : manager->GetSysIniFile();
+}
+
+}  // namespace
+
+bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char *path, int) {
+  const std::optional<std::string> own_path = path == nullptr ? path_of(*database, *table) : path;
+  if (!own_path) return false;
+  std::optional<FileText> file = read_file(*own_path);
+  if (!file) return true;
+  const TableView view = TableView::of(*table);
+  if (!view) return false;
+
+  LineReader lines(file->chars(), kLineMax);
+  std::string_view line;
+  do {
+    if (!lines.next(line)) return false;
+    // By design [CommentsOnlyEmpties]: comments whose last line has no line end leave an empty table.
+  } while (is_skipped_before_header(line) && !lines.at_end());
+  std::vector<const _field_attr *> fields;
+  if (!is_skipped_before_header(line)) {
+    fields = map_columns(*table, view, {line, separator_}, use_caption_names_, FirstColumn::kIsKey);
+  }
+
+  const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
+  const std::int32_t capacity = view.capacity();
+  std::int32_t count = 0;
+  while (!lines.at_end() && count < capacity && lines.next(line)) {
+    if (!is_record_line(line)) continue;
+    fill_record(view, view.record(count), {line, separator_}, fields, cipher);
+    ++count;
+  }
+  view.set_count(count);
+  if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
+  return true;
+}
+
+bool LoadSomeDataFile(CRtDataBase *, CRtTable *table, const char *path, bool use_caption_names, char separator) {
+  if (path == nullptr) return true;
+  std::optional<FileText> file = read_file(path);
+  if (!file) return true;
+  const TableView view = TableView::of(*table);
+  if (!view) return false;
+
+  LineReader lines(file->chars(), kLineMax);
+  std::string_view line;
+  do {
+    if (!lines.next(line)) return false;
+  } while (line.starts_with('#') && !lines.at_end());
+  const std::vector<const _field_attr *> fields =
+      map_columns(*table, view, {line, separator}, use_caption_names, FirstColumn::kByName);
+
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_of(*table));
+  const _field_attr *modified = find_version_fields(view).modified;
+  while (!lines.at_end() && lines.next(line)) {
+    merge_line(*table, view, {line, separator}, fields, modified, cipher);
+  }
+  return true;
+}
+
+}  // namespace quillanest

@@ -1,0 +1,181 @@
+// Writing a table's text file.
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/ValueText.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/DataFile.h"
+#include "quillanest/platform/TextFile.h"
+#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
+
+namespace quillanest {
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+
+// Collects text and passes it to the file in large pieces.
+class Output {
+ public:
+  explicit Output(FileReplacement &file) : file_(file), bytes_(std::make_unique_for_overwrite<char[]>(kSize)) {}
+
+  void append(std::string_view text) {
+    if (text.size() > kSize - used_) flush();
+    if (text.size() > kSize) {
+      (void)file_.write(text);
+      return;
+    }
+    text.copy(bytes_.get() + used_, text.size());
+    used_ += text.size();
+  }
+
+  // A text as the file keeps it.
+  // By design [TextIsFormat]: "%%" in a value is written as one "%"; every other "%" is written as it stands.
+  void append_value(std::string_view text) {
+    for (std::size_t at = text.find("%%"); at != std::string_view::npos; at = text.find("%%")) {
+      append(text.substr(0, at + 1));
+      text.remove_prefix(at + 2);
+    }
+    append(text);
+  }
+
+  // Room for the text of a number, of which `use` bytes are then taken.
+  char *number_room() {
+    if (kSize - used_ < kNumberTextMax) flush();
+    return bytes_.get() + used_;
+  }
+  void use(std::size_t size) { used_ += size; }
+
+  void flush() {
+    (void)file_.write({bytes_.get(), used_});
+    used_ = 0;
+  }
+
+ private:
+  static constexpr std::size_t kSize = std::size_t{1} << 18;
+
+  FileReplacement &file_;
+  std::unique_ptr<char[]> bytes_;
+  std::size_t used_ = 0;
+};
+
+// The records that a save has marked as not modified, so that a save that fails can mark them again.
+class ModifiedMarks {
+ public:
+  ModifiedMarks(const TableView &view, const _field_attr *field) : view_(view), field_(field) {}
+
+  void remember(std::int32_t position) {
+    if (field_ == nullptr) return;
+    std::byte *record = view_.record(position);
+    const std::int32_t mark = version_value(view_, record, *field_);
+    if (mark != 0) marks_.push_back({view_.key_of(record), position, mark});
+  }
+
+  void clear(std::byte *record) const {
+    if (field_ != nullptr) set_version_value(view_, record, *field_, 0);
+  }
+
+  // Records may have moved since; each is looked for by its key.
+  void restore() const {
+    for (const Mark &mark : marks_) {
+      const KeyPlace place = find_key_near(view_, mark.key, mark.position);
+      if (place.found) set_version_value(view_, view_.record(place.position), *field_, mark.value);
+    }
+  }
+
+ private:
+  struct Mark {
+    std::uint32_t key;
+    std::int32_t position;
+    std::int32_t value;
+  };
+
+  const TableView &view_;
+  const _field_attr *field_;
+  std::vector<Mark> marks_;
+};
+
+class TableWriter {
+ public:
+  TableWriter(const TableView &view, FileReplacement &file, const PasswordCipher &cipher, char separator)
+      : view_(view), output_(file), cipher_(cipher), separator_(separator) {
+    for (int i = 0; i < view.attr->TableFieldNum; ++i) {
+      const _field_attr *field = view.field(i);
+      if (field == nullptr) break;
+      fields_.push_back(field);
+    }
+  }
+
+  void write_header(std::size_t name_offset) {
+    for (const _field_attr *field : fields_) {
+      output_.append(block_text(*field, name_offset));
+      end_column(field);
+    }
+  }
+
+  // By design [ModifiedClearedPerColumn]: the mark is cleared after every column, so a column behind the first one
+  // always shows 0.
+  void write_record(std::byte *record, const ModifiedMarks &marks) {
+    for (const _field_attr *field : fields_) {
+      write_value(*field, view_.value(record, *field));
+      end_column(field);
+      marks.clear(record);
+    }
+  }
+
+  void finish() { output_.flush(); }
+
+ private:
+  void write_value(const _field_attr &field, std::span<std::byte> value) {
+    switch (field.FieldType) {
+      case kString:
+        return output_.append_value(text_in(value));
+      case kPasswd:
+        return output_.append_value(cipher_.encrypt(text_in(value)));
+      default:
+        return output_.use(format_value(field.FieldType, value, output_.number_room()));
+    }
+  }
+
+  void end_column(const _field_attr *field) {
+    output_.append(field == fields_.back() ? kLineEnd : std::string_view(&separator_, 1));
+  }
+
+  const TableView &view_;
+  Output output_;
+  const PasswordCipher &cipher_;
+  char separator_;
+  std::vector<const _field_attr *> fields_;
+};
+
+}  // namespace
+
+bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
+  const TableView view = TableView::of(*table);
+  if (!view) return false;
+  const std::optional<std::string> path = path_of(*database, *table);
+  if (!path) return false;
+  FileReplacement file(*path);
+  if (!file.is_open()) return false;
+
+  const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
+  TableWriter writer(view, file, cipher, separator_);
+  writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
+  ModifiedMarks marks(view, find_version_fields(view).modified);
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    marks.remember(i);
+    writer.write_record(view.record(i), marks);
+  }
+  writer.finish();
+  if (file.commit()) return true;
+  marks.restore();
+  return false;
+}
+
+}  // namespace quillanest

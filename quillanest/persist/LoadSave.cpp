@@ -1,0 +1,97 @@
+// Load and save of the kernel's classes: which store serves a call, and the walk over databases and tables.
+#include <string>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/RtdbMedia.h"
+#include "quillanest/persist/Store.h"
+#include "quillanest/platform/Profile.h"
+
+using quillanest::CRtdbDataFile;
+using quillanest::CRtdbMedia;
+
+namespace {
+
+// Whether the configuration selects text data files, read at every call.
+bool data_in_file(const char *configuration_file) {
+  return quillanest::profile_int(configuration_file, quillanest::kStoreSection, "DataInFile", 0) != 0;
+}
+
+}  // namespace
+
+int CRtdbManager::LoadSystemDB() {
+  const bool loaded =
+      data_in_file(attr_.SysIniFile) ? CRtdbDataFile(this).LoadSystem(this) : CRtdbMedia(this).LoadSystem(*this);
+  if (!loaded) return 0;
+  SetRtdbStatus(RTDB_STATUS_LOADED);
+  return 1;
+}
+
+int CRtdbManager::LoadAllCustomizedDB(int projectID) {
+  const bool loaded = data_in_file(attr_.SysIniFile) ? CRtdbDataFile(this).LoadAllCustomized(this, projectID)
+                                                     : CRtdbMedia(this).LoadAllCustomized(*this, projectID);
+  if (!loaded) return 0;
+  SetRtdbStatus(RTDB_STATUS_LOADED);
+  return 1;
+}
+
+bool CRtdbManager::SaveData(int projectID) {
+  if (data_in_file(attr_.SysIniFile)) return CRtdbDataFile(this).SaveAll(this, projectID);
+  return CRtdbMedia(this).SaveAll(*this, projectID);
+}
+
+int CRtdbManager::SaveDataTo(bool bToFile) {
+  const bool saved = bToFile ? CRtdbDataFile(this).SaveAll(this, 0) : CRtdbMedia(this).SaveAll(*this, 0);
+  return saved ? 1 : 0;
+}
+
+// Calls load(store, database, table) with the table mapped for the time of the call.
+template <class Load>
+bool CRtdbManager::load_text(unsigned int databaseID, unsigned int tableID, Load load) {
+  CRtDataBase database;
+  CRtTable table;
+  if (GetDataBaseFromID(database, databaseID) == 0 || database.AttachShareMemory() == 0) return false;
+  if (database.GetDBTableFromID(table, tableID) == 0) return false;
+  CRtdbDataFile store(this);
+  return load(store, database, table);
+}
+
+bool CRtdbManager::LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName,
+                                char separator) {
+  return load_text(databaseID, tableID, [&](CRtdbDataFile &, CRtDataBase &database, CRtTable &table) {
+    return quillanest::LoadSomeDataFile(&database, &table, path, bUseCName, separator);
+  });
+}
+
+bool CRtdbManager::LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path) {
+  return load_text(databaseID, tableID, [&](CRtdbDataFile &store, CRtDataBase &database, CRtTable &table) {
+    return store.LoadTable(&database, &table, path, 0);
+  });
+}
+
+bool CRtdbManager::CommitProject() {
+  return quillanest::for_each_database(*this, [](CRtDataBase &database) {
+    if (database.AttachShareMemory() == 0) return;
+    (void)database.CommitProject();
+    (void)database.DetachShareMemory();
+  });
+}
+
+bool CRtDataBase::SaveData(int projectID) {
+  if (manager_ == nullptr || !quillanest::DatabaseView::is_mapped(*this)) return false;
+  if (data_in_file(manager_->GetSysIniFile())) return CRtdbDataFile(manager_).SaveDataBase(this, projectID);
+  return CRtdbMedia(manager_).SaveDataBase(*this, projectID);
+}
+
+bool CRtDataBase::CommitProject() {
+  (void)quillanest::for_each_table(*this, [](CRtTable &table) { return table.CommitProject(); });
+  return true;
+}
+
+bool CRtTable::SaveData(int projectID) {
+  if (!IsInShareMemory() || database_->GetRtdbManager() == nullptr) return false;
+  CRtdbManager *manager = database_->GetRtdbManager();
+  if (data_in_file(manager->GetSysIniFile())) return CRtdbDataFile(manager).SaveTable(database_, this, projectID);
+  return CRtdbMedia(manager).SaveTable(*database_, *this, projectID);
+}

@@ -1,0 +1,43 @@
+// What the text store and the relational store have in common: configuration section, walks and names.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/shm/Bytes.h"
+
+namespace quillanest {
+
+inline constexpr const char *kStoreSection = "Quillanest";
+inline constexpr unsigned int kSystemDatabaseID = 1;
+
+// A text of the database's descriptor in force: the segment's when mapped.
+inline std::string database_text(CRtDataBase &database, std::size_t offset) {
+  const auto *mapped = attr_at<_db_attr>(DatabaseView::segment(database), 0);
+  if (mapped != nullptr) return std::string(block_text(*mapped, offset));
+  return offset == offsetof(_db_attr, DBName) ? database.GetDBName() : database.GetDBCName();
+}
+
+// Calls work(table) for every table in slot order and combines the results by "and", without stopping at a failure.
+template <class Work>
+bool for_each_table(CRtDataBase &database, Work work) {
+  bool result = true;
+  CRtTable table;
+  int position = database.GetFirstTablePostion();
+  while (database.GetNextTable(table, position)) result = work(table) && result;
+  return result;
+}
+
+// Calls work(database) for every database of the directory, delivered unmapped. False when there is none.
+template <class Work>
+bool for_each_database(CRtdbManager &manager, Work work) {
+  int position = -1;
+  if (manager.GetFirstDataBasePostion(position) == 0) return false;
+  CRtDataBase database;
+  while (manager.GetNext(database, position) != 0) work(database);
+  return true;
+}
+
+}  // namespace quillanest

@@ -1,0 +1,42 @@
+// System-wide named mutexes with an owner.
+//
+// A mutex is recursive and belongs to a thread. Every process of one user that opens the same name gets the same
+// mutex; different texts, the empty one and those with "/" included, are different mutexes. Nobody removes a name: a
+// mutex is a few bytes in a per-user folder of the system's memory file system and stays until the next boot.
+// When the owner dies, thread or process, the next waiter gets the mutex with kWaitAbandoned; nobody blocks for ever.
+//
+// Handles are numbers, never addresses. A handle that has been closed, also through a copy of it, is recognised and
+// answered with a failure; it never means another mutex. Closing does not release: a thread that owns the mutex goes
+// on owning it after its handle was closed, and releases it through any other handle of the same name.
+// Threads: all functions may run on any thread. Opening a name for the second time in a process makes no system call
+// and allocates nothing.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace quillanest {
+
+using MutexHandle = std::uintptr_t;
+inline constexpr MutexHandle kNoMutex = 0;
+
+inline constexpr int kWaitSignalled = 0;
+inline constexpr int kWaitAbandoned = 0x80;
+inline constexpr int kWaitTimeout = 0x102;
+inline constexpr int kWaitFailed = -1;
+
+// A new handle on the mutex called `name`, which is created when it does not exist; not owned by this call.
+// kNoMutex when the system refuses or the per-user folder belongs to somebody else.
+[[nodiscard]] MutexHandle open_mutex(std::string_view name);
+
+// Takes the mutex, waiting up to `timeout_ms` milliseconds; negative means without limit. One of the kWait results;
+// the caller owns the mutex after kWaitSignalled and kWaitAbandoned.
+[[nodiscard]] int wait_mutex(MutexHandle handle, int timeout_ms);
+
+// Undoes one wait of the calling thread. False when the handle is closed or the thread does not own the mutex.
+bool release_mutex(MutexHandle handle);
+
+// Closes a handle; a closed one or kNoMutex is ignored.
+void close_mutex(MutexHandle handle);
+
+}  // namespace quillanest

@@ -1,0 +1,60 @@
+// A named block of memory that every view of the same name in this process shares.
+//
+// Lifetime: a region lives as long as one view of it does. Its bytes go with the last view, or with the process,
+// however the process ends: an anonymous region has no name outside the process that anyone would have to remove.
+// Threads: the functions may run on any thread; one object belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace quillanest {
+
+class NamedRegion {
+ public:
+  NamedRegion() = default;  // no view
+  NamedRegion(NamedRegion &&other) noexcept;
+  NamedRegion &operator=(NamedRegion &&other) noexcept;
+  NamedRegion(const NamedRegion &) = delete;
+  NamedRegion &operator=(const NamedRegion &) = delete;
+  ~NamedRegion();
+
+  // Opens the region called `name`, or makes it with `size` bytes, all zero.
+  // No view when `size` is 0, when an existing region is smaller than `size`, or when the system refuses.
+  [[nodiscard]] static NamedRegion open_or_create(std::string_view name, std::size_t size);
+
+  // The same, but a region that does not exist yet is backed by the file at `path`, which is created or grown to
+  // `size` bytes as needed and keeps its former bytes and, afterwards, those of the region. When the file cannot be
+  // opened the region is anonymous. The file is never removed.
+  [[nodiscard]] static NamedRegion open_or_create_file(std::string_view name, const std::string &path,
+                                                       std::size_t size);
+
+  // Opens the existing region called `name`. No view when there is none.
+  [[nodiscard]] static NamedRegion open(std::string_view name);
+
+  // The bytes of the whole region, valid until this object is destroyed or moved from; empty without a view.
+  [[nodiscard]] std::span<std::byte> bytes() const noexcept { return bytes_; }
+
+  // True when the call that opened this view made the region anew, so that its bytes are known to be zero.
+  [[nodiscard]] bool is_fresh() const noexcept { return fresh_; }
+
+  // Gives this view up without closing it: the region stays for the life of the process. The object has no view then.
+  void keep_for_process_life() noexcept;
+
+  // The bytes from `address` to the end of the region of this process that contains it; empty when no region does.
+  [[nodiscard]] static std::span<std::byte> bytes_from(const void *address);
+
+ private:
+  struct Entry;
+  friend struct RegionRegistry;
+  explicit NamedRegion(Entry &entry, bool fresh) noexcept;
+  void close() noexcept;
+
+  Entry *entry_ = nullptr;
+  std::span<std::byte> bytes_;
+  bool fresh_ = false;
+};
+
+}  // namespace quillanest

@@ -1,0 +1,18 @@
+// Services of the system that concern the process as a whole.
+#pragma once
+
+#include <string>
+
+namespace quillanest {
+
+// The identifier of this process.
+[[nodiscard]] int process_id();
+
+// The name of this machine, empty when the system does not tell.
+[[nodiscard]] std::string host_name();
+
+// Ends the process with that identifier at once. Identifiers of 0 and below name no process and end nothing, although
+// the system would take them for groups of processes. Failures are silent.
+void end_process(int id);
+
+}  // namespace quillanest

@@ -1,0 +1,72 @@
+// Whole files: reading one into memory, replacing one so that a crash cannot destroy it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace quillanest {
+
+// The bytes of one file, writable in place.
+class FileText {
+ public:
+  FileText() = default;
+  explicit FileText(std::size_t size);
+
+  [[nodiscard]] std::span<char> chars() noexcept { return {bytes_.get(), size_}; }
+  [[nodiscard]] std::string_view view() const noexcept { return {bytes_.get(), size_}; }
+  void shrink(std::size_t size) noexcept { size_ = size < size_ ? size : size_; }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t size_ = 0;
+};
+
+// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe) or cannot be read.
+[[nodiscard]] std::optional<FileText> read_file(const std::string &path);
+
+// The size of the file in bytes; nothing when the path names none.
+[[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
+
+// True when the path names an existing folder.
+[[nodiscard]] bool is_folder(const std::string &path);
+
+// A new content for a file, written beside it and renamed over it by commit(): until then, and after any failure, the
+// former file stands as it was.
+//
+// Lifetime: an object that is destroyed without a commit removes what it wrote. A process that is killed in between
+// leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over.
+// Threads and processes: replacements of one target wait for one another. One object belongs to one thread.
+class FileReplacement {
+ public:
+  static constexpr const char *kSuffix = ".saving";
+
+  // Begins a new content for `path`. is_open() tells whether the system allows it: not for a folder, for a file that
+  // may not be written, or in a folder where no file can be made.
+  explicit FileReplacement(const std::string &path);
+  ~FileReplacement();
+  FileReplacement(const FileReplacement &) = delete;
+  FileReplacement &operator=(const FileReplacement &) = delete;
+
+  [[nodiscard]] bool is_open() const noexcept { return descriptor_ >= 0; }
+
+  // Appends bytes. False when the system could not write all of them; a later commit() is then false too.
+  bool write(std::string_view bytes);
+
+  // Puts the new content in place and on the disk. False when anything failed; the former file then stands.
+  [[nodiscard]] bool commit();
+
+ private:
+  void abandon() noexcept;
+
+  std::string target_;
+  std::string temporary_;
+  int descriptor_ = -1;
+  bool failed_ = false;
+};
+
+}  // namespace quillanest

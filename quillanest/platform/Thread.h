@@ -1,0 +1,23 @@
+// Threads for client programs: start one, end one from outside.
+//
+// Handles are numbers with a generation: one whose thread has ended by itself is simply stale, so nothing has to be
+// closed and a late end_thread() hits nobody.
+#pragma once
+
+#include <cstdint>
+
+namespace quillanest {
+
+using ThreadRoutine = unsigned long (*)(void *);
+using ThreadHandle = std::uintptr_t;
+inline constexpr ThreadHandle kNoThread = 0;
+
+// Runs routine(argument) on a new thread. kNoThread when the system refuses.
+[[nodiscard]] ThreadHandle start_thread(ThreadRoutine routine, void *argument);
+
+// Ends the thread where it stands: no destructor runs, no lock that it holds in memory is given back (named mutexes
+// are, as abandoned ones). Returns when the thread is gone, or after one second when the system keeps it in a call
+// that cannot be interrupted. Stale handles and the calling thread's own are ignored.
+void end_thread(ThreadHandle handle);
+
+}  // namespace quillanest

@@ -1,0 +1,229 @@
+// A mutex is a robust, recursive, process-shared pthread mutex in a small file of a per-user folder in the memory file
+// system. The file is initialised once under a file lock; after that the kernel's robust list takes care of owners
+// that die, thread or process. File locks could not serve as the mutex itself: they belong to a process, so neither two
+// threads nor the death of one would be told apart.
+//
+// Mappings are cached by name for the life of the process, so opening a name again is a look-up without a lock.
+#include "quillanest/platform/NamedMutex.h"
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <errno.h>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <openssl/evp.h>
+#include <pthread.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "quillanest/platform/HandleTable.h"
+
+namespace quillanest {
+namespace {
+
+// What a mutex file holds. The magic number goes in last: a file without it was never finished and is made anew.
+struct MutexFile {
+  std::atomic<std::uint64_t> magic;
+  pthread_mutex_t mutex;
+};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+// Changes with the layout of the file, so that programs of two builds never share a mutex they read differently.
+constexpr std::uint64_t kMagic = 0x514E4D5554583100 + sizeof(MutexFile);
+
+// One mutex that this process has mapped. It stays mapped until the process ends.
+struct MappedMutex {
+  std::string name;
+  pthread_mutex_t *mutex = nullptr;
+  MappedMutex *next = nullptr;  // of the same bucket
+};
+
+class MutexTable {
+ public:
+  static MutexTable &instance() {
+    static MutexTable &table = *std::make_unique<MutexTable>().release();  // never destroyed: static objects use it
+    return table;
+  }
+
+  // The mutex of that name, mapped on first use; null when the system refuses.
+  MappedMutex *find_or_map(std::string_view name) {
+    std::atomic<MappedMutex *> &bucket = buckets_[std::hash<std::string_view>{}(name) % kBuckets];
+    if (MappedMutex *found = find_in(bucket, name)) return found;
+    const std::lock_guard lock(growing_);
+    if (MappedMutex *found = find_in(bucket, name)) return found;
+    pthread_mutex_t *mutex = map(name);
+    if (mutex == nullptr) return nullptr;
+    auto mapped = std::make_unique<MappedMutex>();
+    mapped->name = name;
+    mapped->mutex = mutex;
+    mapped->next = bucket.load(std::memory_order_relaxed);
+    bucket.store(mapped.get(), std::memory_order_release);
+    return mapped.release();
+  }
+
+  HandleTable<MappedMutex> handles;
+
+ private:
+  static constexpr std::size_t kBuckets = 256;
+
+  static MappedMutex *find_in(const std::atomic<MappedMutex *> &bucket, std::string_view name) {
+    MappedMutex *mapped = bucket.load(std::memory_order_acquire);
+    while (mapped != nullptr && mapped->name != name) mapped = mapped->next;
+    return mapped;
+  }
+
+  static pthread_mutex_t *map(std::string_view name);
+
+  std::array<std::atomic<MappedMutex *>, kBuckets> buckets_{};
+  std::mutex growing_;
+};
+
+// The per-user folder, made on first use; empty when there is one that somebody else could write to.
+std::string mutex_folder() {
+  const std::string folder = "/dev/shm/quillanest-" + std::to_string(geteuid());
+  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return {};
+  struct stat status {};
+  if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  if (status.st_uid != geteuid() || (status.st_mode & 0077) != 0) return {};
+  return folder + "/";
+}
+
+std::string hexadecimal(std::string_view bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
+std::string digest_of(std::string_view name) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int size = 0;
+  if (EVP_Digest(name.data(), name.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) return {};
+  std::string bytes(digest.begin(), digest.begin() + size);
+  return hexadecimal(bytes);
+}
+
+// A file name that no other text has: letters, digits and '_' as they are, every other byte as "%xx"; long texts by
+// their digest. The first character keeps the two kinds apart.
+std::string file_name_of(std::string_view name) {
+  constexpr std::size_t kLongest = 200;
+  std::string file(1, 'n');
+  for (const char c : name) {
+    const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+    if (!plain) file += '%';
+    file += plain ? std::string(1, c) : hexadecimal({&c, 1});
+  }
+  if (file.size() <= kLongest) return file;
+  file = digest_of(name);
+  if (!file.empty()) file.insert(file.begin(), 'd');
+  return file;
+}
+
+bool initialise(pthread_mutex_t &mutex) {
+  pthread_mutexattr_t attributes;
+  if (pthread_mutexattr_init(&attributes) != 0) return false;
+  const bool done = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0 &&
+                    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                    pthread_mutex_init(&mutex, &attributes) == 0;
+  pthread_mutexattr_destroy(&attributes);
+  return done;
+}
+
+// Maps the mutex in an open file whose lock the caller holds, and initialises it when nobody has.
+pthread_mutex_t *map_file(int descriptor) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+  if (static_cast<std::size_t>(status.st_size) < sizeof(MutexFile) &&
+      ftruncate(descriptor, static_cast<off_t>(sizeof(MutexFile))) != 0) {
+    return nullptr;
+  }
+  void *address = mmap(nullptr, sizeof(MutexFile), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  if (address == MAP_FAILED) return nullptr;
+  auto *file = static_cast<MutexFile *>(address);
+  if (file->magic.load(std::memory_order_acquire) != kMagic) {
+    if (!initialise(file->mutex)) {
+      munmap(address, sizeof(MutexFile));
+      return nullptr;
+    }
+    file->magic.store(kMagic, std::memory_order_release);
+  }
+  return &file->mutex;
+}
+
+pthread_mutex_t *MutexTable::map(std::string_view name) {
+  const std::string folder = mutex_folder();
+  const std::string file_name = file_name_of(name);
+  if (folder.empty() || file_name.empty()) return nullptr;
+  const int descriptor = open((folder + file_name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (descriptor < 0) return nullptr;
+  int locked = flock(descriptor, LOCK_EX);
+  while (locked != 0 && errno == EINTR) locked = flock(descriptor, LOCK_EX);
+  pthread_mutex_t *mutex = locked == 0 ? map_file(descriptor) : nullptr;
+  close(descriptor);  // the file lock goes with it
+  return mutex;
+}
+
+timespec deadline_after(int milliseconds) {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  time.tv_sec += milliseconds / 1000;
+  time.tv_nsec += (milliseconds % 1000) * 1'000'000;
+  if (time.tv_nsec >= 1'000'000'000) {
+    time.tv_sec += 1;
+    time.tv_nsec -= 1'000'000'000;
+  }
+  return time;
+}
+
+int lock(pthread_mutex_t &mutex, int timeout_ms) {
+  if (timeout_ms < 0) return pthread_mutex_lock(&mutex);
+  if (timeout_ms == 0) return pthread_mutex_trylock(&mutex);
+  const timespec deadline = deadline_after(timeout_ms);
+  return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &deadline);
+}
+
+}  // namespace
+
+MutexHandle open_mutex(std::string_view name) {
+  MutexTable &table = MutexTable::instance();
+  MappedMutex *mapped = table.find_or_map(name);
+  return mapped == nullptr ? kNoMutex : table.handles.open(mapped);
+}
+
+int wait_mutex(MutexHandle handle, int timeout_ms) {
+  const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
+  if (mapped == nullptr) return kWaitFailed;
+  switch (lock(*mapped->mutex, timeout_ms)) {
+    case 0:
+      return kWaitSignalled;
+    case EOWNERDEAD:
+      // The mutex guards the image, which is whole record by record; nothing has to be repaired before going on.
+      return pthread_mutex_consistent(mapped->mutex) == 0 ? kWaitAbandoned : kWaitFailed;
+    case ETIMEDOUT:
+    case EBUSY:
+      return kWaitTimeout;
+    default:
+      return kWaitFailed;
+  }
+}
+
+bool release_mutex(MutexHandle handle) {
+  const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
+  return mapped != nullptr && pthread_mutex_unlock(mapped->mutex) == 0;
+}
+
+void close_mutex(MutexHandle handle) { (void)MutexTable::instance().handles.close(handle); }
+
+}  // namespace quillanest

@@ -1,0 +1,183 @@
+// Anonymous regions are memory files, named after the region so that a tool which knows the process can find them among
+// its descriptors; the descriptor stays open as long as the region. A region is mapped once per process and its views
+// share the mapping.
+#include "quillanest/platform/NamedRegion.h"
+
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <unordered_map>
+#include <utility>
+
+namespace quillanest {
+
+struct NamedRegion::Entry {
+  std::string name;
+  std::byte *start = nullptr;
+  std::size_t size = 0;
+  int descriptor = -1;
+  std::size_t views = 0;
+
+  Entry() = default;
+  Entry(const Entry &) = delete;
+  Entry &operator=(const Entry &) = delete;
+  ~Entry() {
+    if (start != nullptr) munmap(start, size);
+    if (descriptor >= 0) ::close(descriptor);
+  }
+
+  // Maps the first `bytes` bytes of the open descriptor.
+  bool map(std::size_t bytes) {
+    void *address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (address == MAP_FAILED) return false;
+    start = static_cast<std::byte *>(address);
+    size = bytes;
+    return true;
+  }
+};
+
+namespace {
+
+struct NameHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
+};
+
+// Opens or creates the file and makes it at least `size` bytes long; -1 when the system refuses.
+int open_backing_file(const std::string &path, std::size_t size) {
+  const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+  if (descriptor < 0) return -1;
+  struct stat status {};
+  const bool usable =
+      fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+      (static_cast<std::size_t>(status.st_size) >= size || ftruncate(descriptor, static_cast<off_t>(size)) == 0);
+  if (usable) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
+int open_memory_file(const std::string &name, std::size_t size) {
+  const int descriptor = memfd_create(name.c_str(), MFD_CLOEXEC);
+  if (descriptor < 0) return -1;
+  if (ftruncate(descriptor, static_cast<off_t>(size)) == 0) return descriptor;
+  close(descriptor);
+  return -1;
+}
+
+}  // namespace
+
+// All regions of this process. It is never destroyed: views in static objects close after it would be gone.
+struct RegionRegistry {
+  using Entry = NamedRegion::Entry;
+
+  static RegionRegistry &instance() {
+    static RegionRegistry &registry = *std::make_unique<RegionRegistry>().release();
+    return registry;
+  }
+
+  NamedRegion view(std::string_view name) {
+    const std::lock_guard lock(mutex);
+    const auto found = entries.find(name);
+    if (found == entries.end()) return {};
+    return open_view(*found->second, false);
+  }
+
+  NamedRegion view_or_create(std::string_view name, const std::string *path, std::size_t size) {
+    if (size == 0) return {};
+    const std::lock_guard lock(mutex);
+    const auto found = entries.find(name);
+    if (found != entries.end()) {
+      if (found->second->size < size) return {};
+      return open_view(*found->second, false);
+    }
+    auto entry = std::make_unique<Entry>();
+    entry->name = name;
+    bool zero = false;
+    if (path != nullptr) entry->descriptor = open_backing_file(*path, size);
+    if (entry->descriptor < 0) {
+      entry->descriptor = open_memory_file(entry->name, size);
+      zero = true;
+    }
+    if (entry->descriptor < 0 || !entry->map(size)) return {};
+    Entry &stored = *entry;
+    entries.emplace(stored.name, std::move(entry));
+    return open_view(stored, zero);
+  }
+
+  void close(Entry &entry) {
+    const std::lock_guard lock(mutex);
+    if (--entry.views > 0) return;
+    entries.erase(entries.find(std::string_view(entry.name)));
+  }
+
+  std::span<std::byte> bytes_from(const std::byte *address) {
+    const std::lock_guard lock(mutex);
+    const std::less<const std::byte *> before;
+    for (const auto &[name, entry] : entries) {
+      const std::byte *end = entry->start + entry->size;
+      if (before(address, entry->start) || !before(address, end)) continue;
+      const auto offset = static_cast<std::size_t>(address - entry->start);
+      return {entry->start + offset, entry->size - offset};
+    }
+    return {};
+  }
+
+ private:
+  static NamedRegion open_view(Entry &entry, bool fresh) {
+    ++entry.views;
+    return NamedRegion(entry, fresh);
+  }
+
+  std::mutex mutex;
+  std::unordered_map<std::string, std::unique_ptr<Entry>, NameHash, std::equal_to<>> entries;
+};
+
+NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept
+    : entry_(&entry), bytes_(entry.start, entry.size), fresh_(fresh) {}
+
+NamedRegion::NamedRegion(NamedRegion &&other) noexcept
+    : entry_(std::exchange(other.entry_, nullptr)),
+      bytes_(std::exchange(other.bytes_, {})),
+      fresh_(std::exchange(other.fresh_, false)) {}
+
+NamedRegion &NamedRegion::operator=(NamedRegion &&other) noexcept {
+  if (this == &other) return *this;
+  close();
+  entry_ = std::exchange(other.entry_, nullptr);
+  bytes_ = std::exchange(other.bytes_, {});
+  fresh_ = std::exchange(other.fresh_, false);
+  return *this;
+}
+
+NamedRegion::~NamedRegion() { close(); }
+
+NamedRegion NamedRegion::open_or_create(std::string_view name, std::size_t size) {
+  return RegionRegistry::instance().view_or_create(name, nullptr, size);
+}
+
+NamedRegion NamedRegion::open_or_create_file(std::string_view name, const std::string &path, std::size_t size) {
+  return RegionRegistry::instance().view_or_create(name, &path, size);
+}
+
+NamedRegion NamedRegion::open(std::string_view name) { return RegionRegistry::instance().view(name); }
+
+void NamedRegion::keep_for_process_life() noexcept {
+  entry_ = nullptr;
+  bytes_ = {};
+  fresh_ = false;
+}
+
+std::span<std::byte> NamedRegion::bytes_from(const void *address) {
+  return RegionRegistry::instance().bytes_from(static_cast<const std::byte *>(address));
+}
+
+void NamedRegion::close() noexcept {
+  if (entry_ != nullptr) RegionRegistry::instance().close(*entry_);
+  keep_for_process_life();
+}
+
+}  // namespace quillanest

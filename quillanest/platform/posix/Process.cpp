@@ -1,0 +1,22 @@
+#include "quillanest/platform/Process.h"
+
+#include <array>
+#include <signal.h>
+#include <unistd.h>
+
+namespace quillanest {
+
+int process_id() { return static_cast<int>(getpid()); }
+
+std::string host_name() {
+  std::array<char, 256> name{};
+  if (gethostname(name.data(), name.size() - 1) != 0) return {};
+  return name.data();
+}
+
+void end_process(int id) {
+  if (id <= 0) return;
+  (void)kill(id, SIGKILL);
+}
+
+}  // namespace quillanest

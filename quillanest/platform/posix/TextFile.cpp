@@ -1,0 +1,159 @@
+#include "quillanest/platform/TextFile.h"
+
+#include <cstdio>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillanest {
+namespace {
+
+// Closes a descriptor at the end of its scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+  }
+  Descriptor(const Descriptor &) = delete;
+  Descriptor &operator=(const Descriptor &) = delete;
+
+  [[nodiscard]] int get() const noexcept { return descriptor_; }
+  [[nodiscard]] int release() noexcept {
+    const int descriptor = descriptor_;
+    descriptor_ = -1;
+    return descriptor;
+  }
+
+ private:
+  int descriptor_;
+};
+
+// Reads up to `bytes.size()` bytes; the number read, or nothing on an error.
+std::optional<std::size_t> read_all(int descriptor, std::span<char> bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t count = ::read(descriptor, bytes.data() + done, bytes.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  return done;
+}
+
+bool write_all(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+// The path behind symbolic links, so that replacing a file leaves the links to it alone.
+std::string resolved(const std::string &path) {
+  char *real = realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string result = real;
+  free(real);
+  return result;
+}
+
+bool same_file(int descriptor, const std::string &path) {
+  struct stat open_file {};
+  struct stat named_file {};
+  return fstat(descriptor, &open_file) == 0 && lstat(path.c_str(), &named_file) == 0 &&
+         open_file.st_dev == named_file.st_dev && open_file.st_ino == named_file.st_ino;
+}
+
+// Opens the temporary file of a target and holds its lock. A file that another replacement renamed away while this one
+// waited for the lock is the target by then, so the opening starts over.
+int open_temporary(const std::string &path) {
+  for (;;) {
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
+    if (file.get() < 0) return -1;
+    while (flock(file.get(), LOCK_EX) != 0) {
+      if (errno != EINTR) return -1;
+    }
+    if (!same_file(file.get(), path)) continue;
+    if (ftruncate(file.get(), 0) != 0) return -1;
+    return file.release();
+  }
+}
+
+void sync_folder_of(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor.get() >= 0) (void)fsync(descriptor.get());
+}
+
+}  // namespace
+
+FileText::FileText(std::size_t size) : bytes_(std::make_unique_for_overwrite<char[]>(size)), size_(size) {}
+
+std::optional<FileText> read_file(const std::string &path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  FileText text(static_cast<std::size_t>(status.st_size));
+  const std::optional<std::size_t> size = read_all(file.get(), text.chars());
+  if (!size) return std::nullopt;
+  text.shrink(*size);
+  return text;
+}
+
+std::optional<std::int64_t> file_size(const std::string &path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return status.st_size;
+}
+
+bool is_folder(const std::string &path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+FileReplacement::FileReplacement(const std::string &path) : target_(resolved(path)), temporary_(target_ + kSuffix) {
+  struct stat status {};
+  const bool exists = stat(target_.c_str(), &status) == 0;
+  if (exists && (!S_ISREG(status.st_mode) || access(target_.c_str(), W_OK) != 0)) return;
+  descriptor_ = open_temporary(temporary_);
+  // A file of passwords that only its owner may read stays so.
+  if (descriptor_ >= 0 && exists && fchmod(descriptor_, status.st_mode & 07777) != 0) abandon();
+}
+
+FileReplacement::~FileReplacement() { abandon(); }
+
+bool FileReplacement::write(std::string_view bytes) {
+  if (!is_open() || failed_) return false;
+  failed_ = !write_all(descriptor_, bytes);
+  return !failed_;
+}
+
+bool FileReplacement::commit() {
+  if (!is_open()) return false;
+  const bool done = !failed_ && fsync(descriptor_) == 0 && std::rename(temporary_.c_str(), target_.c_str()) == 0;
+  if (!done) {
+    abandon();
+    return false;
+  }
+  ::close(descriptor_);
+  descriptor_ = -1;
+  sync_folder_of(target_);
+  return true;
+}
+
+void FileReplacement::abandon() noexcept {
+  if (!is_open()) return;
+  (void)unlink(temporary_.c_str());  // before the lock goes with the descriptor
+  ::close(descriptor_);
+  descriptor_ = -1;
+}
+
+}  // namespace quillanest

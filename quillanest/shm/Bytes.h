@@ -1,0 +1,119 @@
+// The only place where bytes become values and values bytes.
+//
+// Record bytes are unaligned and may end anywhere, so every access is a copy. The bounded forms do the part that lies
+// inside the bytes they are given: what cannot be read counts as zero, what cannot be written is dropped.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string_view>
+#include <type_traits>
+
+namespace quillanest {
+
+inline std::byte *as_bytes(void *address) { return static_cast<std::byte *>(address); }
+inline const std::byte *as_bytes(const void *address) { return static_cast<const std::byte *>(address); }
+inline char *as_chars(std::byte *bytes) { return reinterpret_cast<char *>(bytes); }
+inline const char *as_chars(const std::byte *bytes) { return reinterpret_cast<const char *>(bytes); }
+
+// A value at an address that holds all of its bytes.
+template <class T>
+T load(const std::byte *from) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  T value;
+  std::memcpy(&value, from, sizeof(T));
+  return value;
+}
+
+template <class T>
+void store(std::byte *to, const T &value) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  std::memcpy(to, &value, sizeof(T));
+}
+
+// A value of which only a leading part may be there.
+template <class T>
+T load_part(std::span<const std::byte> from) {
+  if (from.size() >= sizeof(T)) return load<T>(from.data());
+  T value{};
+  if (!from.empty()) std::memcpy(&value, from.data(), from.size());
+  return value;
+}
+
+template <class T>
+void store_part(std::span<std::byte> to, const T &value) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  if (to.size() >= sizeof(T)) return store(to.data(), value);
+  if (!to.empty()) std::memcpy(to.data(), &value, to.size());
+}
+
+// The zero-terminated text at the start of `bytes`, without its terminator; all of them when there is none.
+inline std::string_view text_in(std::span<const std::byte> bytes) {
+  if (bytes.empty()) return {};
+  const void *end = std::memchr(bytes.data(), 0, bytes.size());
+  const std::size_t length = end == nullptr ? bytes.size() : static_cast<std::size_t>(as_bytes(end) - bytes.data());
+  return {as_chars(bytes.data()), length};
+}
+
+// Copies a text and its terminator to the start of `to`, as far as it goes. The source may overlap.
+inline void copy_text(std::span<std::byte> to, std::string_view text) {
+  const std::size_t length = std::min(to.size(), text.size());
+  if (length > 0) std::memmove(to.data(), text.data(), length);
+  if (length < to.size()) to[length] = std::byte{0};
+}
+
+// Counters of the image that readers and editors touch at the same time. A reader may get a stale value, never a torn
+// one; the order of what it sees beside the counter is the business of the database's mutex.
+template <class T>
+T load_shared(const T &counter) {
+  return std::atomic_ref<T>(const_cast<T &>(counter)).load(std::memory_order_relaxed);
+}
+
+template <class T>
+void store_shared(T &counter, T value) {
+  std::atomic_ref<T>(counter).store(value, std::memory_order_relaxed);
+}
+
+// Texts of descriptors.
+//
+// A descriptor is a block of bytes with texts of fixed width in it. A text of exactly its width is accepted, and its
+// terminator then lands in whatever follows in the block, so that reading starts at the text and may run on into it.
+
+// The text that starts at `offset` of the block.
+template <class Block>
+std::string_view block_text(const Block &block, std::size_t offset) {
+  return text_in({as_bytes(static_cast<const void *>(&block)) + offset, sizeof(Block) - offset});
+}
+
+// Stores a text of at most `width` characters and its terminator; false, with nothing changed, for a longer one.
+// By design [FullWidthText]: a text of full width is accepted and its terminator falls on the byte behind it.
+// The one behind the block's last byte is dropped.
+template <class Block>
+bool set_block_text(Block &block, std::size_t offset, std::size_t width, const char *text) {
+  if (text == nullptr) return false;
+  const std::size_t length = std::strlen(text);
+  if (length > width) return false;
+  copy_text({as_bytes(static_cast<void *>(&block)) + offset, sizeof(Block) - offset}, {text, length});
+  return true;
+}
+
+// Copies the text at `offset` from one block to another of its kind, terminator included; the bytes behind the
+// terminator stay as they are.
+template <class Block>
+void copy_block_text(Block &to, const Block &from, std::size_t offset) {
+  const std::string_view text = block_text(from, offset);
+  copy_text({as_bytes(static_cast<void *>(&to)) + offset, sizeof(Block) - offset}, text);
+}
+
+// Whether two texts are equal without regard to the case of ASCII letters.
+inline bool equal_ignoring_case(std::string_view left, std::string_view right) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return left.size() == right.size() &&
+         std::equal(left.begin(), left.end(), right.begin(), [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+}  // namespace quillanest

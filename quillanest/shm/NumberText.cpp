@@ -1,0 +1,88 @@
+#include "quillanest/shm/NumberText.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+namespace quillanest {
+namespace {
+
+bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+bool take_sign(std::string_view &text) {
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  return negative;
+}
+
+// The decimal exponent of the first digit that is not 0 in a number that does not fit a double: positive when the
+// number is too large, negative when it is too small.
+double out_of_range_value(std::string_view text, char exponent_letter) {
+  const std::size_t exponent_at =
+      text.find_first_of(exponent_letter == 'p' ? std::string_view("pP") : std::string_view("eE"));
+  const std::string_view mantissa = text.substr(0, exponent_at);
+  const std::size_t first = mantissa.find_first_not_of("0.");
+  const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
+  double magnitude = first < point ? static_cast<double>(point - first) : -static_cast<double>(first - point);
+  if (exponent_letter == 'p') magnitude *= 4;
+  if (exponent_at != std::string_view::npos) {
+    std::string_view exponent = text.substr(exponent_at + 1);
+    const bool negative = take_sign(exponent);
+    double value = 0;
+    for (const char c : exponent) {
+      if (!is_digit(c)) break;
+      value = value * 10 + (c - '0');
+    }
+    magnitude += negative ? -value : value;
+  }
+  return magnitude > 0 ? std::numeric_limits<double>::infinity() : 0.0;
+}
+
+double parse_magnitude(std::string_view text, std::chars_format format) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format);
+  if (error == std::errc::result_out_of_range) {
+    const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
+    return out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e');
+  }
+  return error == std::errc() ? value : 0.0;
+}
+
+}  // namespace
+
+void skip_blanks(std::string_view &text) {
+  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+}
+
+std::optional<std::uint32_t> scan_int(std::string_view &text) {
+  skip_blanks(text);
+  std::string_view rest = text;
+  const bool negative = take_sign(rest);
+  if (rest.empty() || !is_digit(rest.front())) return std::nullopt;
+  std::uint32_t number = 0;
+  while (!rest.empty() && is_digit(rest.front())) {
+    number = number * 10 + static_cast<std::uint32_t>(rest.front() - '0');
+    rest.remove_prefix(1);
+  }
+  text = rest;
+  return negative ? 0 - number : number;
+}
+
+std::uint32_t parse_int(std::string_view text) { return scan_int(text).value_or(0); }
+
+double parse_double(std::string_view text) {
+  skip_blanks(text);
+  const bool negative = take_sign(text);
+  if (text.starts_with('-')) return 0.0;  // a second sign is no number, although from_chars would take it
+  double value = 0;
+  const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  if (hexadecimal) {
+    value = parse_magnitude(text.substr(2), std::chars_format::hex);
+  } else {
+    value = parse_magnitude(text, std::chars_format::general);
+  }
+  return negative ? -value : value;
+}
+
+}  // namespace quillanest

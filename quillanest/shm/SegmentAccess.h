@@ -1,0 +1,22 @@
+// What the kernel needs of a CShareMemory beyond its published operations.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "quillanest/shm/ShareMemory.h"
+
+namespace quillanest {
+
+struct SegmentAccess {
+  // The bytes of the whole mapped segment; empty without a view.
+  static std::span<std::byte> bytes(const CShareMemory &segment) noexcept { return segment.view_.bytes(); }
+
+  // Records the size that a descriptor gives for the segment.
+  static void set_size(CShareMemory &segment, int size) noexcept { segment.size_ = size; }
+
+  // Gives the view up without closing it: the segment stays for the life of the process.
+  static void keep_for_process_life(CShareMemory &segment) noexcept { segment.view_.keep_for_process_life(); }
+};
+
+}  // namespace quillanest

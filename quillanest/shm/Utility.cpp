@@ -1,0 +1,80 @@
+#include "quillanest/shm/Utility.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "quillanest/platform/Process.h"
+#include "quillanest/platform/TextFile.h"
+#include "quillanest/platform/Thread.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/ValueBytes.h"
+
+namespace {
+
+using quillanest::as_bytes;
+
+struct FileClose {
+  void operator()(std::FILE *file) const { (void)std::fclose(file); }
+};
+
+// Empties the file, creating it when it does not exist, and makes it `words` zero words of 4 bytes.
+void write_zero_words(const char *path, std::uintmax_t words) {
+  std::unique_ptr<std::FILE, FileClose> file(std::fopen(path, "wb"));
+  if (file == nullptr) return;
+  file.reset();
+  std::error_code error;  // a full disk leaves the file empty
+  std::filesystem::resize_file(path, words * 4, error);
+}
+
+// The bytes of a value that the caller promises room for.
+std::span<std::byte> promised_room(char *destination, std::size_t size) { return {as_bytes(destination), size}; }
+
+}  // namespace
+
+void GetLocalTime(SYSTEMTIME &time) { (void)quillanest::read_local_time(time); }
+
+void ReadTime(const char *text, SYSTEMTIME *time) {
+  if (text == nullptr || time == nullptr) return;
+  quillanest::read_time(text, {as_bytes(static_cast<void *>(time)), sizeof *time});
+}
+
+void KillProcess(int nProcessID) { quillanest::end_process(nProcessID); }
+
+void *CreateThreadEx(unsigned long (*routine)(void *), void *argument) {
+  // A handle is a number in the shape of an address; nothing ever looks behind it.
+  return reinterpret_cast<void *>(quillanest::start_thread(routine, argument));
+}
+
+bool KillThreadEx(void *handle) {
+  quillanest::end_thread(reinterpret_cast<quillanest::ThreadHandle>(handle));
+  return true;
+}
+
+int GetFileSize(const char *path) {
+  if (path == nullptr) return -1;
+  const std::optional<std::int64_t> size = quillanest::file_size(path);
+  return size ? static_cast<int>(static_cast<std::uint32_t>(*size)) : -1;
+}
+
+void ChangeFileSize(const char *path, int size) {
+  if (path == nullptr) return;
+  // By design [ExtraWord]: one word more than the size holds.
+  write_zero_words(path, static_cast<std::uint32_t>(size) / 4 + 1);
+}
+
+void ClearFile(const char *path) {
+  if (path == nullptr) return;
+  const std::optional<std::int64_t> size = quillanest::file_size(path);
+  if (size) write_zero_words(path, static_cast<std::uintmax_t>(*size) / 4);
+}
+
+void SetDefaultField(int type, char *destination, const char *text) {
+  if (destination == nullptr || text == nullptr || *text == '\0') return;
+  const std::size_t room = std::max(sizeof(SYSTEMTIME), std::strlen(text) + 1);
+  quillanest::store_default(type, promised_room(destination, room), text);
+}

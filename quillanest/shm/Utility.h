@@ -1,0 +1,43 @@
+// The nine free functions: time, processes, threads and files.
+//
+// None of them keeps state or reports an error other than by its result. All may run on any thread.
+#pragma once
+
+#include "quillanest/Export.h"
+#include "quillanest/platform/SystemTime.h"
+
+// Fills `time` with the current local time; milliseconds are always 0. Untouched when the system cannot tell.
+QUILLANEST_API void GetLocalTime(SYSTEMTIME &time);
+
+// Reads "year-month-day hour:minute:second" from `text` (white space may stand before each number) into `time`. No
+// range is checked. When all six numbers are there and each lies between 0 and 65535 the members hold them, and
+// wDayOfWeek and wMilliseconds are 0. When the text stops early, the member after the last number read receives that
+// number's high half and the others keep their content: after a date alone wHour is 0 and minute, second and
+// milliseconds are as before. A null text changes nothing.
+QUILLANEST_API void ReadTime(const char *text, SYSTEMTIME *time);
+
+// Ends the process with that identifier at once. 0 and negative numbers end nothing. Failures are silent.
+QUILLANEST_API void KillProcess(int nProcessID);
+
+// Starts a thread that runs routine(argument) and returns its handle; null on failure. A handle whose thread has ended
+// is stale and needs no closing.
+QUILLANEST_API void *CreateThreadEx(unsigned long (*routine)(void *), void *argument);
+
+// Ends a thread of CreateThreadEx where it stands: nothing that it holds in memory is released. Use it only on threads
+// that hold nothing and are not inside a call of this library. Always true, also for a stale or invalid handle.
+QUILLANEST_API bool KillThreadEx(void *handle);
+
+// The size of the file in bytes, modulo 2^32 as a signed number; -1 when there is no such file.
+QUILLANEST_API int GetFileSize(const char *path);
+
+// Makes the file a run of zero bytes, 4 x (size / 4) + 4 of them, creating it when it does not exist. A negative size
+// counts as a very large unsigned one. Nothing when the file cannot be opened.
+QUILLANEST_API void ChangeFileSize(const char *path, int size);
+
+// Fills an existing file with zeros, its size rounded down to a multiple of 4. Nothing when it does not exist.
+QUILLANEST_API void ClearFile(const char *path);
+
+// Converts a default text into a value of type code `type` at `destination`: for CHAR, UCHAR, STRING and PASSWD the
+// whole text with its terminator, for numbers the type's own width, for TIME as ReadTime. Nothing for an empty or null
+// text and for unknown codes. The caller answers for the room at `destination`.
+QUILLANEST_API void SetDefaultField(int type, char *destination, const char *text);

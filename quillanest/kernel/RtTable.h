@@ -138,8 +138,8 @@ class QUILLANEST_API CRtTable {
   // that project and an edit status, and a delete then only marks the record. Every edit sets "bModified" to 1.
 
   // Inserts the record in its key's place and returns its position; -2 when the key is there already; -1 when the
-  // buffer is null, the table not attached or full, or the mutex is not to be had. A record with key 0 gets the next
-  // key, which is written into the buffer, and goes to the end.
+  // buffer is null, the table not attached or full, no key is left to issue, or the mutex is not to be had. A record
+  // with key 0 gets the next key, which is written into the buffer, and goes to the end.
   int Insert(char *record, int projectID);
   // The same with a record of zeros and that key; with `fillDefaults` not 0 the fields' default values follow, which
   // replace the key too when the key field has one.

@@ -118,6 +118,7 @@ int CRtTable::Insert(char *record, int projectID) {
   std::int32_t position = count;
   const bool issued = key == 0;
   if (issued) {
+    if (quillanest::load_shared(view.attr->IDExclusive) == 0) return -1;  // all keys are used up
     key = GetIDExclusive();
     view.set_key(buffer, key);
   } else {

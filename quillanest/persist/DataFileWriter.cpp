@@ -1,5 +1,6 @@
 // Writing a table's text file.
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -163,17 +164,21 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
   FileReplacement file(*path);
   if (!file.is_open()) return false;
 
-  const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
-  TableWriter writer(view, file, cipher, separator_);
-  writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
   ModifiedMarks marks(view, find_version_fields(view).modified);
-  const std::int32_t count = view.count();
-  for (std::int32_t i = 0; i < count; ++i) {
-    marks.remember(i);
-    writer.write_record(view.record(i), marks);
+  try {
+    const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
+    TableWriter writer(view, file, cipher, separator_);
+    writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
+    const std::int32_t count = view.count();
+    for (std::int32_t i = 0; i < count; ++i) {
+      marks.remember(i);
+      writer.write_record(view.record(i), marks);
+    }
+    writer.finish();
+    if (file.commit()) return true;
+  } catch (const std::bad_alloc &) {
+    // As any other failure: the former file stands.
   }
-  writer.finish();
-  if (file.commit()) return true;
   marks.restore();
   return false;
 }

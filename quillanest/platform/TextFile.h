@@ -26,7 +26,8 @@ class FileText {
   std::size_t size_ = 0;
 };
 
-// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe) or cannot be read.
+// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe), cannot be
+// read or does not fit into memory.
 [[nodiscard]] std::optional<FileText> read_file(const std::string &path);
 
 // The size of the file in bytes; nothing when the path names none.

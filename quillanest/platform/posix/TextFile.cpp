@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <errno.h>
 #include <fcntl.h>
+#include <new>
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -101,11 +102,15 @@ std::optional<FileText> read_file(const std::string &path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  FileText text(static_cast<std::size_t>(status.st_size));
-  const std::optional<std::size_t> size = read_all(file.get(), text.chars());
-  if (!size) return std::nullopt;
-  text.shrink(*size);
-  return text;
+  try {
+    FileText text(static_cast<std::size_t>(status.st_size));
+    const std::optional<std::size_t> size = read_all(file.get(), text.chars());
+    if (!size) return std::nullopt;
+    text.shrink(*size);
+    return text;
+  } catch (const std::bad_alloc &) {
+    return std::nullopt;
+  }
 }
 
 std::optional<std::int64_t> file_size(const std::string &path) {

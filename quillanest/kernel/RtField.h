@@ -57,14 +57,14 @@ class QUILLANEST_API CRtField {
   char *GetDefaultValue();
 
   // The name under which generated C headers declare a member of this type code, padded with blanks to 10 characters.
-  // By design [TypeNameTable]: from code 9 on the names are not those of the codes' own types.
+  // From code 9 on the names are not those of the codes' own types.
   // 14 gives "SYSTEMTIME", 15 "PASSWD"; a code that has no name gives the blank entry of code 0. A static text.
   const char *GetTypeStr() const;
 
   // Writes the text form of the value at `pValue`, read as a value of type code `nType`, and a terminator to `pszText`.
   // Unknown codes give an empty text. The caller answers for the room: numbers need at most 330 bytes, texts their
   // length, a PASSWD its enciphered form (4/3 of the length and 40 bytes).
-  // By design [TimeStamped]: a TIME with a day outside 1 to 31 or a month outside 1 to 12 is overwritten in place with
+  // A TIME with a day outside 1 to 31 or a month outside 1 to 12 is overwritten in place with
   // the current local time, which is then shown.
   static void GetDisplayText(int nType, char *pValue, char *pszText);
 

@@ -155,10 +155,10 @@ class QUILLANEST_API CRtTable {
 
   // --- Single values ------------------------------------------------------------------------------------------------
   // None of these takes the mutex or stamps the record. STRING and PASSWD values are copied up to their terminator,
-  // others as FieldSize bytes. 1, or 0 when the buffer is null, the record absent or the field out of range.
+  // others as FieldSize bytes. 1, or 0 when the buffer is null, the record absent or there is no such field.
   int GetFieldData(unsigned int key, int fieldIndex, char *buffer) const;
-  // By design [SetFieldDataIndex]: only an index above TableFieldNum is refused; TableFieldNum itself means the field
-  // descriptor that follows the table's own in the image.
+  // Refuses only an index above TableFieldNum; TableFieldNum itself, and negative indexes here and in GetFieldData,
+  // mean the field descriptors of the database's other tables that lie there in the image, and fail where none does.
   int SetFieldData(unsigned int key, int fieldIndex, const char *value);
   int GetFieldDataAt(int position, int fieldIndex, char *buffer) const;
   int SetFieldDataAt(int position, int fieldIndex, const char *value);
@@ -184,7 +184,7 @@ class QUILLANEST_API CRtTable {
   bool CommitProject();
 
   // The statements that would carry one record to the relational store. `record` holds TableSize bytes.
-  // By design [WriteThrough]: they run on a connection that nobody opened, so no statement reaches a store and the
+  // They run on a connection that nobody opened, so no statement reaches a store and the
   // results are fixed: false, false, and true for a table of a database with a manager (else false).
   bool InsertRecordToDb(char *record);
   bool UpdateRecordToDb(char *record);

@@ -88,7 +88,7 @@ char *CRtTable::GetRecordAddr(unsigned int key, int hint) const {
 char *CRtTable::FindRecordbyStringField(int fieldIndex, const char *text) const {
   const TableView view = TableView::of(*this);
   if (!view || fieldIndex < 0 || text == nullptr) return nullptr;
-  const _field_attr *field = view.field(fieldIndex);
+  const _field_attr *field = view.field_unchecked(fieldIndex);
   if (field == nullptr) return nullptr;
   const std::string_view wanted = text;
   const std::int32_t count = view.count();

@@ -76,7 +76,7 @@ bool store_field_text(std::span<std::byte> value, const _field_attr &field, char
 int CRtTable::GetFieldData(unsigned int key, int fieldIndex, char *buffer) const {
   const TableView view = TableView::of(*this);
   if (buffer == nullptr || !view || key == 0 || fieldIndex >= view.attr->TableFieldNum) return 0;
-  const _field_attr *field = view.field(fieldIndex);
+  const _field_attr *field = view.field_unchecked(fieldIndex);
   const quillanest::KeyPlace place = find_key(view, key);
   if (field == nullptr || !place.found) return 0;
   read_value(view, view.record(place.position), *field, buffer);
@@ -87,7 +87,7 @@ int CRtTable::SetFieldData(unsigned int key, int fieldIndex, const char *value) 
   const TableView view = TableView::of(*this);
   // By design [SetFieldDataIndex]: the index may be as high as TableFieldNum, unlike in GetFieldData.
   if (value == nullptr || !view || fieldIndex > view.attr->TableFieldNum) return 0;
-  const _field_attr *field = view.field(fieldIndex);
+  const _field_attr *field = view.field_unchecked(fieldIndex);
   const quillanest::KeyPlace place = find_key(view, key);
   if (field == nullptr || !place.found) return 0;
   write_value(view, view.record(place.position), *field, value);
@@ -120,7 +120,7 @@ int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int
   // By design [EndPositionExclusive]: a negative end stands for the last position, which is left unchanged.
   if (end < 0) end = view.count() - 1;
   if (first >= end) return 1;
-  const _field_attr *field = view.field(fieldIndex);
+  const _field_attr *field = view.field_unchecked(fieldIndex);
   if (field == nullptr || view.at(first) == nullptr) return 0;
   end = std::min(end, view.capacity());  // slots past the area belong to another table
   for (int i = first; i < end; ++i) {

@@ -55,10 +55,13 @@ CRtdbManager &CRtdbManager::operator=(const CRtdbManager &other) {
 int CRtdbManager::ReadConfigInfo() {
   const std::string root = quillanest::install_root();
   const std::string file = root + std::string(quillanest::kConfigurationFile);
-  // A path that does not fit its member is refused: a cut one would name another file.
-  if (root.empty() || !copy_path(attr_.SysIniFile, file)) return 0;
   const std::string path = quillanest::profile_text(file, kSection, "RtdbDataPath").substr(0, RTDB_PATH_SIZE - 1);
-  (void)copy_path(attr_.DataPath, root + path);
+  // A path that does not fit its member is refused with the whole configuration: a cut one would name another place.
+  if (root.empty() || !copy_path(attr_.SysIniFile, file)) return 0;
+  if (!copy_path(attr_.DataPath, root + path)) {
+    (void)copy_path(attr_.SysIniFile, {});
+    return 0;
+  }
   segment_.SetKey(quillanest::profile_int(file, kSection, "FileKey_Manager", kDefaultManagerKey));
   return 1;
 }

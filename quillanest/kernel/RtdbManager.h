@@ -1,7 +1,8 @@
 // CRtdbManager: configuration, start-up, the directory of databases, load and save.
 //
 // A client program constructs one manager first, starts it, and keeps it for its whole run. The one that builds the
-// image from a schema file keeps it alive: the database segments go with the last manager that shares its catalogue.
+// image from a schema file keeps it alive: its catalogue's databases, and with them the last views on most segments, go
+// with the last manager that shares it.
 // Another manager of the same process attaches to the image.
 //
 // Every attribute of the image exists twice, in this object and, while the manager segment is mapped, in the image:
@@ -33,8 +34,9 @@ class QUILLANEST_API CRtdbManager {
   // --- Start-up -----------------------------------------------------------------------------------------------------
   // Attaches to an image that this process has already. Otherwise builds one: from the schema file and loading the
   // system database (`bReopen` false), or re-opening the segments of an existing directory (`bReopen` true, the file is
-  // not used and no data is loaded). False when a step fails; the state reached by then stays.
-  // May throw _com_error when a relational store delivers a value that does not convert.
+  // not used and no data is loaded). False when a step fails; the state reached by then stays, so that a second call
+  // may attach to an image whose data was never loaded: GetRtdbStatus tells. May throw _com_error when a relational
+  // store delivers a value that does not convert.
   bool RtdbManagerInit(bool bReopen, const char *pszSchemaFile);
   // Maps an existing manager segment and the system database in it; 1 or 0.
   int AttachShareMemory();

@@ -107,8 +107,18 @@ struct TableView {
 
   void set_key(std::byte *bytes, std::uint32_t key) const noexcept { store_part({bytes, record_bytes()}, key); }
 
-  // Field descriptors by position behind the table's first one, not checked against the table's own number of fields;
-  // null outside the segment.
+  // The descriptor at a position that callers give without a check against the table's number of fields: it may be one
+  // of the database's other tables. Null where no descriptor lies, whose place and size would mean anything.
+  [[nodiscard]] _field_attr *field_unchecked(int index) const noexcept {
+    const auto &database = *attr_at<_db_attr>(segment, 0);
+    const std::int64_t offset = attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)};
+    const bool is_field = offset >= database.FieldOffset &&
+                          offset <= database.DataOffset - std::int64_t{sizeof(_field_attr)} &&
+                          (offset - database.FieldOffset) % std::int64_t{sizeof(_field_attr)} == 0;
+    return is_field ? field(index) : nullptr;
+  }
+
+  // The descriptor at a position behind the table's first one; null outside the segment.
   [[nodiscard]] _field_attr *field(std::int64_t index) const noexcept {
     return attr_at<_field_attr>(segment, attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)});
   }

@@ -47,6 +47,12 @@ struct MappedMutex {
 
 class MutexTable {
  public:
+  // A fork finds the table whole: no other thread is adding to it then. The mutexes themselves stay their owners'.
+  MutexTable() {
+    pthread_atfork([] { instance().growing_.lock(); }, [] { instance().growing_.unlock(); },
+                   [] { instance().growing_.unlock(); });
+  }
+
   static MutexTable &instance() {
     static MutexTable &table = *std::make_unique<MutexTable>().release();  // never destroyed: static objects use it
     return table;

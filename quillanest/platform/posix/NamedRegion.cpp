@@ -71,8 +71,16 @@ int open_memory_file(const std::string &name, std::size_t size) {
 }  // namespace
 
 // All regions of this process. It is never destroyed: views in static objects close after it would be gone.
+//
+// A forked child starts without regions: names carry the identifier of the process that made them, and one of the
+// parent's could otherwise be taken for one of the child's. Views that the child inherits stay mapped.
 struct RegionRegistry {
   using Entry = NamedRegion::Entry;
+
+  RegionRegistry() {
+    pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
+                   [] { instance().forget_names_of_parent(); });
+  }
 
   static RegionRegistry &instance() {
     static RegionRegistry &registry = *std::make_unique<RegionRegistry>().release();
@@ -80,17 +88,16 @@ struct RegionRegistry {
   }
 
   NamedRegion view(std::string_view name) {
-    const std::lock_guard lock(mutex);
-    const auto found = entries.find(name);
-    if (found == entries.end()) return {};
-    return open_view(*found->second, false);
+    const std::lock_guard lock(mutex_);
+    const auto found = by_name_.find(name);
+    return found == by_name_.end() ? NamedRegion() : open_view(*found->second, false);
   }
 
   NamedRegion view_or_create(std::string_view name, const std::string *path, std::size_t size) {
     if (size == 0) return {};
-    const std::lock_guard lock(mutex);
-    const auto found = entries.find(name);
-    if (found != entries.end()) {
+    const std::lock_guard lock(mutex_);
+    const auto found = by_name_.find(name);
+    if (found != by_name_.end()) {
       if (found->second->size < size) return {};
       return open_view(*found->second, false);
     }
@@ -104,22 +111,24 @@ struct RegionRegistry {
     }
     if (entry->descriptor < 0 || !entry->map(size)) return {};
     Entry &stored = *entry;
-    entries.emplace(stored.name, std::move(entry));
+    by_name_.emplace(stored.name, &stored);
+    entries_.emplace(&stored, std::move(entry));
     return open_view(stored, zero);
   }
 
   void close(Entry &entry) {
-    const std::lock_guard lock(mutex);
+    const std::lock_guard lock(mutex_);
     if (--entry.views > 0) return;
-    entries.erase(entries.find(std::string_view(entry.name)));
+    const auto named = by_name_.find(std::string_view(entry.name));
+    if (named != by_name_.end() && named->second == &entry) by_name_.erase(named);
+    entries_.erase(&entry);
   }
 
   std::span<std::byte> bytes_from(const std::byte *address) {
-    const std::lock_guard lock(mutex);
+    const std::lock_guard lock(mutex_);
     const std::less<const std::byte *> before;
-    for (const auto &[name, entry] : entries) {
-      const std::byte *end = entry->start + entry->size;
-      if (before(address, entry->start) || !before(address, end)) continue;
+    for (const auto &[entry, owner] : entries_) {
+      if (before(address, entry->start) || !before(address, entry->start + entry->size)) continue;
       const auto offset = static_cast<std::size_t>(address - entry->start);
       return {entry->start + offset, entry->size - offset};
     }
@@ -132,8 +141,15 @@ struct RegionRegistry {
     return NamedRegion(entry, fresh);
   }
 
-  std::mutex mutex;
-  std::unordered_map<std::string, std::unique_ptr<Entry>, NameHash, std::equal_to<>> entries;
+  // Runs in the child, whose only thread holds the mutex from before the fork.
+  void forget_names_of_parent() {
+    by_name_.clear();
+    mutex_.unlock();
+  }
+
+  std::mutex mutex_;
+  std::unordered_map<std::string, Entry *, NameHash, std::equal_to<>> by_name_;
+  std::unordered_map<Entry *, std::unique_ptr<Entry>> entries_;
 };
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept

@@ -22,7 +22,7 @@ class PasswordCipher {
   [[nodiscard]] static PasswordCipher from_configuration(const std::string &configuration_file);
 
   // The text form of a clear password. A text that already has the prefix but cannot be deciphered with these keys is
-  // returned as it is, so that saving does not bury what another key enciphered.
+  // returned as it is, so that saving does not bury what another key enciphered, as far as the field held it.
   [[nodiscard]] std::string encrypt(std::string_view clear) const;
 
   // The clear password of a text form. A text without the prefix is taken for a clear password that someone typed; a

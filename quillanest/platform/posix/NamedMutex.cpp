@@ -177,7 +177,9 @@ pthread_mutex_t *MutexTable::map(std::string_view name) {
   int locked = flock(descriptor, LOCK_EX);
   while (locked != 0 && errno == EINTR) locked = flock(descriptor, LOCK_EX);
   pthread_mutex_t *mutex = locked == 0 ? map_file(descriptor) : nullptr;
-  close(descriptor);  // the file lock goes with it
+  // The mapping keeps the open file, and with it the lock, alive behind the descriptor: it has to be undone by itself.
+  (void)flock(descriptor, LOCK_UN);
+  close(descriptor);
   return mutex;
 }
 

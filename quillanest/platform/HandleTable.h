@@ -23,7 +23,7 @@ class HandleTable {
     const std::optional<std::uint32_t> index = take_slot();
     if (!index) return 0;
     Slot &slot = slot_at(*index);
-    slot.thing.store(thing, std::memory_order_relaxed);
+    slot.thing.store(thing, std::memory_order_release);
     const std::uint32_t generation = slot.generation.load(std::memory_order_relaxed) + 1;  // odd: open
     slot.generation.store(generation, std::memory_order_release);
     return handle_of(*index, generation);
@@ -33,9 +33,8 @@ class HandleTable {
   [[nodiscard]] Thing *find(Handle handle) const {
     const Slot *slot = slot_of(handle);
     if (slot == nullptr || slot->generation.load(std::memory_order_acquire) != generation_of(handle)) return nullptr;
-    Thing *thing = slot->thing.load(std::memory_order_relaxed);
-    // A slot that was closed and opened again in between has another generation by now.
-    std::atomic_thread_fence(std::memory_order_acquire);
+    Thing *thing = slot->thing.load(std::memory_order_acquire);
+    // A slot that was closed and opened again in between shows another generation to whoever has seen its new thing.
     return slot->generation.load(std::memory_order_relaxed) == generation_of(handle) ? thing : nullptr;
   }
 

@@ -123,6 +123,13 @@ struct TableView {
     return attr_at<_field_attr>(segment, attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)});
   }
 
+  // Field descriptors that are there: the table's number of fields, cut to what the segment holds.
+  [[nodiscard]] int field_count() const noexcept {
+    int count = 0;
+    while (count < attr->TableFieldNum && field(count) != nullptr) ++count;
+    return count;
+  }
+
   // The address of the first field descriptor, also when the table has none; null outside the segment.
   [[nodiscard]] _field_attr *fields() const noexcept {
     const std::int64_t offset = attr->FieldOffset;

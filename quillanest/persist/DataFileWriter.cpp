@@ -10,6 +10,7 @@
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 #include "quillanest/shm/Bytes.h"
@@ -63,42 +64,6 @@ class Output {
   FileReplacement &file_;
   std::unique_ptr<char[]> bytes_;
   std::size_t used_ = 0;
-};
-
-// The records that a save has marked as not modified, so that a save that fails can mark them again.
-class ModifiedMarks {
- public:
-  ModifiedMarks(const TableView &view, const _field_attr *field) : view_(view), field_(field) {}
-
-  void remember(std::int32_t position) {
-    if (field_ == nullptr) return;
-    std::byte *record = view_.record(position);
-    const std::int32_t mark = version_value(view_, record, *field_);
-    if (mark != 0) marks_.push_back({view_.key_of(record), position, mark});
-  }
-
-  void clear(std::byte *record) const {
-    if (field_ != nullptr) set_version_value(view_, record, *field_, 0);
-  }
-
-  // Records may have moved since; each is looked for by its key.
-  void restore() const {
-    for (const Mark &mark : marks_) {
-      const KeyPlace place = find_key_near(view_, mark.key, mark.position);
-      if (place.found) set_version_value(view_, view_.record(place.position), *field_, mark.value);
-    }
-  }
-
- private:
-  struct Mark {
-    std::uint32_t key;
-    std::int32_t position;
-    std::int32_t value;
-  };
-
-  const TableView &view_;
-  const _field_attr *field_;
-  std::vector<Mark> marks_;
 };
 
 class TableWriter {

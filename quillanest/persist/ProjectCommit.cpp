@@ -1,8 +1,15 @@
 // Committing the projects of a table, and the write-through of single records.
-#include "quillanest/kernel/RtDataBase.h"
-#include "quillanest/kernel/RtTable.h"
-#include "quillanest/kernel/Views.h"
+#include <string>
 
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/RtdbMedia.h"
+#include "quillanest/persist/Store.h"
+#include "quillanest/shm/Bytes.h"
+
+using quillanest::as_bytes;
+using quillanest::CRtdbMedia;
+using quillanest::store_table_name;
 using quillanest::TableView;
 using quillanest::VersionFields;
 
@@ -27,10 +34,40 @@ bool CRtTable::CommitProject() {
   return true;
 }
 
-// By design [WriteThrough]: the statements would run on a connection that is never opened, so none reaches a store.
-// An INSERT then affects no record, which is a failure; a DELETE affects none, which is not.
-bool CRtTable::InsertRecordToDb(char *) { return false; }
+// By design [WriteThrough]: the statements run on a connection that is never opened, so none reaches a store. An INSERT
+// then changes no row, which is a failure; a DELETE changes none, which is not.
+bool CRtTable::InsertRecordToDb(char *record) {
+  const TableView view = TableView::of(*this);
+  if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
+  CRtdbMedia store(database_->GetRtdbManager());
+  return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()}, view.field(0),
+                            view.field_count());
+}
 
-bool CRtTable::UpdateRecordToDb(char *) { return false; }
+bool CRtTable::UpdateRecordToDb(char *record) {
+  const TableView view = TableView::of(*this);
+  if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
+  const std::span<std::byte> bytes(as_bytes(record), view.record_bytes());
+  std::string condition = "ID = " + std::to_string(static_cast<std::int32_t>(view.key_of(bytes.data())));
+  if (const _field_attr *project = find_version_fields(view).project; project != nullptr) {
+    const bool inside = project->FieldOffset >= 0 && static_cast<std::size_t>(project->FieldOffset) < bytes.size();
+    const auto number =
+        inside ? quillanest::load_part<std::int32_t>(bytes.subspan(static_cast<std::size_t>(project->FieldOffset))) : 0;
+    condition += " AND iProjectID = " + std::to_string(number);
+  }
+  CRtdbMedia store(database_->GetRtdbManager());
+  const std::string name = store_table_name(*database_, *this);
+  if (store.Execute(("DELETE FROM " + name + " WHERE " + condition).c_str(), quillanest::TARGET_BOTH) < 0) return false;
+  return store.InsertRecord(name, bytes, view.field(0), view.field_count());
+}
 
-bool CRtTable::RemoveRecordInDb(int, int) { return database_ != nullptr && database_->GetRtdbManager() != nullptr; }
+bool CRtTable::RemoveRecordInDb(int key, int projectID) {
+  if (database_ == nullptr || database_->GetRtdbManager() == nullptr) return false;
+  std::string condition = "ID = " + std::to_string(key);
+  if (FindFieldFromName(quillanest::kProjectField, false) >= 0) {
+    condition += " AND iProjectID = " + std::to_string(projectID);
+  }
+  CRtdbMedia store(database_->GetRtdbManager());
+  const std::string statement = "DELETE FROM " + store_table_name(*database_, *this) + " WHERE " + condition;
+  return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0;
+}

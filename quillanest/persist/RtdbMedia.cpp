@@ -1,75 +1,142 @@
+// Saving tables into the relational store, and the walks over databases.
 #include "quillanest/persist/RtdbMedia.h"
 
-#include <array>
+#include <new>
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/qrvutil/TzFileSystem.h"
 #include "quillanest/shm/FieldType.h"
 
 namespace quillanest {
-namespace {
 
-// Forms the value texts of one record, which stamps its empty times with the present.
-void form_values(const TableView &view, std::byte *record) {
-  std::array<char, kNumberTextMax> text;
-  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
-    const _field_attr *field = view.field(i);
-    if (field == nullptr) return;
-    if (field->FieldType == kTime) (void)format_value(kTime, view.value(record, *field), text.data());
+CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
+    : manager_(manager),
+      cipher_(PasswordCipher::from_configuration(manager == nullptr ? std::string() : manager->GetSysIniFile())) {
+  if (manager != nullptr) SetIniFile(manager->GetSysIniFile());
+  SetSection("RtdbMedia");
+}
+
+std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {
+  const std::optional<std::string> name = CDbConnection::GetDataSource(slot);
+  if (slot_type(slot) != DB_TYPE_JET || manager_ == nullptr) return name;
+  const TzFileSystem folders(manager_->GetSysIniFile(), manager_->GetDataPath());
+  const std::optional<std::string> folder = bSystemDB ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
+  if (!folder || !name || name->empty()) return std::nullopt;
+  return *folder + *name;
+}
+
+void CRtdbMedia::open_for(CRtDataBase &database, bool first_only) {
+  bSystemDB = database.GetDBID() == kSystemDatabaseID;
+  // By design [OpenNeverFails]: what Open returns is a mask, never the -1 of a failure, so no operation ends here.
+  (void)Open(first_only);
+}
+
+void CRtdbMedia::append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value) {
+  const int type = GetCurrentType();
+  std::string text;
+  append_value_text(field.FieldType, value, cipher_, text);
+  if (is_text_type(field.FieldType)) {
+    // By design [QuotesNotEscaped]: a text with a quote breaks its statement, and its row is missing then.
+    statement += '\'';
+    statement += text.empty() && type == DB_TYPE_JET ? " " : text;
+    statement += '\'';
+  } else if (field.FieldType != kTime) {
+    statement += text;
+  } else if (type == DB_TYPE_ORACLE) {
+    statement += "to_date('" + text + "','YYYY-MM-DD HH24:MI:SS')";
+  } else {
+    const char quote = type == DB_TYPE_JET ? '#' : '\'';
+    statement += quote + text + quote;
   }
 }
 
-}  // namespace
+bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
+                              int count) {
+  std::string statement = "INSERT INTO " + store_table + " VALUES(";
+  for (int i = 0; i < count; ++i) {
+    const _field_attr &field = fields[i];
+    const bool inside = field.FieldOffset >= 0 && static_cast<std::size_t>(field.FieldOffset) < record.size();
+    append_value(statement, field,
+                 inside ? record.subspan(static_cast<std::size_t>(field.FieldOffset)) : std::span<std::byte>());
+    statement += i + 1 < count ? ',' : ')';
+  }
+  return Execute(statement.c_str(), TARGET_BOTH) == 1;
+}
 
-CRtdbMedia::CRtdbMedia(CRtdbManager *) {}
+void CRtdbMedia::insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
+                               ModifiedMarks &marks) {
+  std::byte *record = view.record(position);
+  marks.remember(position);
+  marks.clear(record);
+  const std::span<std::byte> bytes = view.segment.subspan(static_cast<std::size_t>(record - view.segment.data()));
+  // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on.
+  (void)InsertRecord(store_table, bytes, view.field(0), view.field_count());
+}
 
-bool CRtdbMedia::SaveTable(CRtDataBase &, CRtTable &table, int projectID) {
-  const TableView view = TableView::of(table);
-  if (!view) return false;
-  const VersionFields fields = find_version_fields(view);
-  const bool all = projectID == 0 || fields.project == nullptr;
+bool CRtdbMedia::save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
+                               ModifiedMarks &marks) {
+  std::string statement = "DELETE FROM " + store_table;
+  if (fields.project != nullptr) statement += " WHERE iProjectID = 0";
+  if (Execute(statement.c_str(), TARGET_BOTH) < 0) return false;
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) insert_record(view, store_table, i, marks);
+  return true;
+}
+
+bool CRtdbMedia::save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
+                                   int project, ModifiedMarks &marks) {
+  if (fields.modified == nullptr) return true;
   const std::int32_t count = view.count();
   for (std::int32_t i = 0; i < count; ++i) {
     std::byte *record = view.record(i);
-    const bool modified =
-        fields.modified != nullptr && view.key_of(record) != 0 && version_value(view, record, *fields.modified) != 0;
-    if (!all && !modified) continue;
-    if (fields.modified != nullptr) set_version_value(view, record, *fields.modified, 0);
-    form_values(view, record);
+    const std::uint32_t key = view.key_of(record);
+    if (key == 0 || version_value(view, record, *fields.modified) == 0) continue;
+    const std::string statement = "DELETE FROM " + store_table +
+                                  " WHERE ID = " + std::to_string(static_cast<std::int32_t>(key)) +
+                                  " AND iProjectID = " + std::to_string(project);
+    if (Execute(statement.c_str(), TARGET_BOTH) < 0) return false;
+    insert_record(view, store_table, i, marks);
   }
   return true;
 }
 
-bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int projectID) {
-  return for_each_table(database, [&](CRtTable &table) { return SaveTable(database, table, projectID); });
+bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) {
+  open_for(database, false);
+  const TableView view = TableView::of(table);
+  if (!view) return false;
+  const std::string store_table = store_table_name(database, table);
+  const VersionFields fields = find_version_fields(view);
+  if (!begin_transaction()) return false;
+  ModifiedMarks marks(view, fields.modified);
+  bool saved = false;
+  bool kept = false;
+  try {
+    saved = project == 0 || fields.project == nullptr ? save_all_rows(view, store_table, fields, marks)
+                                                      : save_project_rows(view, store_table, fields, project, marks);
+    kept = commit_transaction();  // after a rejected DELETE too: what was written before it stays
+  } catch (const std::bad_alloc &) {
+    rollback_transaction();
+  }
+  if (!kept) marks.restore();
+  return saved && kept;
 }
 
-bool CRtdbMedia::SaveAll(CRtdbManager &manager, int projectID) {
+bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int project) {
+  open_for(database, false);
+  return for_each_table(database, [&](CRtTable &table) { return SaveTable(database, table, project); });
+}
+
+bool CRtdbMedia::SaveAll(CRtdbManager &manager, int project) {
   return for_each_database(manager, [&](CRtDataBase &database) {
     if (database.AttachShareMemory() == 0) return;
-    (void)SaveDataBase(database, projectID);
+    open_for(database, false);
+    (void)SaveDataBase(database, project);
+    (void)Close();  // the next database may lie in another file
     (void)database.DetachShareMemory();
   });
 }
-
-bool CRtdbMedia::LoadTable(CRtDataBase &, CRtTable &, int) { return false; }
-
-bool CRtdbMedia::LoadDataBase(CRtDataBase &database, int projectID) {
-  return for_each_table(database, [&](CRtTable &table) { return LoadTable(database, table, projectID); });
-}
-
-bool CRtdbMedia::LoadAllCustomized(CRtdbManager &manager, int projectID) {
-  bool result = true;
-  const bool walked = for_each_database(manager, [&](CRtDataBase &database) {
-    if (database.GetDBID() == kSystemDatabaseID || database.AttachShareMemory() == 0) return;
-    result = LoadDataBase(database, projectID) && result;
-    (void)database.DetachShareMemory();
-  });
-  return walked && result;
-}
-
-bool CRtdbMedia::LoadSystem(CRtdbManager &manager) { return LoadDataBase(*manager.GetSystemDB(), 0); }
 
 }  // namespace quillanest

@@ -1,34 +1,70 @@
-// The relational store.
+// The relational store: one store table per table of the image, named "<database>_<table>".
 //
-// This version has no engine to connect with, so no slot of the store ever opens, and every operation answers as it
-// does then: loads fail and change nothing; saves run every statement into no slot, clear "bModified" of the records
-// that they would have written, and are true.
-// Lifetime: an object is built for one call. Threads: one object belongs to one thread.
+// A full save replaces a table's base rows; a project save replaces the rows of the modified records of one project. A
+// table is saved in one transaction per slot, so a save that is interrupted leaves the former rows. Loads replace the
+// table's records by the base rows and merge the rows of a project over them. docs/relational-store.md has the columns,
+// the value forms and the statements.
+// Lifetime: an object is built for one public call and closes its connections at the end.
+// Threads: one object belongs to one thread; no operation takes the database's mutex, except for the insertion of
+// records that a project adds.
+// Errors: a FLOAT or DOUBLE column, or the ID of a project row, that does not convert raises _com_error out of a load.
 #pragma once
 
-class CRtDataBase;
-class CRtTable;
-class CRtdbManager;
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "quillanest/kernel/Views.h"
+#include "quillanest/persist/DbConnection.h"
+#include "quillanest/platform/qrvutil/TzDes.h"
 
 namespace quillanest {
 
-class CRtdbMedia {
+class CRtdbMedia : public CDbConnection {
  public:
   explicit CRtdbMedia(CRtdbManager *manager);
 
-  // By design [ClosedStoreSaves]: a save into a store that is not open cannot be told from one that wrote everything.
-  // False only for a table without descriptors in the image.
-  bool SaveTable(CRtDataBase &database, CRtTable &table, int projectID);
-  bool SaveDataBase(CRtDataBase &database, int projectID);
-  bool SaveAll(CRtdbManager &manager, int projectID);
+  // The folder of the system database or of the baseline before the name of a file database.
+  std::optional<std::string> GetDataSource(int slot) override;
 
-  // False.
-  bool LoadTable(CRtDataBase &database, CRtTable &table, int projectID);
-  // False, but true for a database without tables.
-  bool LoadDataBase(CRtDataBase &database, int projectID);
-  // False, but true when there is no table outside the system database.
-  bool LoadAllCustomized(CRtdbManager &manager, int projectID);
+  // By design [ClosedStoreSaves]: a save with no slot open runs its statements nowhere, clears the marks of the records
+  // that it would have written, and is true.
+  // False when the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept; in
+  // the last case the former rows stand and the records are marked modified again.
+  bool SaveTable(CRtDataBase &database, CRtTable &table, int project);
+  bool SaveDataBase(CRtDataBase &database, int project);
+  // Every mapped database, each with connections of its own; true unless the directory is empty.
+  bool SaveAll(CRtdbManager &manager, int project);
+
+  // False when there is no slot, the query fails, or there are more rows than the table holds.
+  bool LoadTable(CRtDataBase &database, CRtTable &table, int project);
+  bool LoadDataBase(CRtDataBase &database, int project);
+  // Every database but the system database; false when a table failed or the directory is empty.
+  bool LoadAllCustomized(CRtdbManager &manager, int project);
   bool LoadSystem(CRtdbManager &manager);
+
+  // Applies the rows of a query by key: known records are overwritten but for their passwords, others inserted. False
+  // when the query fails.
+  bool MergeProjectRows(CRtTable &table, const char *query);
+
+  // Inserts one record; `record` is the bytes it lies in, from its first one on. True when the store reports exactly
+  // one row. Empty times of the record are stamped with the present.
+  bool InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields, int count);
+
+ private:
+  void open_for(CRtDataBase &database, bool first_only);
+  bool save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
+                     class ModifiedMarks &marks);
+  bool save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
+                         int project, class ModifiedMarks &marks);
+  void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
+                     class ModifiedMarks &marks);
+  void append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value);
+
+  CRtdbManager *manager_;
+  PasswordCipher cipher_;
+  bool bSystemDB = false;
 };
 
 }  // namespace quillanest

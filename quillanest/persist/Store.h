@@ -20,6 +20,13 @@ inline std::string database_text(CRtDataBase &database, std::size_t offset) {
   return offset == offsetof(_db_attr, DBName) ? database.GetDBName() : database.GetDBCName();
 }
 
+// The name of a table in the relational store.
+inline std::string store_table_name(CRtDataBase &database, CRtTable &table) {
+  std::string name = database_text(database, offsetof(_db_attr, DBName));
+  name += '_';
+  return name += block_text(*table.GetTableInfo(), offsetof(_table_attr, TableName));
+}
+
 // Calls work(table) for every table in slot order and combines the results by "and", without stopping at a failure.
 template <class Work>
 bool for_each_table(CRtDataBase &database, Work work) {

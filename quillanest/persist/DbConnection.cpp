@@ -1,0 +1,233 @@
+#include "quillanest/persist/DbConnection.h"
+
+#include <string_view>
+
+#include "quillanest/platform/Profile.h"
+#include "quillanest/platform/dataaccess/ComError.h"
+
+namespace quillanest {
+namespace {
+
+// What every provider's connection string starts with and what follows the credentials.
+struct ProviderText {
+  int type;
+  std::string_view start;
+  std::string_view init_db_key;  // empty: the provider takes none
+};
+
+constexpr std::array<ProviderText, 5> kProviderTexts{{
+    {DB_TYPE_SQLSERVER, "Provider=SQLOLEDB.1;Persist Security Info=False;", ";Initial Catalog="},
+    {DB_TYPE_JET, "Provider=Microsoft.Jet.OLEDB.4.0;Persist Security Info=False;", ""},
+    {DB_TYPE_ORACLE, "Provider=OraOLEDB.Oracle.1;Persist Security Info=False;", ""},
+    {DB_TYPE_SYBASE, "Provider=Sybase.ASEOLEDBProvider.2;Persist Security Info=False;", ";Initial Catalog="},
+    {DB_TYPE_POSTGRESQL, "Provider=PostgreSQL OLE DB Provider;", ";location="},
+}};
+
+const ProviderText *provider_text(int type) {
+  for (const ProviderText &provider : kProviderTexts) {
+    if (provider.type == type) return &provider;
+  }
+  return nullptr;
+}
+
+// Widths of the settings, terminator included.
+constexpr std::size_t kNameSize = 64;
+constexpr std::size_t kTextSize = 24;
+constexpr std::size_t kConnectionStringSize = 200;
+
+// The folder of a path with its separator.
+std::string folder_of(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+}  // namespace
+
+CDbConnection::~CDbConnection() {
+  if (open_mask_ != 0) (void)Close();
+}
+
+std::optional<std::string> CDbConnection::GetDataSource(int slot) {
+  return slots_[static_cast<std::size_t>(slot)].name;
+}
+
+void CDbConnection::SetIniFile(const char *path) { ini_file_ = path; }
+
+void CDbConnection::SetSection(const char *section) { section_ = section; }
+
+void CDbConnection::ReadConfig() {
+  const std::array<std::string, 2> prefixes{"MainDB", "BackDB"};
+  for (std::size_t i = 0; i < slots_.size(); ++i) {
+    const auto text = [&](const char *key, std::size_t size) {
+      return profile_text(ini_file_, section_, prefixes[i] + key).substr(0, size - 1);
+    };
+    Slot &slot = slots_[i];
+    // By design [BackupByDefault]: a type that the file does not name is 0, so a configuration without a backup tries
+    // one of type SQL Server at every open. The empty data source makes that fail at once.
+    slot.type = profile_int(ini_file_, section_, prefixes[i] + "Type", 0);
+    slot.name = text("Name", kNameSize);
+    slot.user = text("User", kTextSize);
+    slot.password = text("Passwd", kTextSize);
+    slot.init_db = text("InitDB", kTextSize);
+    slot.conn_group = text("ConnStrIniGroup", kTextSize);
+    slot.conn_key = text("ConnStrIniKey", kTextSize);
+  }
+}
+
+// The connection string of a slot; nothing for a type that is none, an unusable data source, or a string that is too
+// long. Nothing in it is escaped.
+std::optional<std::string> CDbConnection::connection_string(int index) {
+  const Slot &slot = slots_[static_cast<std::size_t>(index)];
+  if (slot.type == DB_TYPE_INI_CONNSTR) {
+    const std::string file = folder_of(ini_file_) + slot.name;
+    return profile_text(file, slot.conn_group, slot.conn_key).substr(0, kConnectionStringSize - 1);
+  }
+  const ProviderText *provider = provider_text(slot.type);
+  if (provider == nullptr) return std::nullopt;
+  const std::optional<std::string> source = GetDataSource(index);
+  if (!source) return std::nullopt;
+  std::string text(provider->start);
+  text += "User ID=" + slot.user + ";Password=" + slot.password + ";Data Source=" + *source;
+  if (!provider->init_db_key.empty()) text += std::string(provider->init_db_key) + slot.init_db;
+  if (text.size() >= kConnectionStringSize) return std::nullopt;
+  return text;
+}
+
+bool CDbConnection::open_slot(int index) {
+  Slot &slot = slots_[static_cast<std::size_t>(index)];
+  slot.rows.reset();
+  slot.connection.reset();
+  const std::optional<std::string> text = connection_string(index);
+  if (!text) return false;
+  try {
+    slot.connection = Connection::open(*text);
+  } catch (const _com_error &) {
+    return false;
+  }
+  return true;
+}
+
+int CDbConnection::Open(bool firstOnly) {
+  if (open_mask_ > 0) return open_mask_;
+  ReadConfig();
+  for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
+    if (!open_slot(slot)) continue;
+    open_mask_ |= 1 << slot;
+    if (firstOnly) break;
+  }
+  current_slot_ = (open_mask_ & 1) != 0 ? SLOT_MAIN : (open_mask_ & 2) != 0 ? SLOT_BACKUP : -1;
+  return open_mask_;
+}
+
+bool CDbConnection::Close() {
+  for (Slot &slot : slots_) {
+    slot.rows.reset();
+    slot.connection.reset();
+  }
+  open_mask_ = 0;
+  current_slot_ = -1;
+  return true;
+}
+
+int CDbConnection::Execute(const char *statement, int targets) {
+  std::int64_t changed = 0;
+  for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
+    if ((targets & open_mask_ & (1 << slot)) == 0) continue;
+    try {
+      changed = slots_[static_cast<std::size_t>(slot)].connection->execute(statement);
+    } catch (const _com_error &) {
+      // By design [FirstErrorStops]: the slots after a failing one do not run the statement.
+      return -1;
+    }
+  }
+  // By design [CountOfLastSlot]: only the last slot's count is reported, in 16 bits.
+  return static_cast<std::int16_t>(changed);
+}
+
+CDbConnection::Slot *CDbConnection::current() {
+  return current_slot_ < 0 ? nullptr : &slots_[static_cast<std::size_t>(current_slot_)];
+}
+
+const CDbConnection::Slot *CDbConnection::current() const {
+  return current_slot_ < 0 ? nullptr : &slots_[static_cast<std::size_t>(current_slot_)];
+}
+
+bool CDbConnection::OpenRecordset(const char *query) {
+  Slot *slot = current();
+  if (slot == nullptr) return false;
+  slot->rows.reset();
+  row_ = 0;
+  try {
+    slot->rows.emplace(slot->connection->query(query));
+  } catch (const _com_error &) {
+    return false;
+  }
+  return true;
+}
+
+int CDbConnection::GetRecordCount() const {
+  const Slot *slot = current();
+  return slot == nullptr || !slot->rows ? 0 : static_cast<int>(slot->rows->row_count());
+}
+
+void CDbConnection::MoveFirst() { row_ = 0; }
+
+void CDbConnection::MoveNext() {
+  if (row_ < static_cast<std::size_t>(GetRecordCount())) ++row_;
+}
+
+bool CDbConnection::IsEOF() const {
+  const Slot *slot = current();
+  if (slot == nullptr) return true;
+  // By design [EofUnknownIsFalse]: a reader that cannot be asked has not ended.
+  return slot->rows && row_ >= slot->rows->row_count();
+}
+
+const RowSet *CDbConnection::rows() const {
+  const Slot *slot = current();
+  return slot != nullptr && slot->rows && row_ < slot->rows->row_count() ? &*slot->rows : nullptr;
+}
+
+Variant CDbConnection::GetFieldValue(const char *column) const {
+  const RowSet *set = rows();
+  const int index = set == nullptr ? -1 : set->column(column);
+  return index < 0 ? Variant() : set->value(row_, index);
+}
+
+int CDbConnection::GetCurrentType() const {
+  const Slot *slot = current();
+  return slot == nullptr ? -1 : slot->type;
+}
+
+bool CDbConnection::begin_transaction() {
+  try {
+    for (const Slot &slot : slots_) {
+      if (slot.connection != nullptr) slot.connection->begin();
+    }
+    return true;
+  } catch (const _com_error &) {
+    rollback_transaction();
+    return false;
+  }
+}
+
+bool CDbConnection::commit_transaction() {
+  bool result = true;
+  for (const Slot &slot : slots_) {
+    try {
+      if (slot.connection != nullptr) slot.connection->commit();
+    } catch (const _com_error &) {
+      slot.connection->rollback();
+      result = false;
+    }
+  }
+  return result;
+}
+
+void CDbConnection::rollback_transaction() noexcept {
+  for (const Slot &slot : slots_) {
+    if (slot.connection != nullptr) slot.connection->rollback();
+  }
+}
+
+}  // namespace quillanest

@@ -1,0 +1,109 @@
+// Up to two connections side by side: the main database and its backup, which receives the same statements.
+//
+// Writers send every statement to all open slots; readers use one slot, the main one when it could be opened. Settings
+// come from a section of the configuration file and are read by each Open() that starts from the closed state.
+// Errors of the data-access layer are caught in the operation that met them; docs/relational-store.md has the list.
+// Lifetime: an object is built for one public call. Threads: one object belongs to one thread.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quillanest/platform/dataaccess/Connection.h"
+#include "quillanest/platform/dataaccess/RowSet.h"
+
+namespace quillanest {
+
+inline constexpr int SLOT_MAIN = 0;
+inline constexpr int SLOT_BACKUP = 1;
+inline constexpr int TARGET_BOTH = 3;
+
+inline constexpr int DB_TYPE_SQLSERVER = 0;
+inline constexpr int DB_TYPE_JET = 1;
+inline constexpr int DB_TYPE_ORACLE = 2;
+inline constexpr int DB_TYPE_SYBASE = 3;
+inline constexpr int DB_TYPE_POSTGRESQL = 7;
+inline constexpr int DB_TYPE_INI_CONNSTR = 100;
+
+class CDbConnection {
+ public:
+  CDbConnection() = default;
+  virtual ~CDbConnection();
+  CDbConnection(const CDbConnection &) = delete;
+  CDbConnection &operator=(const CDbConnection &) = delete;
+
+  // What the connection string of a slot names as its data source; nothing when the slot cannot be used.
+  virtual std::optional<std::string> GetDataSource(int slot);
+
+  void SetIniFile(const char *path);
+  void SetSection(const char *section);
+  void ReadConfig();
+
+  // Opens the slots that the configuration names, only the first that can be opened with `firstOnly`, and returns the
+  // mask of open slots (bit 0 main, bit 1 backup). With a slot open already it returns at once.
+  int Open(bool firstOnly);
+  // Closes every slot. False when a slot could not be closed in order.
+  bool Close();
+
+  // Runs a statement on every slot that is open and in `targets`. The number of rows that the last of them changed, as
+  // a signed 16-bit number; 0 when none ran it; -1 when one failed, and the slots after it did not run it.
+  int Execute(const char *statement, int targets);
+
+  // Runs a query on the current slot and keeps its rows, before the first of which nothing has to be moved.
+  bool OpenRecordset(const char *query);
+  // Rows of the kept query; 0 without one.
+  [[nodiscard]] int GetRecordCount() const;
+  void MoveFirst();
+  void MoveNext();
+  // True past the last row and without a current slot; false when there is a slot but no row set to ask.
+  [[nodiscard]] bool IsEOF() const;
+  // The value of a column in the current row; NULL without a slot, a row or a column of that name.
+  [[nodiscard]] Variant GetFieldValue(const char *column) const;
+
+  // The provider code of the current slot, -1 without one.
+  [[nodiscard]] int GetCurrentType() const;
+  [[nodiscard]] int GetCurrentSlot() const { return current_slot_; }
+
+ protected:
+  [[nodiscard]] const std::string &ini_file() const { return ini_file_; }
+  [[nodiscard]] int slot_type(int slot) const { return slots_[static_cast<std::size_t>(slot)].type; }
+  // The row set and row that the reader stands on, for readers that look columns up once; null without a row.
+  [[nodiscard]] const RowSet *rows() const;
+  [[nodiscard]] std::size_t row() const { return row_; }
+
+  // A transaction on every open slot. begin is false when a slot refuses, and none is begun then. commit is false when
+  // a slot could not keep its changes; the slots after it go on.
+  [[nodiscard]] bool begin_transaction();
+  [[nodiscard]] bool commit_transaction();
+  void rollback_transaction() noexcept;
+
+ private:
+  struct Slot {
+    int type = -1;
+    std::string name;
+    std::string user;
+    std::string password;
+    std::string init_db;
+    std::string conn_group;
+    std::string conn_key;
+    std::unique_ptr<Connection> connection;
+    std::optional<RowSet> rows;
+  };
+
+  [[nodiscard]] std::optional<std::string> connection_string(int slot);
+  bool open_slot(int slot);
+  [[nodiscard]] Slot *current();
+  [[nodiscard]] const Slot *current() const;
+
+  std::string ini_file_;
+  std::string section_;
+  int open_mask_ = 0;
+  int current_slot_ = -1;
+  std::array<Slot, 2> slots_;
+  std::size_t row_ = 0;
+};
+
+}  // namespace quillanest

@@ -1,0 +1,160 @@
+// Loading tables from the relational store.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/persist/RtdbMedia.h"
+#include "quillanest/persist/Store.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
+
+namespace quillanest {
+namespace {
+
+// A text as far as the field holds it, terminator included.
+void store_text(const _field_attr &field, std::span<std::byte> value, std::string_view text) {
+  const auto size = static_cast<std::size_t>(std::max(field.FieldSize, 0));
+  const std::span<std::byte> room = value.first(std::min(value.size(), size));
+  if (!room.empty()) copy_text(room, text.substr(0, room.size() - 1));
+}
+
+void store_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
+                 const PasswordCipher &cipher) {
+  switch (field.FieldType) {
+    case kChar:
+    case kUchar:
+      // By design [CharIsNumber]: the column holds a number, so a digit that was saved comes back as its value.
+      return store_part(value, static_cast<std::uint8_t>(integer_content(column)));
+    case kShort:
+    case kUshort:
+      return store_part(value, static_cast<std::uint16_t>(integer_content(column)));
+    case kInt:
+    case kUint:
+    case kLong:
+    case kUlong:
+      return store_part(value, integer_content(column));
+    case kFloat:
+      return store_part(value, static_cast<float>(to_double(column)));
+    case kDouble:
+      return store_part(value, to_double(column));
+    case kString:
+      return store_text(field, value, to_text(column));
+    case kTime:
+      return store_part(value, to_date(column));
+    case kPasswd: {
+      const std::string text = to_text(column);
+      return store_text(field, value, text.empty() ? text : cipher.decrypt(text));
+    }
+    default:
+      return;
+  }
+}
+
+// A table's fields and the columns of a row set that carry their names.
+class ColumnMap {
+ public:
+  ColumnMap(const TableView &view, const RowSet &rows) : rows_(rows) {
+    for (int i = 0; i < view.field_count(); ++i) {
+      const _field_attr *field = view.field(i);
+      columns_.push_back({field, rows.column(block_text(*field, offsetof(_field_attr, FieldName)))});
+    }
+  }
+
+  struct Column {
+    const _field_attr *field;
+    int index;
+  };
+  [[nodiscard]] const std::vector<Column> &columns() const noexcept { return columns_; }
+  [[nodiscard]] Variant value(std::size_t row, const Column &column) const {
+    return column.index < 0 ? Variant() : rows_.value(row, column.index);
+  }
+
+ private:
+  const RowSet &rows_;
+  std::vector<Column> columns_;
+};
+
+std::string select_base(const std::string &store_table, const VersionFields &fields) {
+  std::string query = "SELECT * FROM " + store_table;
+  if (fields.project != nullptr) query += " WHERE iProjectID = 0";
+  return query + " ORDER BY ID";
+}
+
+}  // namespace
+
+bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {
+  open_for(database, true);
+  const TableView view = TableView::of(table);
+  if (!view) return false;
+  const std::string store_table = store_table_name(database, table);
+  const VersionFields fields = find_version_fields(view);
+  if (!OpenRecordset(select_base(store_table, fields).c_str())) return false;
+
+  const int rows = GetRecordCount();
+  const int count = std::min(rows, view.capacity());
+  if (count > 0) {
+    MoveFirst();
+    const ColumnMap map(view, *this->rows());
+    for (int i = 0; i < count; ++i) {
+      std::byte *record = view.record(i);
+      for (const auto &column : map.columns()) {
+        store_value(*column.field, view.value(record, *column.field), map.value(row(), column), cipher_);
+      }
+      MoveNext();
+    }
+  }
+  view.set_count(count);
+  if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
+  if (fields.project != nullptr && project > 0) {
+    const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
+    (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
+  }
+  return count == rows;
+}
+
+bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
+  if (!OpenRecordset(query)) return false;
+  const TableView view = TableView::of(table);
+  if (!view || GetRecordCount() <= 0) return true;
+  MoveFirst();
+  const ColumnMap map(view, *rows());
+  for (; !IsEOF(); MoveNext()) {
+    std::byte *record = nullptr;
+    for (const auto &column : map.columns()) {
+      const Variant value = map.value(row(), column);
+      if (equal_ignoring_case(block_text(*column.field, offsetof(_field_attr, FieldName)), "ID")) {
+        const std::uint32_t key = to_int32(value);
+        KeyPlace place = find_key(view, key);
+        // A table that is full takes no further record, and the row is left out.
+        if (!place.found) place.position = table.Insert(key, 0, 0);
+        record = view.at(place.position);
+      } else if (record != nullptr && column.field->FieldType != kPasswd) {
+        // By design [MergeKeepsPasswords]: the rows of a project never change a password.
+        store_value(*column.field, view.value(record, *column.field), value, cipher_);
+      }
+    }
+  }
+  return true;
+}
+
+bool CRtdbMedia::LoadDataBase(CRtDataBase &database, int project) {
+  open_for(database, true);
+  return for_each_table(database, [&](CRtTable &table) { return LoadTable(database, table, project); });
+}
+
+bool CRtdbMedia::LoadAllCustomized(CRtdbManager &manager, int project) {
+  bSystemDB = false;
+  (void)Open(true);
+  bool result = true;
+  const bool walked = for_each_database(manager, [&](CRtDataBase &database) {
+    if (database.GetDBID() == kSystemDatabaseID || database.AttachShareMemory() == 0) return;
+    result = for_each_table(database, [&](CRtTable &table) { return LoadTable(database, table, project); }) && result;
+    (void)database.DetachShareMemory();
+  });
+  return walked && result;
+}
+
+bool CRtdbMedia::LoadSystem(CRtdbManager &manager) { return LoadDataBase(*manager.GetSystemDB(), 0); }
+
+}  // namespace quillanest

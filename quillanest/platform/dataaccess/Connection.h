@@ -1,0 +1,42 @@
+// One connection to a relational store, whichever engine serves it.
+//
+// The connection string is a provider's: "Provider=...;User ID=...;Password=...;Data Source=...", or an ODBC one with
+// "Driver=...". Engines: SQLite's own for files, ODBC for servers.
+// Errors are raised as _com_error, whose text never holds the connection string.
+// Threads: one object belongs to one thread.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "quillanest/platform/dataaccess/RowSet.h"
+
+namespace quillanest {
+
+class Connection {
+ public:
+  virtual ~Connection() = default;
+  Connection(const Connection &) = delete;
+  Connection &operator=(const Connection &) = delete;
+
+  // Opens what the string names: read and write, serializable, at most some two seconds for a server that is silent.
+  [[nodiscard]] static std::unique_ptr<Connection> open(const std::string &connection_string);
+
+  // Runs a statement without result rows and returns the number of rows it changed. A statement that fails inside a
+  // transaction undoes itself and nothing else.
+  virtual std::int64_t execute(const std::string &statement) = 0;
+
+  // Runs a query and fetches all of its rows.
+  [[nodiscard]] virtual RowSet query(const std::string &statement) = 0;
+
+  // Between begin() and commit() nothing is seen by others, and nothing survives the end of the program or the server.
+  virtual void begin() = 0;
+  virtual void commit() = 0;
+  // Never raises.
+  virtual void rollback() noexcept = 0;
+
+ protected:
+  Connection() = default;
+};
+
+}  // namespace quillanest

@@ -1,0 +1,120 @@
+#include "quillanest/platform/dataaccess/Provider.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace quillanest {
+namespace {
+
+// One row per provider: how its words become an ODBC connection string. A driver is named by its file, which needs no
+// registration, or by the name it is registered under.
+struct Provider {
+  std::string_view name;  // the start of the provider's name
+  EngineKind engine;
+  std::string_view fixed;         // driver and options
+  std::string_view default_port;  // empty: the driver takes host and port in one word
+  std::string_view server_key;
+  std::string_view catalogue_from;  // the key of the string that names the database
+  std::string_view catalogue_key;   // the driver's key for it; empty: it has none
+};
+
+constexpr std::array<Provider, 5> kProviders{{
+    {"SQLOLEDB", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8", "1433", "Server",
+     "Initial Catalog", "Database"},
+    {"Microsoft.Jet.OLEDB", EngineKind::kSqlite, "", "", "", "", ""},
+    {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", ""},
+    {"Sybase.ASEOLEDBProvider", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8", "5000",
+     "Server", "Initial Catalog", "Database"},
+    // Protocol 7.4-2: a statement that fails undoes itself alone; with -0 a later COMMIT would undo the whole
+    // transaction and report success (psqlodbc 13.02).
+    {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-2", "5432",
+     "Server", "location", "Database"},
+}};
+
+bool equal_names(std::string_view left, std::string_view right) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// The value of a key in "key=value;key=value", empty when it is not there. Nothing is quoted in such a string.
+std::string_view value_of(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, text.find(';'));
+    text.remove_prefix(std::min(part.size() + 1, text.size()));
+    const std::size_t equals = part.find('=');
+    if (equals == std::string_view::npos) continue;
+    if (equal_names(trimmed(part.substr(0, equals)), key)) return part.substr(equals + 1);
+  }
+  return {};
+}
+
+// Appends ";key=value" with what ODBC would misread between braces.
+void append(std::string &text, std::string_view key, std::string_view value) {
+  if (value.empty()) return;
+  text += ';';
+  text += key;
+  text += '=';
+  if (value.find_first_of("{};=") == std::string_view::npos && trimmed(value) == value) {
+    text += value;
+    return;
+  }
+  text += '{';
+  for (const char c : value) text.append(c == '}' ? 2 : 1, c);
+  text += '}';
+}
+
+const Provider *provider_of(std::string_view name) {
+  for (const Provider &provider : kProviders) {
+    if (equal_names(name.substr(0, provider.name.size()), provider.name)) return &provider;
+  }
+  return nullptr;
+}
+
+std::string odbc_string(const Provider &provider, std::string_view text, std::string_view source) {
+  std::string odbc(provider.fixed);
+  const ServerAddress address = server_address(source);
+  if (provider.default_port.empty()) {
+    append(odbc, provider.server_key, source);
+  } else {
+    append(odbc, provider.server_key, address.host);
+    append(odbc, "Port", address.port.empty() ? provider.default_port : std::string_view(address.port));
+  }
+  if (!provider.catalogue_key.empty()) append(odbc, provider.catalogue_key, value_of(text, provider.catalogue_from));
+  append(odbc, "UID", value_of(text, "User ID"));
+  append(odbc, "PWD", value_of(text, "Password"));
+  return odbc;
+}
+
+}  // namespace
+
+ServerAddress server_address(std::string_view data_source) {
+  const std::size_t at = data_source.find_last_of(":,");
+  const std::string_view port = at == std::string_view::npos ? std::string_view() : data_source.substr(at + 1);
+  const bool is_port = !port.empty() && port.find_first_not_of("0123456789") == std::string_view::npos;
+  // More than one colon before the number is an address of the newer protocol without a port.
+  const bool is_bare_address =
+      is_port && data_source[at] == ':' && data_source.find(':') != at && !data_source.substr(0, at).ends_with(']');
+  if (!is_port || is_bare_address) return {std::string(data_source), {}};
+  return {std::string(data_source.substr(0, at)), std::string(port)};
+}
+
+EngineCall engine_call(std::string_view connection_string) {
+  if (!value_of(connection_string, "Driver").empty() || !value_of(connection_string, "DSN").empty()) {
+    return {EngineKind::kOdbc, std::string(connection_string)};
+  }
+  const Provider *provider = provider_of(trimmed(value_of(connection_string, "Provider")));
+  const std::string_view source = value_of(connection_string, "Data Source");
+  if (provider == nullptr || trimmed(source).empty()) return {};
+  if (provider->engine == EngineKind::kSqlite) return {EngineKind::kSqlite, std::string(source)};
+  return {EngineKind::kOdbc, odbc_string(*provider, connection_string, source)};
+}
+
+}  // namespace quillanest

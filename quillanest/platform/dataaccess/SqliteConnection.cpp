@@ -1,0 +1,130 @@
+// SQLite files through SQLite's own interface.
+//
+// A transaction is kept whole by the file's own journal, rollback or write-ahead, as the file is set up: a program that
+// is killed leaves a file that the next open brings back to its former rows.
+#include <algorithm>
+#include <sqlite3.h>
+#include <utility>
+
+#include "quillanest/platform/dataaccess/ComError.h"
+#include "quillanest/platform/dataaccess/Engines.h"
+
+namespace quillanest {
+namespace {
+
+constexpr int kBusyMilliseconds = 2000;
+
+struct CloseDatabase {
+  void operator()(sqlite3 *database) const { sqlite3_close_v2(database); }
+};
+struct FinishStatement {
+  void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, FinishStatement>;
+
+// A date literal between '#', outside quotes, becomes a text.
+std::string with_quoted_dates(std::string statement) {
+  bool quoted = false;
+  for (char &c : statement) {
+    if (c == '\'') quoted = !quoted;
+    if (c == '#' && !quoted) c = '\'';
+    // The text between two '#' holds no quote, so the '#' that were replaced need not be counted as quotes.
+  }
+  return statement;
+}
+
+bool is_date_column(const char *declared) {
+  if (declared == nullptr) return false;
+  std::string type = declared;
+  std::transform(type.begin(), type.end(), type.begin(),
+                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; });
+  return type.find("DATE") != std::string::npos || type.find("TIME") != std::string::npos;
+}
+
+Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
+  switch (sqlite3_column_type(statement, column)) {
+    case SQLITE_INTEGER:
+      return std::int64_t{sqlite3_column_int64(statement, column)};
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(statement, column);
+    case SQLITE_NULL:
+      return {};
+    default: {
+      const auto *text = static_cast<const char *>(sqlite3_column_blob(statement, column));
+      const std::string_view view(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+      SYSTEMTIME date{};
+      if (is_date && parse_date(view, date)) return date;
+      return view;
+    }
+  }
+}
+
+class SqliteConnection : public Connection {
+ public:
+  explicit SqliteConnection(const std::string &path) {
+    sqlite3 *database = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    database_.reset(database);
+    if (result != SQLITE_OK) raise(result);
+    sqlite3_busy_timeout(database, kBusyMilliseconds);
+    run("PRAGMA schema_version");  // reads the file, which shows whether it is a database
+  }
+
+  std::int64_t execute(const std::string &statement) override {
+    const int before = sqlite3_total_changes(database_.get());
+    run(with_quoted_dates(statement));
+    return sqlite3_total_changes(database_.get()) - before;
+  }
+
+  RowSet query(const std::string &text) override {
+    const Statement statement = prepare(with_quoted_dates(text));
+    const int count = sqlite3_column_count(statement.get());
+    std::vector<std::string> names;
+    std::vector<bool> dates;
+    for (int i = 0; i < count; ++i) {
+      names.emplace_back(sqlite3_column_name(statement.get(), i));
+      dates.push_back(is_date_column(sqlite3_column_decltype(statement.get(), i)));
+    }
+    RowSet rows(std::move(names));
+    int result = sqlite3_step(statement.get());
+    for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
+      for (int i = 0; i < count; ++i) rows.add(column_value(statement.get(), i, dates[static_cast<std::size_t>(i)]));
+    }
+    if (result != SQLITE_DONE) raise(result);
+    return rows;
+  }
+
+  // Takes the right to write at once, so that a transaction never fails half-way because somebody else has it.
+  void begin() override { run("BEGIN IMMEDIATE"); }
+  void commit() override { run("COMMIT"); }
+  void rollback() noexcept override { (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr); }
+
+ private:
+  [[noreturn]] void raise(int code) const {
+    const char *text = database_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(database_.get());
+    throw _com_error(-code, text);
+  }
+
+  [[nodiscard]] Statement prepare(const std::string &text) const {
+    sqlite3_stmt *statement = nullptr;
+    const int result =
+        sqlite3_prepare_v2(database_.get(), text.data(), static_cast<int>(text.size()), &statement, nullptr);
+    if (result != SQLITE_OK) raise(result);
+    return Statement(statement);
+  }
+
+  void run(const std::string &text) const {
+    const Statement statement = prepare(text);
+    int result = sqlite3_step(statement.get());
+    while (result == SQLITE_ROW) result = sqlite3_step(statement.get());
+    if (result != SQLITE_DONE) raise(result);
+  }
+
+  std::unique_ptr<sqlite3, CloseDatabase> database_;
+};
+
+}  // namespace
+
+std::unique_ptr<Connection> open_sqlite(const std::string &path) { return std::make_unique<SqliteConnection>(path); }
+
+}  // namespace quillanest

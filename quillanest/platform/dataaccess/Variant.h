@@ -1,0 +1,43 @@
+// One value of a row, and its conversions.
+//
+// The conversions follow the rules of automation variants for the types that the engines deliver. A value that does not
+// convert raises _com_error, except where a function says otherwise.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "quillanest/platform/SystemTime.h"
+
+namespace quillanest {
+
+// NULL, a truth value, an integer, a number, a date, or a text. A text view points into the row set that delivered it
+// and is valid as long as that row set. Exact decimal numbers are delivered as texts.
+using Variant = std::variant<std::monostate, bool, std::int64_t, double, SYSTEMTIME, std::string_view>;
+
+// Result codes of conversions.
+inline constexpr std::int32_t kTypeMismatch = static_cast<std::int32_t>(0x80020005);
+inline constexpr std::int32_t kOverflow = static_cast<std::int32_t>(0x8002000A);
+
+// The low 32 bits of the value's integer content; 0 for NULL and for what has none. Never raises.
+[[nodiscard]] std::uint32_t integer_content(const Variant &value);
+
+// A 32-bit integer. Integers of 2^31 to 2^32 - 1 keep their bits.
+[[nodiscard]] std::uint32_t to_int32(const Variant &value);
+
+// A floating-point number. A text must be a number as a whole.
+[[nodiscard]] double to_double(const Variant &value);
+
+// The text form; empty for NULL. Never raises.
+[[nodiscard]] std::string to_text(const Variant &value);
+
+// A date and time of whole seconds, milliseconds 0; all zero for what is none. Never raises.
+[[nodiscard]] SYSTEMTIME to_date(const Variant &value);
+
+// Reads "year-month-day" with an optional " hour:minute:second" or "Thour:minute:second", padded or not; fractions of a
+// second and a zone behind it are dropped. False when the text is none or names no day of the calendar.
+[[nodiscard]] bool parse_date(std::string_view text, SYSTEMTIME &date);
+
+}  // namespace quillanest

@@ -1,0 +1,401 @@
+// Servers through ODBC (unixODBC's manager).
+//
+// Every attempt to connect runs on a thread of its own with its own handles: FreeTDS 1.3 ignores the login time-out
+// with protocol 5.0 and would wait for a silent server for ever. An attempt that is not back in time is abandoned and
+// cleans up after itself when the driver lets it; while a few attempts at one source hang, no further one is made.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sql.h>
+#include <sqlext.h>
+#include <stdlib.h>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "quillanest/platform/dataaccess/ComError.h"
+#include "quillanest/platform/dataaccess/Engines.h"
+
+namespace quillanest {
+namespace {
+
+constexpr SQLULEN kLoginSeconds = 2;
+constexpr std::chrono::milliseconds kPatience{2500};
+constexpr int kMostAbandoned = 3;
+constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
+constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
+
+bool succeeded(SQLRETURN result) { return result == SQL_SUCCESS || result == SQL_SUCCESS_WITH_INFO; }
+
+SQLCHAR *sql_text(const std::string &text) {
+  return reinterpret_cast<SQLCHAR *>(const_cast<char *>(text.c_str()));  // the interface lacks const
+}
+
+// Attributes are numbers in the shape of addresses.
+SQLPOINTER attribute(SQLULEN value) { return reinterpret_cast<SQLPOINTER>(value); }
+
+template <SQLSMALLINT Type>
+class Handle {
+ public:
+  Handle() = default;
+  explicit Handle(SQLHANDLE parent) {
+    if (!succeeded(SQLAllocHandle(Type, parent, &handle_))) handle_ = nullptr;
+  }
+  Handle(Handle &&other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+  Handle &operator=(Handle &&other) noexcept {
+    std::swap(handle_, other.handle_);
+    return *this;
+  }
+  Handle(const Handle &) = delete;
+  Handle &operator=(const Handle &) = delete;
+  ~Handle() {
+    if (handle_ != nullptr) SQLFreeHandle(Type, handle_);
+  }
+
+  [[nodiscard]] SQLHANDLE get() const noexcept { return handle_; }
+  explicit operator bool() const noexcept { return handle_ != nullptr; }
+
+ private:
+  SQLHANDLE handle_ = nullptr;
+};
+
+// The message of the last failure on a handle.
+std::string diagnosis(SQLSMALLINT type, SQLHANDLE handle) {
+  std::array<SQLCHAR, 6> state{};
+  std::array<SQLCHAR, 512> text{};
+  SQLINTEGER native = 0;
+  SQLSMALLINT length = 0;
+  if (!succeeded(SQLGetDiagRec(type, handle, 1, state.data(), &native, text.data(), text.size(), &length))) return {};
+  return reinterpret_cast<const char *>(text.data());
+}
+
+// An environment and a connection in it that is connected or not.
+struct Link {
+  Handle<SQL_HANDLE_ENV> environment;
+  Handle<SQL_HANDLE_DBC> connection;
+  bool connected = false;
+
+  Link() = default;
+  Link(Link &&other) noexcept
+      : environment(std::move(other.environment)),
+        connection(std::move(other.connection)),
+        connected(std::exchange(other.connected, false)) {}
+  Link(const Link &) = delete;
+  Link &operator=(const Link &) = delete;
+  Link &operator=(Link &&) = delete;
+  ~Link() {
+    if (connected) SQLDisconnect(connection.get());
+  }
+};
+
+// Runs on the attempt's own thread. A link that is not connected is a failure.
+Link connect(const std::string &text) {
+  Link link;
+  link.environment = Handle<SQL_HANDLE_ENV>(SQL_NULL_HANDLE);
+  if (!link.environment) return link;
+  SQLSetEnvAttr(link.environment.get(), SQL_ATTR_ODBC_VERSION, attribute(SQL_OV_ODBC3), 0);
+  link.connection = Handle<SQL_HANDLE_DBC>(link.environment.get());
+  if (!link.connection) return link;
+  const SQLHANDLE handle = link.connection.get();
+  SQLSetConnectAttr(handle, SQL_ATTR_LOGIN_TIMEOUT, attribute(kLoginSeconds), 0);
+  SQLSetConnectAttr(handle, SQL_ATTR_ACCESS_MODE, attribute(SQL_MODE_READ_WRITE), 0);
+  link.connected =
+      succeeded(SQLDriverConnect(handle, nullptr, sql_text(text), SQL_NTS, nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT));
+  // Before the connect some drivers forget it; with success and a remark it is set all the same.
+  if (link.connected) SQLSetConnectAttr(handle, SQL_ATTR_TXN_ISOLATION, attribute(SQL_TXN_SERIALIZABLE), 0);
+  return link;
+}
+
+// What an attempt's thread and the caller that waits for it share.
+struct Attempt {
+  std::mutex mutex;
+  std::condition_variable done;
+  std::optional<Link> link;
+  bool abandoned = false;
+};
+
+// Abandoned attempts by source.
+class AbandonedAttempts {
+ public:
+  static AbandonedAttempts &instance() {
+    static AbandonedAttempts &table = *std::make_unique<AbandonedAttempts>().release();  // attempts may outlive main
+    return table;
+  }
+  [[nodiscard]] bool is_full(const std::string &source) {
+    const std::lock_guard lock(mutex_);
+    return counts_[source] >= kMostAbandoned;
+  }
+  void add(const std::string &source, int change) {
+    const std::lock_guard lock(mutex_);
+    counts_[source] += change;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, int> counts_;
+};
+
+void run_attempt(const std::shared_ptr<Attempt> &attempt, const std::string &text) {
+  Link link = connect(text);
+  bool abandoned = false;
+  {
+    const std::lock_guard lock(attempt->mutex);
+    abandoned = attempt->abandoned;
+    if (!abandoned) attempt->link.emplace(std::move(link));
+  }
+  attempt->done.notify_one();
+  if (abandoned) AbandonedAttempts::instance().add(text, -1);
+}
+
+// psqlodbc 13.02 would otherwise take the encoding of texts from the process locale.
+void settle_text_encoding() {
+  static const int settled = setenv("PGCLIENTENCODING", "UTF8", 0);  // one that the user has set stays
+  (void)settled;
+}
+
+// Connects within the time; nothing when the server is silent for longer.
+std::optional<Link> connect_in_time(const std::string &text) {
+  if (AbandonedAttempts::instance().is_full(text)) return std::nullopt;
+  settle_text_encoding();
+  const auto attempt = std::make_shared<Attempt>();
+  std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
+  std::unique_lock lock(attempt->mutex);
+  if (attempt->done.wait_for(lock, kPatience, [&] { return attempt->link.has_value(); })) {
+    return std::move(attempt->link);
+  }
+  attempt->abandoned = true;
+  AbandonedAttempts::instance().add(text, 1);
+  return std::nullopt;
+}
+
+// How a column is fetched.
+enum class Form { kInteger, kNumber, kBool, kDate, kText };
+
+Form form_of(SQLSMALLINT type) {
+  switch (type) {
+    case SQL_TINYINT:
+    case SQL_SMALLINT:
+    case SQL_INTEGER:
+    case SQL_BIGINT:
+      return Form::kInteger;
+    case SQL_REAL:
+    case SQL_FLOAT:
+    case SQL_DOUBLE:
+      return Form::kNumber;
+    case SQL_BIT:
+      return Form::kBool;
+    case SQL_TYPE_DATE:
+    case SQL_TYPE_TIMESTAMP:
+    case SQL_DATE:
+    case SQL_TIMESTAMP:
+      return Form::kDate;
+    default:
+      return Form::kText;  // exact decimal numbers too: no binary form holds them all
+  }
+}
+
+bool is_decimal(SQLSMALLINT type) { return type == SQL_NUMERIC || type == SQL_DECIMAL; }
+
+struct Column {
+  std::string name;
+  SQLSMALLINT type;
+};
+
+// Reads the values of the current row. A value may be read only once.
+class RowReader {
+ public:
+  explicit RowReader(SQLHANDLE statement) : statement_(statement), buffer_(4096) {}
+
+  Variant read(SQLUSMALLINT number, SQLSMALLINT type) {
+    switch (form_of(type)) {
+      case Form::kInteger:
+        return fixed<std::int64_t>(number, SQL_C_SBIGINT);
+      case Form::kNumber:
+        return fixed<double>(number, SQL_C_DOUBLE);
+      case Form::kBool: {
+        const std::optional<unsigned char> bit = fetch<unsigned char>(number, SQL_C_BIT);
+        return bit ? Variant(*bit != 0) : Variant();
+      }
+      case Form::kDate:
+        return date(number);
+      case Form::kText:
+        break;
+    }
+    return text(number, is_decimal(type));
+  }
+
+ private:
+  template <class Value>
+  std::optional<Value> fetch(SQLUSMALLINT number, SQLSMALLINT c_type) {
+    Value value{};
+    SQLLEN length = 0;
+    check(SQLGetData(statement_, number, c_type, &value, sizeof value, &length));
+    if (length == SQL_NULL_DATA) return std::nullopt;
+    return value;
+  }
+
+  template <class Value>
+  Variant fixed(SQLUSMALLINT number, SQLSMALLINT c_type) {
+    const std::optional<Value> value = fetch<Value>(number, c_type);
+    return value ? Variant(*value) : Variant();
+  }
+
+  Variant date(SQLUSMALLINT number) {
+    const std::optional<SQL_TIMESTAMP_STRUCT> stamp = fetch<SQL_TIMESTAMP_STRUCT>(number, SQL_C_TYPE_TIMESTAMP);
+    if (!stamp) return {};
+    std::array<char, 64> written;
+    const int size = std::snprintf(written.data(), written.size(), "%d-%d-%d %d:%d:%d", stamp->year, stamp->month,
+                                   stamp->day, stamp->hour, stamp->minute, stamp->second);
+    SYSTEMTIME date{};
+    (void)parse_date({written.data(), static_cast<std::size_t>(size)}, date);
+    return date;
+  }
+
+  // A text comes in as many parts as the buffer makes of it.
+  Variant text(SQLUSMALLINT number, bool decimal) {
+    std::size_t size = 0;
+    for (;;) {
+      SQLLEN length = 0;
+      const SQLRETURN result = SQLGetData(statement_, number, SQL_C_CHAR, buffer_.data() + size,
+                                          static_cast<SQLLEN>(buffer_.size() - size), &length);
+      if (result == SQL_NO_DATA) break;
+      check(result);
+      if (length == SQL_NULL_DATA) return {};
+      const std::size_t room = buffer_.size() - size - 1;
+      const bool whole = length != SQL_NO_TOTAL && static_cast<std::size_t>(length) <= room;
+      size += whole ? static_cast<std::size_t>(length) : room;
+      if (whole) break;
+      buffer_.resize(buffer_.size() * 2);
+    }
+    // psqlodbc 13.02 writes exact decimals with the process locale's decimal comma.
+    if (decimal) std::replace(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(size), ',', '.');
+    return std::string_view(buffer_.data(), size);
+  }
+
+  void check(SQLRETURN result) const {
+    if (!succeeded(result)) throw _com_error(kStatementFailed, diagnosis(SQL_HANDLE_STMT, statement_));
+  }
+
+  SQLHANDLE statement_;
+  std::vector<char> buffer_;
+};
+
+class OdbcConnection : public Connection {
+ public:
+  explicit OdbcConnection(Link link) : link_(std::move(link)) {}
+  ~OdbcConnection() override { rollback(); }
+  OdbcConnection(const OdbcConnection &) = delete;
+  OdbcConnection &operator=(const OdbcConnection &) = delete;
+
+  std::int64_t execute(const std::string &text) override {
+    const Handle<SQL_HANDLE_STMT> statement = make_statement();
+    const SQLRETURN result = SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size()));
+    if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
+    if (!succeeded(result)) raise(SQL_HANDLE_STMT, statement.get());
+    SQLLEN count = 0;
+    SQLRowCount(statement.get(), &count);
+    return std::max<SQLLEN>(count, 0);
+  }
+
+  RowSet query(const std::string &text) override {
+    const Handle<SQL_HANDLE_STMT> statement = make_statement();
+    if (!succeeded(SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size())))) {
+      raise(SQL_HANDLE_STMT, statement.get());
+    }
+    const std::vector<Column> columns = describe(statement.get());
+    std::vector<std::string> names;
+    for (const Column &column : columns) names.push_back(column.name);
+    RowSet rows(std::move(names));
+    RowReader reader(statement.get());
+    SQLRETURN result = SQLFetch(statement.get());
+    for (; succeeded(result); result = SQLFetch(statement.get())) {
+      SQLUSMALLINT number = 0;
+      for (const Column &column : columns) rows.add(reader.read(++number, column.type));
+    }
+    if (result != SQL_NO_DATA) raise(SQL_HANDLE_STMT, statement.get());
+    return rows;
+  }
+
+  void begin() override { set_autocommit(SQL_AUTOCOMMIT_OFF); }
+
+  void commit() override {
+    // A conflict between transactions may show only here.
+    const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_COMMIT);
+    const std::string text = succeeded(result) ? std::string() : diagnosis(SQL_HANDLE_DBC, link_.connection.get());
+    if (!succeeded(result)) {
+      rollback();
+      throw _com_error(kStatementFailed, text);
+    }
+    set_autocommit(SQL_AUTOCOMMIT_ON);
+  }
+
+  void rollback() noexcept override {
+    if (!in_transaction_) return;
+    SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_ROLLBACK);
+    SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, attribute(SQL_AUTOCOMMIT_ON), 0);
+    in_transaction_ = false;
+  }
+
+ private:
+  [[noreturn]] static void raise(SQLSMALLINT type, SQLHANDLE handle) {
+    throw _com_error(kStatementFailed, diagnosis(type, handle));
+  }
+
+  [[nodiscard]] Handle<SQL_HANDLE_STMT> make_statement() const {
+    Handle<SQL_HANDLE_STMT> statement(link_.connection.get());
+    if (!statement) raise(SQL_HANDLE_DBC, link_.connection.get());
+    return statement;
+  }
+
+  void set_autocommit(SQLULEN value) {
+    if (!succeeded(SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, attribute(value), 0))) {
+      raise(SQL_HANDLE_DBC, link_.connection.get());
+    }
+    in_transaction_ = value == SQL_AUTOCOMMIT_OFF;
+  }
+
+  static std::vector<Column> describe(SQLHANDLE statement) {
+    SQLSMALLINT count = 0;
+    if (!succeeded(SQLNumResultCols(statement, &count))) raise(SQL_HANDLE_STMT, statement);
+    std::vector<Column> columns;
+    for (SQLSMALLINT i = 1; i <= count; ++i) {
+      std::array<SQLCHAR, 256> name{};
+      SQLSMALLINT length = 0;
+      SQLSMALLINT type = 0;
+      SQLULEN size = 0;
+      SQLSMALLINT digits = 0;
+      SQLSMALLINT nullable = 0;
+      const SQLRETURN result = SQLDescribeCol(statement, static_cast<SQLUSMALLINT>(i), name.data(), name.size(),
+                                              &length, &type, &size, &digits, &nullable);
+      if (!succeeded(result)) raise(SQL_HANDLE_STMT, statement);
+      columns.push_back({reinterpret_cast<const char *>(name.data()), type});
+    }
+    return columns;
+  }
+
+  Link link_;
+  bool in_transaction_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Connection> open_odbc(const std::string &connection_string) {
+  // The driver's own text could repeat parts of the connection string, so it is not passed on.
+  try {
+    std::optional<Link> link = connect_in_time(connection_string);
+    if (link && link->connected) return std::make_unique<OdbcConnection>(std::move(*link));
+  } catch (const std::system_error &) {
+    throw _com_error(kConnectFailed, "no thread to connect with");
+  }
+  throw _com_error(kConnectFailed, "the server cannot be reached or refuses");
+}
+
+}  // namespace quillanest

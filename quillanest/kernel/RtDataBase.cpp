@@ -1,8 +1,6 @@
 // Descriptor, mapping and whole-database operations of CRtDataBase.
 #include "quillanest/kernel/RtDataBase.h"
 
-#include <string>
-
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
@@ -12,8 +10,6 @@ using quillanest::DatabaseView;
 using quillanest::SegmentAccess;
 
 namespace {
-
-constexpr std::uint32_t kNoID = 0xFFFFFFFF;
 
 void copy_attr(_db_attr &to, const _db_attr &from) {
   if (&to == &from) return;
@@ -32,8 +28,8 @@ void copy_attr(_db_attr &to, const _db_attr &from) {
 }  // namespace
 
 CRtDataBase::CRtDataBase() : attr_{} {
-  attr_.DBID = kNoID;
-  attr_.DBType = kNoID;
+  attr_.DBID = quillanest::kNoID;
+  attr_.DBType = quillanest::kNoID;
 }
 
 CRtDataBase::~CRtDataBase() = default;
@@ -102,8 +98,9 @@ void CRtDataBase::refresh_directory(DirectoryKey key) {
     (void)manager_->UpdateDBInfo(attr_.DBID, &in_force());
     return;
   }
-  const std::string name(quillanest::block_text(attr_, offsetof(_db_attr, DBName)));
-  (void)manager_->UpdateDBInfo(name.c_str(), &in_force());
+  char name[sizeof(_db_attr) + 1] = {};
+  quillanest::block_text(attr_, offsetof(_db_attr, DBName)).copy(name, sizeof(_db_attr));
+  (void)manager_->UpdateDBInfo(name, &in_force());
 }
 
 void CRtDataBase::set_text(std::size_t offset, std::size_t width, const char *text) {

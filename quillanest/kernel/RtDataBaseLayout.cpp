@@ -3,6 +3,7 @@
 
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 
@@ -21,8 +22,10 @@ constexpr std::int64_t kMostTables =
 
 int CRtDataBase::CreateTableMemory() {
   if (attr_.DBTableNum < 0 || attr_.DBTableNum > kMostTables) return 0;
-  tables_ = std::make_unique<std::map<int, CRtTable>>();
-  return 1;
+  return quillanest::neutral_on_failure(0, [&] {
+    tables_ = std::make_unique<std::map<int, CRtTable>>();
+    return 1;
+  });
 }
 
 int CRtDataBase::ReleaseTableMemory() {
@@ -39,16 +42,22 @@ int CRtDataBase::InitAddTable(int slot, const CRtTable &table) {
 }
 
 int CRtDataBase::InitAddField(const CRtField &field) {
-  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
-    const _table_attr *attr = slot_attr(slot);
-    if (attr == nullptr) return 0;
-    if (attr->TableID != field.GetTableID()) continue;
-    // A table that does not take the field, or has been laid out, does not make the field an error.
-    const bool building = tables_ != nullptr && tables_->contains(slot);
-    if (building) (void)(*tables_)[slot].InitAddField(field);
-    return 1;
+  const unsigned int id = field.GetTableID();
+  if (tables_ == nullptr) {
+    CRtTable laid_out;
+    return GetDBTableFromID(laid_out, id);
   }
-  return 0;
+  int fresh_slot = 0;  // the first slot that nobody filled, which carries the ID of no table
+  for (auto &[slot, table] : *tables_) {
+    if (id == quillanest::kNoID && fresh_slot < slot) break;
+    if (table.attr_.TableID == id && slot < attr_.DBTableNum) {
+      // A table that does not take the field does not make the field an error.
+      (void)table.InitAddField(field);
+      return 1;
+    }
+    fresh_slot = slot + 1;
+  }
+  return id == quillanest::kNoID && fresh_slot < attr_.DBTableNum ? 1 : 0;
 }
 
 // Calls `visit(table)` for every slot in order, with a fresh table for a slot that nobody filled.
@@ -70,17 +79,15 @@ void CRtDataBase::visit_slots(Visit visit) {
 bool CRtDataBase::compute_layout() {
   std::int64_t fields = 0;
   std::int64_t data = 0;
-  bool sound = attr_.DBTableNum <= kMostTables;
+  if (attr_.DBTableNum > kMostTables) return false;
   // Unfilled slots have neither fields nor records, so only the filled ones count.
   for (auto &[slot, table] : *tables_) {
     const std::int32_t count = table.attr_.TableFieldNum;
     const std::int32_t capacity = table.attr_.RecordMaxCount;
     std::int64_t record_size = 0;
-    sound = sound && slot < attr_.DBTableNum && count >= 0 && capacity >= 0 && table.fields_ != nullptr;
-    if (!sound) return false;
+    if (slot >= attr_.DBTableNum || count < 0 || capacity < 0 || table.fields_ == nullptr) return false;
     for (auto &[index, field] : *table.fields_) {
-      sound = sound && index < count && field.GetFieldSize() >= 0 && record_size <= kLargestSegment;
-      if (!sound) return false;
+      if (index >= count || field.GetFieldSize() < 0 || record_size > kLargestSegment) return false;
       field.SetFieldOffset(static_cast<int>(record_size));
       record_size += field.GetFieldSize();
     }
@@ -90,7 +97,6 @@ bool CRtDataBase::compute_layout() {
     data += record_size * capacity;
     if (data > kLargestSegment || fields * std::int64_t{sizeof(_field_attr)} > kLargestSegment) return false;
   }
-  if (!sound) return false;
   const std::int64_t field_offset =
       std::int64_t{sizeof(_db_attr)} + attr_.DBTableNum * std::int64_t{sizeof(_table_attr)};
   const std::int64_t data_offset = field_offset + fields * std::int64_t{sizeof(_field_attr)};

@@ -1,6 +1,5 @@
 // Finding a database's tables, and its record functions by table ID.
-#include <string_view>
-
+#include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
@@ -9,21 +8,9 @@ using quillanest::DatabaseView;
 
 namespace {
 
-auto name_is(const char *name) {
-  return [text = std::string_view(name)](const _table_attr &table) {
-    return quillanest::equal_ignoring_case(quillanest::block_text(table, offsetof(_table_attr, TableName)), text);
-  };
-}
-
-auto cname_is(const char *name) {
-  return [text = std::string_view(name)](const _table_attr &table) {
-    return quillanest::equal_ignoring_case(quillanest::block_text(table, offsetof(_table_attr, TableCName)), text);
-  };
-}
-
-auto id_is(unsigned int id) {
-  return [id](const _table_attr &table) { return table.TableID == id; };
-}
+auto name_is(const char *name) { return quillanest::text_is<_table_attr>(offsetof(_table_attr, TableName), name); }
+auto cname_is(const char *name) { return quillanest::text_is<_table_attr>(offsetof(_table_attr, TableCName), name); }
+auto table_id_is(unsigned int id) { return quillanest::id_is(&_table_attr::TableID, id); }
 
 }  // namespace
 
@@ -64,7 +51,7 @@ int CRtDataBase::GetDBTableFromCName(CRtTable &table, const char *name) {
   return name == nullptr ? 0 : find_table(table, cname_is(name));
 }
 
-int CRtDataBase::GetDBTableFromID(CRtTable &table, unsigned int id) { return find_table(table, id_is(id)); }
+int CRtDataBase::GetDBTableFromID(CRtTable &table, unsigned int id) { return find_table(table, table_id_is(id)); }
 
 int CRtDataBase::GetDBTableFromIndex(CRtTable &table, int slot) {
   if (slot_attr(slot) == nullptr) return 0;
@@ -124,7 +111,7 @@ const _table_attr *CRtDataBase::find_in_image(Matches matches) const {
 }
 
 char *CRtDataBase::GetTableDataAddress(unsigned int tableID) const {
-  return data_address(find_in_image(id_is(tableID)));
+  return data_address(find_in_image(table_id_is(tableID)));
 }
 
 char *CRtDataBase::GetTableDataAddress(const char *tableName) const {
@@ -145,6 +132,6 @@ char *CRtDataBase::data_address(const _table_attr *table) const {
 }
 
 int CRtDataBase::GetTableRecordCount(unsigned int tableID) const {
-  const _table_attr *table = find_in_image(id_is(tableID));
+  const _table_attr *table = find_in_image(table_id_is(tableID));
   return table == nullptr ? 0 : quillanest::load_shared(table->RecordCount);
 }

@@ -7,13 +7,13 @@
 
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/platform/NamedRegion.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/TextAt.h"
 
 namespace {
-
-constexpr std::uint32_t kNoID = 0xFFFFFFFF;
 
 // Names by code. The slot width of 16 is part of what clients may rely on; names are padded to 10.
 constexpr std::size_t kTypeNameSize = 16;
@@ -37,13 +37,6 @@ void copy_attr(_field_attr &to, const _field_attr &from) {
   to.FieldOffset = from.FieldOffset;
 }
 
-// The text that starts at an address: inside an image up to its terminator or the end of the segment, elsewhere up to
-// the terminator that the caller answers for.
-std::string_view text_at(const char *address) {
-  const std::span<std::byte> bytes = quillanest::NamedRegion::bytes_from(address);
-  return bytes.empty() ? std::string_view(address) : quillanest::text_in(bytes);
-}
-
 void copy_with_terminator(char *to, std::string_view text) {
   if (!text.empty()) std::memmove(to, text.data(), text.size());
   to[text.size()] = '\0';
@@ -58,9 +51,9 @@ std::span<std::byte> value_bytes(char *address) {
 }  // namespace
 
 CRtField::CRtField() : attr_{} {
-  attr_.DataBaseID = kNoID;
-  attr_.TableID = kNoID;
-  attr_.FieldID = kNoID;
+  attr_.DataBaseID = quillanest::kNoID;
+  attr_.TableID = quillanest::kNoID;
+  attr_.FieldID = quillanest::kNoID;
 }
 
 CRtField::CRtField(const CRtField &other) : attr_{} { copy_attr(attr_, other.attr_); }
@@ -116,9 +109,12 @@ const char *CRtField::GetTypeStr() const {
 void CRtField::GetDisplayText(int nType, char *pValue, char *pszText) {
   if (pszText == nullptr) return;
   if (pValue == nullptr) return copy_with_terminator(pszText, {});
-  if (nType == quillanest::kString) return copy_with_terminator(pszText, text_at(pValue));
+  if (nType == quillanest::kString) return copy_with_terminator(pszText, quillanest::text_at(pValue));
   if (nType == quillanest::kPasswd) {
-    return copy_with_terminator(pszText, quillanest::TzDes::SimpleEncrypt(std::string(text_at(pValue)).c_str()));
+    const std::string enciphered = quillanest::neutral_on_failure(std::string(), [&] {
+      return quillanest::TzDes::SimpleEncrypt(std::string(quillanest::text_at(pValue)).c_str());
+    });
+    return copy_with_terminator(pszText, enciphered);
   }
   std::array<char, quillanest::kNumberTextMax> text;
   const std::size_t length = quillanest::format_value(nType, value_bytes(pValue), text.data());

@@ -10,8 +10,6 @@ using quillanest::TableView;
 
 namespace {
 
-constexpr std::uint32_t kNoID = 0xFFFFFFFF;
-
 void copy_attr(_table_attr &to, const _table_attr &from) {
   if (&to == &from) return;
   quillanest::copy_block_text(to, from, offsetof(_table_attr, TableName));
@@ -31,8 +29,8 @@ void copy_attr(_table_attr &to, const _table_attr &from) {
 }  // namespace
 
 CRtTable::CRtTable() : attr_{} {
-  attr_.DataBaseID = kNoID;
-  attr_.TableID = kNoID;
+  attr_.DataBaseID = quillanest::kNoID;
+  attr_.TableID = quillanest::kNoID;
   attr_.IndexInDB = -1;
   attr_.IDExclusive = 1;
 }

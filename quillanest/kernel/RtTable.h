@@ -163,8 +163,8 @@ class QUILLANEST_API CRtTable {
   int GetFieldDataAt(int position, int fieldIndex, char *buffer) const;
   int SetFieldDataAt(int position, int fieldIndex, const char *value);
   // Writes FieldSize bytes of `value` into the field of the records from `first` up to but not including `end`; a
-  // negative `end` stands for RecordCount - 1. 1, also for an empty range; 0 when the table is not attached, the value
-  // null or `first` of a range no record.
+  // negative `end` stands for RecordCount - 1, and slots behind the table's record area are left alone. 1, also for an
+  // empty range; 0 when the table is not attached, the value null or `first` of a range no record.
   int SetColumnValueAt(int fieldIndex, const char *value, int first, int end);
   // Converts the text to the field's type and stores it. A text as long as the field or longer is first shortened in
   // the caller's buffer to the field's size less one. 1, or 0 for a null text, no record, no field or no type.

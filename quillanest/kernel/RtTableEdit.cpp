@@ -6,8 +6,9 @@
 
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
-#include "quillanest/shm/MutexEx.h"
+#include "quillanest/shm/HeldMutex.h"
 
 using quillanest::as_bytes;
 using quillanest::find_key;
@@ -20,30 +21,17 @@ namespace {
 
 enum EditAction { kInsertAction = 2, kUpdateAction = 3, kDeleteAction = 4 };
 
-// The mutex of a table's database, held for the life of the object.
-class DatabaseLock {
+// The name of the mutex of a table's database: the one in the segment, at most to the descriptor's end.
+class DatabaseName {
  public:
-  explicit DatabaseLock(const TableView &view) {
-    // The name is the one in the segment, at most to the descriptor's end.
-    const auto &attr = *reinterpret_cast<const _db_attr *>(view.segment.data());
-    char name[sizeof(_db_attr) + 1] = {};
-    copy_text(std::as_writable_bytes(std::span(name).first(sizeof(_db_attr))),
-              block_text(attr, offsetof(_db_attr, DBName)));
-    is_held_ = mutex_.Create(name);
-    // By design [WaitNotExamined]: whatever the wait returns, an abandoned mutex included, the edit goes on.
-    if (is_held_) (void)mutex_.Wait(-1);
+  explicit DatabaseName(const TableView &view) {
+    const auto &attr = *attr_at<_db_attr>(view.segment, 0);
+    block_text(attr, offsetof(_db_attr, DBName)).copy(text_, sizeof(_db_attr));
   }
-  ~DatabaseLock() {
-    if (is_held_) (void)mutex_.Release();
-  }
-  DatabaseLock(const DatabaseLock &) = delete;
-  DatabaseLock &operator=(const DatabaseLock &) = delete;
-
-  [[nodiscard]] bool is_held() const noexcept { return is_held_; }
+  [[nodiscard]] const char *c_str() const noexcept { return text_; }
 
  private:
-  CMutexEx mutex_;
-  bool is_held_ = false;
+  char text_[sizeof(_db_attr) + 1] = {};
 };
 
 // By design [UpdateKeepsStatus]: an update changes the status of a committed record only.
@@ -110,8 +98,8 @@ int CRtTable::Insert(char *record, int projectID) {
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();
   if (count < 0 || count >= view.capacity()) return -1;
-  const quillanest::DatabaseLock lock(view);
-  if (!lock.is_held()) return -1;
+  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  if (!lock.is_open()) return -1;
 
   std::byte *buffer = as_bytes(record);
   std::uint32_t key = view.key_of(buffer);
@@ -162,8 +150,8 @@ int CRtTable::Update(const char *record, int hint, int projectID) {
   const std::byte *buffer = as_bytes(record);
   const KeyPlace place = find_key_near(view, view.key_of(buffer), hint);
   if (!place.found) return -1;
-  const quillanest::DatabaseLock lock(view);
-  if (!lock.is_held()) return -1;
+  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  if (!lock.is_open()) return -1;
   // By design [PositionNotRechecked]: the position found before the mutex was taken is the one that is written.
   std::memmove(view.record(place.position), buffer, view.record_bytes());
   (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kUpdateAction);
@@ -176,8 +164,8 @@ int CRtTable::Delete(unsigned int key, int hint, int projectID) {
   // By design [KeyZeroDeletesByPosition]: with key 0 the hint is the position, whatever key the record there has.
   const KeyPlace place = key != 0 ? find_key_near(view, key, hint) : KeyPlace{view.at(hint) != nullptr, hint};
   if (!place.found) return 0;
-  const quillanest::DatabaseLock lock(view);
-  if (!lock.is_held()) return 0;
+  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  if (!lock.is_open()) return 0;
   if (projectID == 0) return quillanest::remove_record(view, place.position) ? 1 : 0;
   (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kDeleteAction);
   return 1;

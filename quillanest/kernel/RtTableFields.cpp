@@ -1,4 +1,5 @@
 // The field directory of CRtTable.
+#include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
@@ -7,21 +8,9 @@ using quillanest::TableView;
 
 namespace {
 
-auto name_is(const char *name) {
-  return [text = std::string_view(name)](const _field_attr &field) {
-    return quillanest::equal_ignoring_case(quillanest::block_text(field, offsetof(_field_attr, FieldName)), text);
-  };
-}
-
-auto cname_is(const char *name) {
-  return [text = std::string_view(name)](const _field_attr &field) {
-    return quillanest::equal_ignoring_case(quillanest::block_text(field, offsetof(_field_attr, FieldCName)), text);
-  };
-}
-
-auto id_is(unsigned int id) {
-  return [id](const _field_attr &field) { return field.FieldID == id; };
-}
+auto name_is(const char *name) { return quillanest::text_is<_field_attr>(offsetof(_field_attr, FieldName), name); }
+auto cname_is(const char *name) { return quillanest::text_is<_field_attr>(offsetof(_field_attr, FieldCName), name); }
+auto field_id_is(unsigned int id) { return quillanest::id_is(&_field_attr::FieldID, id); }
 
 }  // namespace
 
@@ -85,7 +74,7 @@ int CRtTable::GetFieldFromCName(CRtField &field, const char *name) const {
 }
 
 int CRtTable::GetFieldFromID(CRtField &field, unsigned int id) const {
-  return GetFieldFromIndex(field, find_field(id_is(id)));
+  return GetFieldFromIndex(field, find_field(field_id_is(id)));
 }
 
 int CRtTable::GetFieldFromIndex(CRtField &field, int index) const {
@@ -103,7 +92,7 @@ _field_attr *CRtTable::GetFieldFromCName(const char *name) const {
   return name == nullptr ? nullptr : GetFieldFromIndex(find_field(cname_is(name)));
 }
 
-_field_attr *CRtTable::GetFieldFromID(unsigned int id) const { return GetFieldFromIndex(find_field(id_is(id))); }
+_field_attr *CRtTable::GetFieldFromID(unsigned int id) const { return GetFieldFromIndex(find_field(field_id_is(id))); }
 
 _field_attr *CRtTable::GetFieldFromIndex(int index) const {
   const TableView view = TableView::of(*this);

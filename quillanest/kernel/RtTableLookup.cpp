@@ -4,6 +4,7 @@
 
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::find_key;

@@ -6,6 +6,7 @@
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/TextAt.h"
 #include "quillanest/shm/ValueBytes.h"
 
 using quillanest::as_bytes;
@@ -35,7 +36,7 @@ void read_value(const TableView &view, std::byte *record, const _field_attr &fie
 void write_value(const TableView &view, std::byte *record, const _field_attr &field, const char *buffer) {
   const std::span<std::byte> value = view.value(record, field);
   if (quillanest::is_text_type(field.FieldType)) {
-    quillanest::copy_text(value, buffer);
+    quillanest::copy_text(value, quillanest::text_at(buffer));
   } else if (const std::size_t size = field_bytes(value, field); size > 0) {
     std::memmove(value.data(), buffer, size);
   }
@@ -45,9 +46,13 @@ void write_value(const TableView &view, std::byte *record, const _field_attr &fi
 void store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
   if (field.FieldSize < 1) return;
   const auto size = static_cast<std::size_t>(field.FieldSize);
-  // By design [CallerTextCut]: a text that is too long is cut in the caller's buffer.
-  if (std::strlen(text) >= size) text[size - 1] = '\0';
-  quillanest::copy_text(value, text);
+  std::string_view stored = quillanest::text_at(text);
+  if (stored.size() >= size) {
+    // By design [CallerTextCut]: a text that is too long is cut in the caller's buffer.
+    text[size - 1] = '\0';
+    stored = stored.substr(0, size - 1);
+  }
+  quillanest::copy_text(value, stored);
 }
 
 bool store_field_text(std::span<std::byte> value, const _field_attr &field, char *text) {
@@ -62,12 +67,12 @@ bool store_field_text(std::span<std::byte> value, const _field_attr &field, char
       return true;
     case quillanest::kTime: {
       SYSTEMTIME time{};
-      quillanest::read_time(text, {as_bytes(static_cast<void *>(&time)), sizeof time});
+      quillanest::read_time(quillanest::text_at(text), {as_bytes(static_cast<void *>(&time)), sizeof time});
       quillanest::store_part(value, time);
       return true;
     }
     default:
-      return quillanest::store_value_of_text(field.FieldType, value, text);
+      return quillanest::store_value_of_text(field.FieldType, value, quillanest::text_at(text));
   }
 }
 

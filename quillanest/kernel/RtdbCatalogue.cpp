@@ -4,24 +4,30 @@
 
 #include "quillanest/kernel/Directory.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/shm/MutexEx.h"
+#include "quillanest/platform/Neutral.h"
+#include "quillanest/shm/HeldMutex.h"
 
 int CRtdbManager::AddDataBase(CRtDataBase *database) {
   if (database == nullptr) return 0;
-  CMutexEx mutex;
-  if (!mutex.Create("mdb")) return 0;
-  (void)mutex.Wait(-1);
-  const auto slots = catalogue_.begin() + std::clamp(GetDataBaseMaxNum(), 0, RTDB_DATABASE_MAX);
-  const auto free = std::find(catalogue_.begin(), slots, nullptr);
-  const auto same =
-      std::find_if(catalogue_.begin(), catalogue_.end(), [&](const auto &entry) { return entry.get() == database; });
-  const bool has_room = free != slots;
-  if (has_room) {
-    // One object in two slots has one owner all the same.
-    *free = same != catalogue_.end() ? *same : std::shared_ptr<CRtDataBase>(database);
-  }
-  (void)mutex.Release();
-  return has_room ? 1 : 0;
+  return quillanest::neutral_on_failure(0, [&] {
+    // Allocates all that ownership takes before the object has an owner: who keeps it after a failure is never in
+    // doubt.
+    const auto holder = std::make_shared<std::unique_ptr<CRtDataBase>>();
+    const quillanest::HeldMutex lock("mdb");
+    if (!lock.is_open()) return 0;
+    const auto slots = catalogue_.begin() + std::clamp(GetDataBaseMaxNum(), 0, RTDB_DATABASE_MAX);
+    const auto free = std::find(catalogue_.begin(), slots, nullptr);
+    if (free == slots) return 0;
+    const auto same =
+        std::find_if(catalogue_.begin(), catalogue_.end(), [&](const auto &entry) { return entry.get() == database; });
+    if (same != catalogue_.end()) {
+      *free = *same;  // one object in two slots has one owner all the same
+    } else {
+      holder->reset(database);
+      *free = std::shared_ptr<CRtDataBase>(holder, database);
+    }
+    return 1;
+  });
 }
 
 CRtDataBase *CRtdbManager::catalogue_database(unsigned int id) const {
@@ -33,12 +39,14 @@ CRtDataBase *CRtdbManager::catalogue_database(unsigned int id) const {
 
 int CRtdbManager::AddTable(const CRtTable &table) {
   CRtDataBase *database = catalogue_database(table.GetDataBaseID());
-  return database == nullptr ? 0 : database->InitAddTable(table.GetIndexInDB(), table);
+  if (database == nullptr) return 0;
+  return quillanest::neutral_on_failure(0, [&] { return database->InitAddTable(table.GetIndexInDB(), table); });
 }
 
 int CRtdbManager::AddField(const CRtField &field) {
   CRtDataBase *database = catalogue_database(field.GetDataBaseID());
-  return database == nullptr || field.GetIndexInTable() < 0 ? 0 : database->InitAddField(field);
+  if (database == nullptr || field.GetIndexInTable() < 0) return 0;
+  return quillanest::neutral_on_failure(0, [&] { return database->InitAddField(field); });
 }
 
 int CRtdbManager::CreateDBMem() {

@@ -1,14 +1,13 @@
 // The directory: finding databases and tables, and keeping directory records in step.
-#include <string_view>
-
 #include "quillanest/kernel/Directory.h"
+#include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 
-using quillanest::block_text;
 using quillanest::DatabaseView;
-using quillanest::equal_ignoring_case;
+using quillanest::id_is;
+using quillanest::text_is;
 
 namespace {
 
@@ -38,20 +37,16 @@ int CRtdbManager::find_database(CRtDataBase &database, Matches matches) {
 
 int CRtdbManager::GetDataBaseFromName(CRtDataBase &database, const char *name) {
   if (name == nullptr) return 0;
-  return find_database(database, [text = std::string_view(name)](const _db_attr &attr) {
-    return equal_ignoring_case(block_text(attr, offsetof(_db_attr, DBName)), text);
-  });
+  return find_database(database, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
 }
 
 int CRtdbManager::GetDataBaseFromCName(CRtDataBase &database, const char *name) {
   if (name == nullptr) return 0;
-  return find_database(database, [text = std::string_view(name)](const _db_attr &attr) {
-    return equal_ignoring_case(block_text(attr, offsetof(_db_attr, DBCName)), text);
-  });
+  return find_database(database, text_is<_db_attr>(offsetof(_db_attr, DBCName), name));
 }
 
 int CRtdbManager::GetDataBaseFromID(CRtDataBase &database, unsigned int id) {
-  return find_database(database, [id](const _db_attr &attr) { return attr.DBID == id; });
+  return find_database(database, id_is(&_db_attr::DBID, id));
 }
 
 int CRtdbManager::GetFirstDataBasePostion(int &position) {
@@ -106,13 +101,11 @@ int CRtdbManager::update_directory(const _db_attr *attr, Matches matches) {
 
 int CRtdbManager::UpdateDBInfo(const char *name, const _db_attr *attr) {
   if (name == nullptr) return 0;
-  return update_directory(attr, [text = std::string_view(name)](const _db_attr &record) {
-    return equal_ignoring_case(block_text(record, offsetof(_db_attr, DBName)), text);
-  });
+  return update_directory(attr, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
 }
 
 int CRtdbManager::UpdateDBInfo(unsigned int id, const _db_attr *attr) {
-  return update_directory(attr, [id](const _db_attr &record) { return record.DBID == id; });
+  return update_directory(attr, id_is(&_db_attr::DBID, id));
 }
 
 int CRtdbManager::GetSystemTable(CRtTable &table, unsigned int tableID) {

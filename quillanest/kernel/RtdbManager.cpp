@@ -8,6 +8,7 @@
 #include "quillanest/kernel/Directory.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/platform/InstallRoot.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Profile.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
@@ -16,7 +17,6 @@ using quillanest::SegmentAccess;
 
 namespace {
 
-constexpr const char *kSection = "Quillanest";
 constexpr int kDefaultManagerKey = 333;
 
 // Copies a path with its terminator; false, with `to` empty, for one that does not fit.
@@ -31,12 +31,16 @@ bool copy_path(char (&to)[RTDB_PATH_SIZE], std::string_view path) {
 
 CRtdbManager::CRtdbManager() : attr_{} {
   attr_.DataBaseMaxNum = RTDB_DATABASE_MAX;
-  (void)ReadConfigInfo();
+  (void)quillanest::neutral_on_failure(0, [&] { return ReadConfigInfo(); });
 }
 
-CRtdbManager::~CRtdbManager() {
-  for (const std::shared_ptr<CRtDataBase> &database : catalogue_) {
+CRtdbManager::~CRtdbManager() { release_catalogue(); }
+
+// Lets the databases of the catalogue forget this manager: another one may go on sharing them.
+void CRtdbManager::release_catalogue() {
+  for (std::shared_ptr<CRtDataBase> &database : catalogue_) {
     if (database != nullptr && database->manager_ == this) database->manager_ = nullptr;
+    database.reset();
   }
 }
 
@@ -44,6 +48,7 @@ CRtdbManager::CRtdbManager(const CRtdbManager &other) : attr_{} { *this = other;
 
 CRtdbManager &CRtdbManager::operator=(const CRtdbManager &other) {
   if (this == &other) return *this;
+  release_catalogue();
   attr_ = other.attr_;
   catalogue_ = other.catalogue_;
   system_ = other.system_;
@@ -55,14 +60,16 @@ CRtdbManager &CRtdbManager::operator=(const CRtdbManager &other) {
 int CRtdbManager::ReadConfigInfo() {
   const std::string root = quillanest::install_root();
   const std::string file = root + std::string(quillanest::kConfigurationFile);
-  const std::string path = quillanest::profile_text(file, kSection, "RtdbDataPath").substr(0, RTDB_PATH_SIZE - 1);
+  const std::string path =
+      quillanest::profile_text(file, quillanest::kConfigurationSection, "RtdbDataPath").substr(0, RTDB_PATH_SIZE - 1);
   // A path that does not fit its member is refused with the whole configuration: a cut one would name another place.
   if (root.empty() || !copy_path(attr_.SysIniFile, file)) return 0;
   if (!copy_path(attr_.DataPath, root + path)) {
     (void)copy_path(attr_.SysIniFile, {});
     return 0;
   }
-  segment_.SetKey(quillanest::profile_int(file, kSection, "FileKey_Manager", kDefaultManagerKey));
+  segment_.SetKey(
+      quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey));
   return 1;
 }
 

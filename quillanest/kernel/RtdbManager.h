@@ -127,6 +127,8 @@ class QUILLANEST_API CRtdbManager {
   bool build_image(const char *schema_file);
   bool reopen_image();
   void record_host_name();
+  void release_catalogue();
+  bool start(bool reopen, const char *schema_file);
   template <class Matches>
   int find_database(CRtDataBase &database, Matches matches);
   template <class Matches>

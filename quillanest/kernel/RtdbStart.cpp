@@ -7,6 +7,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/SchemaReader.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
@@ -17,7 +18,6 @@ using quillanest::SegmentAccess;
 namespace {
 
 constexpr const char *kSystemName = "system";
-constexpr unsigned int kSystemID = 1;
 
 }  // namespace
 
@@ -85,12 +85,16 @@ void CRtdbManager::record_host_name() {
 }
 
 bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
+  return quillanest::neutral_on_failure(false, [&] { return start(bReopen, pszSchemaFile); });
+}
+
+bool CRtdbManager::start(bool reopen, const char *schema_file) {
   if (AttachShareMemory() != 0) return true;
-  if (CreateMem(bReopen ? 1 : 0) == 0) return false;
-  if (!(bReopen ? reopen_image() : build_image(pszSchemaFile))) return false;
+  if (CreateMem(reopen ? 1 : 0) == 0) return false;
+  if (!(reopen ? reopen_image() : build_image(schema_file))) return false;
   record_host_name();
-  if (GetDataBaseFromID(system_, kSystemID) == 0 || system_.AttachShareMemory() == 0) return false;
-  if (!bReopen) return LoadSystemDB() != 0;
+  if (GetDataBaseFromID(system_, quillanest::kSystemDatabaseID) == 0 || system_.AttachShareMemory() == 0) return false;
+  if (!reopen) return LoadSystemDB() != 0;
   SetRtdbStatus(RTDB_STATUS_LOADED);
   return true;
 }

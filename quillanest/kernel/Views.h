@@ -5,6 +5,7 @@
 // Lifetime: a view is made per call and used before the database object changes.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -139,9 +140,11 @@ struct TableView {
                : nullptr;
   }
 
+  // Records without bytes are counted as if they had one, so that no count is out of proportion to the segment.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
-    if (holds(stated)) return stated;
-    return stated < 0 ? 0 : static_cast<std::int32_t>(room() / record_size);
+    const std::int64_t size = std::max<std::int64_t>(record_size, 1);
+    if (stated >= 0 && stated * size <= room()) return stated;
+    return stated < 0 ? 0 : static_cast<std::int32_t>(room() / size);
   }
 
   // The bytes of a field of a record, from its first one to the end of the segment; empty outside.

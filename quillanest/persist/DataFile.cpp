@@ -7,6 +7,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Profile.h"
 #include "quillanest/platform/qrvutil/TzFileSystem.h"
 #include "quillanest/shm/Bytes.h"
@@ -14,10 +15,10 @@
 namespace quillanest {
 
 CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : extension_{}, manager_(manager) {
-  const std::string file = manager->GetSysIniFile();
+  const std::string file = configuration_file_of(*manager);
   // Exactly 1: any other number leaves caption names off.
-  use_caption_names_ = profile_int(file, kStoreSection, "UseCName", 0) == 1;
-  const std::string extension = profile_text(file, kStoreSection, "DataFileExt", ".txt");
+  use_caption_names_ = profile_int(file, kConfigurationSection, "UseCName", 0) == 1;
+  const std::string extension = profile_text(file, kConfigurationSection, "DataFileExt", ".txt");
   extension.copy(extension_, sizeof extension_ - 1);
 }
 
@@ -25,7 +26,7 @@ CRtdbDataFile::~CRtdbDataFile() = default;
 
 // The file of a table; nothing when the database has no folder.
 std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTable &table) const {
-  const TzFileSystem folders(manager_->GetSysIniFile(), manager_->GetDataPath());
+  const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
   const std::optional<std::string> folder =
       database.GetDBID() == kSystemDatabaseID ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
   if (!folder) return std::nullopt;

@@ -31,7 +31,8 @@ class CRtdbDataFile {
 
   // Replaces a table's records by those of the file at `path`, or of the table's own file for a null path. True, with
   // nothing changed, when there is no such file. False when the file has no header line (nothing is changed), the table
-  // no descriptors in the image, or no folder is configured.
+  // no descriptors in the image, or no folder is configured. A file that cannot be opened counts as none; one that
+  // cannot be read to its end raises an error that the published operations turn into false.
   bool LoadTable(CRtDataBase *database, CRtTable *table, const char *path, int projectID);
 
   // Every table of a database; the results are combined by "and", and a failure does not end the walk.

@@ -8,6 +8,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/Store.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 #include "quillanest/shm/Bytes.h"
@@ -126,7 +127,7 @@ void merge_line(const CRtTable &table, const TableView &view, Columns line,
 // The configuration file of the manager that a table belongs to; empty without one.
 std::string configuration_of(const CRtTable &table) {
   CRtdbManager *manager = TableView::database(table)->GetRtdbManager();
-  return manager == nullptr ? std::string() : manager->GetSysIniFile();
+  return manager == nullptr ? std::string() : configuration_file_of(*manager);
 }
 
 }  // namespace
@@ -150,7 +151,7 @@ bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char
     fields = map_columns(*table, view, {line, separator_}, use_caption_names_, FirstColumn::kIsKey);
   }
 
-  const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
   const std::int32_t capacity = view.capacity();
   std::int32_t count = 0;
   while (!lines.at_end() && count < capacity && lines.next(line)) {

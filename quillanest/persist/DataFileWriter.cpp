@@ -1,6 +1,6 @@
 // Writing a table's text file.
+#include <exception>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +11,8 @@
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/ModifiedMarks.h"
+#include "quillanest/persist/Passwords.h"
+#include "quillanest/persist/Store.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 #include "quillanest/shm/Bytes.h"
@@ -131,7 +133,8 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
 
   ModifiedMarks marks(view, find_version_fields(view).modified);
   try {
-    const PasswordCipher cipher = PasswordCipher::from_configuration(manager_->GetSysIniFile());
+    const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
+    if (!passwords_are_whole(view, cipher)) return false;
     TableWriter writer(view, file, cipher, separator_);
     writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
     const std::int32_t count = view.count();
@@ -141,7 +144,7 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
     }
     writer.finish();
     if (file.commit()) return true;
-  } catch (const std::bad_alloc &) {
+  } catch (const std::exception &) {
     // As any other failure: the former file stands.
   }
   marks.restore();

@@ -1,12 +1,16 @@
 // Load and save of the kernel's classes: which store serves a call, and the walk over databases and tables.
 #include <string>
+#include <string_view>
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/InstallRoot.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Profile.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::CRtdbDataFile;
 using quillanest::CRtdbMedia;
@@ -14,35 +18,48 @@ using quillanest::CRtdbMedia;
 namespace {
 
 // Whether the configuration selects text data files, read at every call.
-bool data_in_file(const char *configuration_file) {
-  return quillanest::profile_int(configuration_file, quillanest::kStoreSection, "DataInFile", 0) != 0;
+bool data_in_file(std::string_view configuration_file) {
+  return quillanest::profile_int(std::string(configuration_file), quillanest::kConfigurationSection, "DataInFile", 0) !=
+         0;
+}
+
+// The result of a load or save, false when the system lacks memory or another resource.
+template <class Work>
+bool guarded(Work work) {
+  return quillanest::neutral_on_failure(false, work);
 }
 
 }  // namespace
 
 int CRtdbManager::LoadSystemDB() {
-  const bool loaded =
-      data_in_file(attr_.SysIniFile) ? CRtdbDataFile(this).LoadSystem(this) : CRtdbMedia(this).LoadSystem(*this);
+  const bool loaded = guarded([&] {
+    return data_in_file(attr_.SysIniFile) ? CRtdbDataFile(this).LoadSystem(this) : CRtdbMedia(this).LoadSystem(*this);
+  });
   if (!loaded) return 0;
   SetRtdbStatus(RTDB_STATUS_LOADED);
   return 1;
 }
 
 int CRtdbManager::LoadAllCustomizedDB(int projectID) {
-  const bool loaded = data_in_file(attr_.SysIniFile) ? CRtdbDataFile(this).LoadAllCustomized(this, projectID)
-                                                     : CRtdbMedia(this).LoadAllCustomized(*this, projectID);
+  const bool loaded = guarded([&] {
+    if (data_in_file(attr_.SysIniFile)) return CRtdbDataFile(this).LoadAllCustomized(this, projectID);
+    return CRtdbMedia(this).LoadAllCustomized(*this, projectID);
+  });
   if (!loaded) return 0;
   SetRtdbStatus(RTDB_STATUS_LOADED);
   return 1;
 }
 
 bool CRtdbManager::SaveData(int projectID) {
-  if (data_in_file(attr_.SysIniFile)) return CRtdbDataFile(this).SaveAll(this, projectID);
-  return CRtdbMedia(this).SaveAll(*this, projectID);
+  return guarded([&] {
+    if (data_in_file(attr_.SysIniFile)) return CRtdbDataFile(this).SaveAll(this, projectID);
+    return CRtdbMedia(this).SaveAll(*this, projectID);
+  });
 }
 
 int CRtdbManager::SaveDataTo(bool bToFile) {
-  const bool saved = bToFile ? CRtdbDataFile(this).SaveAll(this, 0) : CRtdbMedia(this).SaveAll(*this, 0);
+  const bool saved =
+      guarded([&] { return bToFile ? CRtdbDataFile(this).SaveAll(this, 0) : CRtdbMedia(this).SaveAll(*this, 0); });
   return saved ? 1 : 0;
 }
 
@@ -53,8 +70,10 @@ bool CRtdbManager::load_text(unsigned int databaseID, unsigned int tableID, Load
   CRtTable table;
   if (GetDataBaseFromID(database, databaseID) == 0 || database.AttachShareMemory() == 0) return false;
   if (database.GetDBTableFromID(table, tableID) == 0) return false;
-  CRtdbDataFile store(this);
-  return load(store, database, table);
+  return guarded([&] {
+    CRtdbDataFile store(this);
+    return load(store, database, table);
+  });
 }
 
 bool CRtdbManager::LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName,
@@ -80,8 +99,12 @@ bool CRtdbManager::CommitProject() {
 
 bool CRtDataBase::SaveData(int projectID) {
   if (manager_ == nullptr || !quillanest::DatabaseView::is_mapped(*this)) return false;
-  if (data_in_file(manager_->GetSysIniFile())) return CRtdbDataFile(manager_).SaveDataBase(this, projectID);
-  return CRtdbMedia(manager_).SaveDataBase(*this, projectID);
+  return guarded([&] {
+    if (data_in_file(quillanest::text_at(manager_->GetSysIniFile()))) {
+      return CRtdbDataFile(manager_).SaveDataBase(this, projectID);
+    }
+    return CRtdbMedia(manager_).SaveDataBase(*this, projectID);
+  });
 }
 
 bool CRtDataBase::CommitProject() {
@@ -90,8 +113,12 @@ bool CRtDataBase::CommitProject() {
 }
 
 bool CRtTable::SaveData(int projectID) {
-  if (!IsInShareMemory() || database_->GetRtdbManager() == nullptr) return false;
-  CRtdbManager *manager = database_->GetRtdbManager();
-  if (data_in_file(manager->GetSysIniFile())) return CRtdbDataFile(manager).SaveTable(database_, this, projectID);
-  return CRtdbMedia(manager).SaveTable(*database_, *this, projectID);
+  CRtdbManager *manager = IsInShareMemory() ? database_->GetRtdbManager() : nullptr;
+  if (manager == nullptr) return false;
+  return guarded([&] {
+    if (data_in_file(quillanest::text_at(manager->GetSysIniFile()))) {
+      return CRtdbDataFile(manager).SaveTable(database_, this, projectID);
+    }
+    return CRtdbMedia(manager).SaveTable(*database_, *this, projectID);
+  });
 }

@@ -5,13 +5,25 @@
 #include "quillanest/kernel/Views.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::as_bytes;
 using quillanest::CRtdbMedia;
+using quillanest::neutral_on_failure;
 using quillanest::store_table_name;
 using quillanest::TableView;
 using quillanest::VersionFields;
+
+namespace {
+
+// The project that a record outside the image carries.
+std::int32_t project_of(std::span<const std::byte> record, const _field_attr &field) {
+  const bool inside = field.FieldOffset >= 0 && static_cast<std::size_t>(field.FieldOffset) < record.size();
+  return inside ? quillanest::load_part<std::int32_t>(record.subspan(static_cast<std::size_t>(field.FieldOffset))) : 0;
+}
+
+}  // namespace
 
 bool CRtTable::CommitProject() {
   const TableView view = TableView::of(*this);
@@ -39,35 +51,39 @@ bool CRtTable::CommitProject() {
 bool CRtTable::InsertRecordToDb(char *record) {
   const TableView view = TableView::of(*this);
   if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
-  CRtdbMedia store(database_->GetRtdbManager());
-  return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()}, view.field(0),
-                            view.field_count());
+  return neutral_on_failure(false, [&] {
+    CRtdbMedia store(database_->GetRtdbManager());
+    return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()},
+                              view.field(0), view.field_count());
+  });
 }
 
 bool CRtTable::UpdateRecordToDb(char *record) {
   const TableView view = TableView::of(*this);
   if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
   const std::span<std::byte> bytes(as_bytes(record), view.record_bytes());
-  std::string condition = "ID = " + std::to_string(static_cast<std::int32_t>(view.key_of(bytes.data())));
-  if (const _field_attr *project = find_version_fields(view).project; project != nullptr) {
-    const bool inside = project->FieldOffset >= 0 && static_cast<std::size_t>(project->FieldOffset) < bytes.size();
-    const auto number =
-        inside ? quillanest::load_part<std::int32_t>(bytes.subspan(static_cast<std::size_t>(project->FieldOffset))) : 0;
-    condition += " AND iProjectID = " + std::to_string(number);
-  }
-  CRtdbMedia store(database_->GetRtdbManager());
-  const std::string name = store_table_name(*database_, *this);
-  if (store.Execute(("DELETE FROM " + name + " WHERE " + condition).c_str(), quillanest::TARGET_BOTH) < 0) return false;
-  return store.InsertRecord(name, bytes, view.field(0), view.field_count());
+  return neutral_on_failure(false, [&] {
+    std::string condition = "ID = " + std::to_string(static_cast<std::int32_t>(view.key_of(bytes.data())));
+    if (const _field_attr *field = find_version_fields(view).project; field != nullptr) {
+      condition += " AND iProjectID = " + std::to_string(project_of(bytes, *field));
+    }
+    CRtdbMedia store(database_->GetRtdbManager());
+    const std::string name = store_table_name(*database_, *this);
+    const std::string statement = "DELETE FROM " + name + " WHERE " + condition;
+    return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0 &&
+           store.InsertRecord(name, bytes, view.field(0), view.field_count());
+  });
 }
 
 bool CRtTable::RemoveRecordInDb(int key, int projectID) {
   if (database_ == nullptr || database_->GetRtdbManager() == nullptr) return false;
-  std::string condition = "ID = " + std::to_string(key);
-  if (FindFieldFromName(quillanest::kProjectField, false) >= 0) {
-    condition += " AND iProjectID = " + std::to_string(projectID);
-  }
-  CRtdbMedia store(database_->GetRtdbManager());
-  const std::string statement = "DELETE FROM " + store_table_name(*database_, *this) + " WHERE " + condition;
-  return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0;
+  return neutral_on_failure(false, [&] {
+    std::string condition = "ID = " + std::to_string(key);
+    if (FindFieldFromName(quillanest::kProjectField, false) >= 0) {
+      condition += " AND iProjectID = " + std::to_string(projectID);
+    }
+    CRtdbMedia store(database_->GetRtdbManager());
+    const std::string statement = "DELETE FROM " + store_table_name(*database_, *this) + " WHERE " + condition;
+    return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0;
+  });
 }

@@ -1,11 +1,12 @@
 // Saving tables into the relational store, and the walks over databases.
 #include "quillanest/persist/RtdbMedia.h"
 
-#include <new>
+#include <exception>
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/persist/ModifiedMarks.h"
+#include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/qrvutil/TzFileSystem.h"
 #include "quillanest/shm/FieldType.h"
@@ -14,15 +15,16 @@ namespace quillanest {
 
 CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
     : manager_(manager),
-      cipher_(PasswordCipher::from_configuration(manager == nullptr ? std::string() : manager->GetSysIniFile())) {
-  if (manager != nullptr) SetIniFile(manager->GetSysIniFile());
+      cipher_(
+          PasswordCipher::from_configuration(manager == nullptr ? std::string() : configuration_file_of(*manager))) {
+  if (manager != nullptr) SetIniFile(configuration_file_of(*manager).c_str());
   SetSection("RtdbMedia");
 }
 
 std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {
   const std::optional<std::string> name = CDbConnection::GetDataSource(slot);
   if (slot_type(slot) != DB_TYPE_JET || manager_ == nullptr) return name;
-  const TzFileSystem folders(manager_->GetSysIniFile(), manager_->GetDataPath());
+  const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
   const std::optional<std::string> folder = bSystemDB ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
   if (!folder || !name || name->empty()) return std::nullopt;
   return *folder + *name;
@@ -109,18 +111,24 @@ bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) 
   if (!view) return false;
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
-  if (!begin_transaction()) return false;
+  if (!passwords_are_whole(view, cipher_) || !begin_transaction()) return false;
   ModifiedMarks marks(view, fields.modified);
+  const bool full = project == 0 || fields.project == nullptr;
   bool saved = false;
   bool kept = false;
   try {
-    saved = project == 0 || fields.project == nullptr ? save_all_rows(view, store_table, fields, marks)
-                                                      : save_project_rows(view, store_table, fields, project, marks);
-    kept = commit_transaction();  // after a rejected DELETE too: what was written before it stays
-  } catch (const std::bad_alloc &) {
-    rollback_transaction();
+    saved = full ? save_all_rows(view, store_table, fields, marks)
+                 : save_project_rows(view, store_table, fields, project, marks);
+    // A project save that ends at a rejected DELETE keeps what it has written; a full save has written nothing then,
+    // and must not leave one slot empty because the other refused.
+    if (saved || !full) kept = commit_transaction();
+  } catch (const std::exception &) {
+    saved = false;
   }
-  if (!kept) marks.restore();
+  if (!kept) {
+    rollback_transaction();
+    marks.restore();
+  }
   return saved && kept;
 }
 

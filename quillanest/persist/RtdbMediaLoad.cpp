@@ -6,6 +6,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 

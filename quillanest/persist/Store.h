@@ -1,4 +1,4 @@
-// What the text store and the relational store have in common: configuration section, walks and names.
+// What the text store and the relational store have in common: settings, names and walks.
 #pragma once
 
 #include <cstddef>
@@ -6,12 +6,17 @@
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 
 namespace quillanest {
 
-inline constexpr const char *kStoreSection = "Quillanest";
-inline constexpr unsigned int kSystemDatabaseID = 1;
+// The configuration file and the data path that a manager stands for.
+inline std::string configuration_file_of(CRtdbManager &manager) {
+  return std::string(text_at(manager.GetSysIniFile()));
+}
+inline std::string data_path_of(CRtdbManager &manager) { return std::string(text_at(manager.GetDataPath())); }
 
 // A text of the database's descriptor in force: the segment's when mapped.
 inline std::string database_text(CRtDataBase &database, std::size_t offset) {
@@ -27,13 +32,16 @@ inline std::string store_table_name(CRtDataBase &database, CRtTable &table) {
   return name += block_text(*table.GetTableInfo(), offsetof(_table_attr, TableName));
 }
 
-// Calls work(table) for every table in slot order and combines the results by "and", without stopping at a failure.
+// Calls work(table) for every table in slot order and combines the results by "and", without stopping at a failure. A
+// table for which the system lacks memory or another resource has failed.
 template <class Work>
 bool for_each_table(CRtDataBase &database, Work work) {
   bool result = true;
   CRtTable table;
   int position = database.GetFirstTablePostion();
-  while (database.GetNextTable(table, position)) result = work(table) && result;
+  while (database.GetNextTable(table, position)) {
+    result = neutral_on_failure(false, [&] { return work(table); }) && result;
+  }
   return result;
 }
 

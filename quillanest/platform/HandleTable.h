@@ -17,6 +17,7 @@ template <class Thing>
 class HandleTable {
  public:
   using Handle = std::uint64_t;
+  static_assert(sizeof(std::uintptr_t) == sizeof(Handle), "handles travel in the shape of addresses");
 
   // A handle for `thing`, never 0; 0 when all of some four million slots are in use.
   [[nodiscard]] Handle open(Thing *thing) {

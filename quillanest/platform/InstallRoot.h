@@ -14,6 +14,9 @@ namespace quillanest {
 // The configuration file below the installation root, relative to it.
 inline constexpr std::string_view kConfigurationFile = "conf/fix_Rtdb.ini";
 
+// The section of the kernel's own keys in it.
+inline constexpr std::string_view kConfigurationSection = "Quillanest";
+
 // A path that a configuration file gives: as it stands when absolute, else below the installation root that the place
 // of that file shows.
 [[nodiscard]] inline std::string resolve_in_root(std::string_view configuration_file, const std::string &path) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/platform/TextFile.h"
 
 namespace quillanest {
@@ -21,15 +22,6 @@ std::string_view unquoted(std::string_view text) {
   return quoted ? text.substr(1, text.size() - 2) : text;
 }
 
-bool equal_names(std::string_view left, std::string_view right) {
-  if (left.size() != right.size()) return false;
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
-  for (std::size_t i = 0; i < left.size(); ++i) {
-    if (lower(left[i]) != lower(right[i])) return false;
-  }
-  return true;
-}
-
 std::string_view take_line(std::string_view &text) {
   const std::size_t end = text.find('\n');
   const std::string_view line = text.substr(0, end);
@@ -43,7 +35,7 @@ bool find_section(std::string_view &text, std::string_view section) {
     const std::string_view line = take_line(text);
     if (line.size() < 2 || line.front() != '[') continue;
     const std::size_t end = line.find(']');
-    if (end != std::string_view::npos && equal_names(trimmed(line.substr(1, end - 1)), section)) return true;
+    if (end != std::string_view::npos && equal_ignoring_case(trimmed(line.substr(1, end - 1)), section)) return true;
   }
   return false;
 }
@@ -55,7 +47,7 @@ std::optional<std::string_view> find_value(std::string_view text, std::string_vi
     if (line.empty() || line.front() == ';') continue;
     if (line.front() == '[') return std::nullopt;
     const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos || !equal_names(trimmed(line.substr(0, equals)), key)) continue;
+    if (equals == std::string_view::npos || !equal_ignoring_case(trimmed(line.substr(0, equals)), key)) continue;
     return unquoted(trimmed(line.substr(equals + 1)));
   }
   return std::nullopt;

@@ -26,8 +26,9 @@ class FileText {
   std::size_t size_ = 0;
 };
 
-// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe), cannot be
-// read or does not fit into memory.
+// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe) or cannot be opened.
+// A file that was opened but cannot be read to its end, or does not fit into memory, raises std::system_error or
+// std::bad_alloc: it must not be taken for one that is not there.
 [[nodiscard]] std::optional<FileText> read_file(const std::string &path);
 
 // The size of the file in bytes; nothing when the path names none.

@@ -109,11 +109,4 @@ void copy_block_text(Block &to, const Block &from, std::size_t offset) {
   copy_text({as_bytes(static_cast<void *>(&to)) + offset, sizeof(Block) - offset}, text);
 }
 
-// Whether two texts are equal without regard to the case of ASCII letters.
-inline bool equal_ignoring_case(std::string_view left, std::string_view right) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return left.size() == right.size() &&
-         std::equal(left.begin(), left.end(), right.begin(), [&](char a, char b) { return lower(a) == lower(b); });
-}
-
 }  // namespace quillanest

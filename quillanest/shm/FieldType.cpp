@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "quillanest/shm/Bytes.h"
+#include "quillanest/platform/AsciiCase.h"
 
 namespace quillanest {
 namespace {

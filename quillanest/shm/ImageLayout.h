@@ -136,6 +136,12 @@ inline constexpr bool kIsImageStruct = std::is_trivially_copyable_v<T> &&std::is
 static_assert(kIsImageStruct<_rtdb_head> && kIsImageStruct<_rtdb_attr> && kIsImageStruct<_db_attr>);
 static_assert(kIsImageStruct<_table_attr> && kIsImageStruct<_field_attr>);
 
+// The ID of the system database.
+inline constexpr std::uint32_t kSystemDatabaseID = 1;
+
+// What an ID or a type holds that nobody has set.
+inline constexpr std::uint32_t kNoID = 0xFFFFFFFF;
+
 // Where the directory starts, and the size of a manager segment with `slots` database slots.
 inline constexpr std::int32_t kDirectoryOffset = sizeof(_rtdb_head) + sizeof(_rtdb_attr);
 inline constexpr std::int32_t kBytesPerDatabaseSlot = sizeof(_db_attr) + sizeof(std::int32_t);

@@ -9,7 +9,9 @@ LineReader::LineReader(std::span<char> text, std::size_t limit)
     : rest_(text), limit_(limit), has_zeros_(!text.empty() && std::memchr(text.data(), 0, text.size()) != nullptr) {}
 
 std::string_view LineReader::take_line() {
-  const auto *found = static_cast<char *>(std::memchr(rest_.data(), '\n', rest_.size()));
+  // No further than a piece reaches, with a CR before its line end.
+  const std::size_t reach = std::min(rest_.size(), limit_ + 1);
+  const auto *found = static_cast<char *>(std::memchr(rest_.data(), '\n', reach));
   if (found == nullptr) {
     if (rest_.size() > limit_) {
       const std::string_view piece(rest_.data(), limit_);

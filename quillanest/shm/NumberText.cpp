@@ -39,14 +39,25 @@ double out_of_range_value(std::string_view text, char exponent_letter) {
   return magnitude > 0 ? std::numeric_limits<double>::infinity() : 0.0;
 }
 
-double parse_magnitude(std::string_view text, std::chars_format format) {
+bool is_hex_digit(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// "0x" and a digit, with or without the point before it; anything else behind a leading 0 ends the number there.
+bool is_hexadecimal(std::string_view text) {
+  if (!text.starts_with("0x") && !text.starts_with("0X")) return false;
+  text.remove_prefix(2);
+  if (text.starts_with('.')) text.remove_prefix(1);
+  return !text.empty() && is_hex_digit(text.front());
+}
+
+std::optional<double> parse_magnitude(std::string_view text, std::chars_format format) {
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format);
   if (error == std::errc::result_out_of_range) {
     const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
     return out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e');
   }
-  return error == std::errc() ? value : 0.0;
+  if (error != std::errc()) return std::nullopt;
+  return value;
 }
 
 }  // namespace
@@ -75,14 +86,10 @@ double parse_double(std::string_view text) {
   skip_blanks(text);
   const bool negative = take_sign(text);
   if (text.starts_with('-')) return 0.0;  // a second sign is no number, although from_chars would take it
-  double value = 0;
-  const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-  if (hexadecimal) {
-    value = parse_magnitude(text.substr(2), std::chars_format::hex);
-  } else {
-    value = parse_magnitude(text, std::chars_format::general);
-  }
-  return negative ? -value : value;
+  const std::optional<double> value = is_hexadecimal(text) ? parse_magnitude(text.substr(2), std::chars_format::hex)
+                                                           : parse_magnitude(text, std::chars_format::general);
+  if (!value) return 0.0;  // a sign without a number does not count
+  return negative ? -*value : *value;
 }
 
 }  // namespace quillanest

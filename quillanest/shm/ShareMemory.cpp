@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 
 namespace {
@@ -76,14 +77,16 @@ void *CShareMemory::Create(int nSize, bool bUseFile, bool bZero) {
   size_ = nSize;
   use_file_ = bUseFile;
   const auto size = static_cast<std::size_t>(nSize);
-  view_ = open_segment(key_, size, bUseFile);
+  view_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return open_segment(key_, size, bUseFile); });
   if (view_.bytes().empty()) return nullptr;
   if (bZero && !view_.is_fresh()) std::memset(view_.bytes().data(), 0, size);
   return view_.bytes().data();
 }
 
 void *CShareMemory::Attach() {
-  if (view_.bytes().empty() && key_ != kNoKey) view_ = NamedRegion::open(segment_name(key_));
+  if (view_.bytes().empty() && key_ != kNoKey) {
+    view_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return NamedRegion::open(segment_name(key_)); });
+  }
   return view_.bytes().empty() ? nullptr : view_.bytes().data();
 }
 

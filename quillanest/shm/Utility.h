@@ -16,7 +16,8 @@ QUILLANEST_API void GetLocalTime(SYSTEMTIME &time);
 // milliseconds are as before. A null text changes nothing.
 QUILLANEST_API void ReadTime(const char *text, SYSTEMTIME *time);
 
-// Ends the process with that identifier at once. 0 and negative numbers end nothing. Failures are silent.
+// Ends the process with that identifier at once; its parent sees it killed, not with an exit code. 0 and negative
+// numbers end nothing. Failures are silent.
 QUILLANEST_API void KillProcess(int nProcessID);
 
 // Starts a thread that runs routine(argument) and returns its handle; null on failure. A handle whose thread has ended
@@ -24,7 +25,8 @@ QUILLANEST_API void KillProcess(int nProcessID);
 QUILLANEST_API void *CreateThreadEx(unsigned long (*routine)(void *), void *argument);
 
 // Ends a thread of CreateThreadEx where it stands: nothing that it holds in memory is released. Use it only on threads
-// that hold nothing and are not inside a call of this library. Always true, also for a stale or invalid handle.
+// that hold nothing and are not inside a call of this library. Always true, also for a stale or invalid handle and for
+// the caller's own, which end nothing.
 QUILLANEST_API bool KillThreadEx(void *handle);
 
 // The size of the file in bytes, modulo 2^32 as a signed number; -1 when there is no such file.

@@ -26,9 +26,8 @@ constexpr std::array<Provider, 5> kProviders{{
     {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", ""},
     {"Sybase.ASEOLEDBProvider", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8", "5000",
      "Server", "Initial Catalog", "Database"},
-    // Protocol 7.4-2: a statement that fails undoes itself alone; with -0 a later COMMIT would undo the whole
-    // transaction and report success (psqlodbc 13.02).
-    {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-2", "5432",
+    // Protocol 7.4-0: the driver leaves the undoing of failed statements to us (psqlodbc 13.02).
+    {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0", "5432",
      "Server", "location", "Database"},
 }};
 

@@ -71,6 +71,8 @@ class SqliteConnection : public Connection {
   }
 
   std::int64_t execute(const std::string &statement) override {
+    // A full disk undoes the whole transaction; what followed would be kept without what came before it.
+    if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
     const int before = sqlite3_total_changes(database_.get());
     run(with_quoted_dates(statement));
     return sqlite3_total_changes(database_.get()) - before;
@@ -95,9 +97,18 @@ class SqliteConnection : public Connection {
   }
 
   // Takes the right to write at once, so that a transaction never fails half-way because somebody else has it.
-  void begin() override { run("BEGIN IMMEDIATE"); }
-  void commit() override { run("COMMIT"); }
-  void rollback() noexcept override { (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr); }
+  void begin() override {
+    run("BEGIN IMMEDIATE");
+    in_transaction_ = true;
+  }
+  void commit() override {
+    run("COMMIT");
+    in_transaction_ = false;
+  }
+  void rollback() noexcept override {
+    (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    in_transaction_ = false;
+  }
 
  private:
   [[noreturn]] void raise(int code) const {
@@ -110,7 +121,9 @@ class SqliteConnection : public Connection {
     const int result =
         sqlite3_prepare_v2(database_.get(), text.data(), static_cast<int>(text.size()), &statement, nullptr);
     if (result != SQLITE_OK) raise(result);
-    return Statement(statement);
+    Statement prepared(statement);
+    if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that nobody gives a value
+    return prepared;
   }
 
   void run(const std::string &text) const {
@@ -121,6 +134,7 @@ class SqliteConnection : public Connection {
   }
 
   std::unique_ptr<sqlite3, CloseDatabase> database_;
+  bool in_transaction_ = false;
 };
 
 }  // namespace

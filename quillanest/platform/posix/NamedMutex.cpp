@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 #include "quillanest/platform/HandleTable.h"
+#include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
 namespace {
@@ -152,7 +153,7 @@ pthread_mutex_t *map_file(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
   if (static_cast<std::size_t>(status.st_size) < sizeof(MutexFile) &&
-      ftruncate(descriptor, static_cast<off_t>(sizeof(MutexFile))) != 0) {
+      posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile))) != 0) {
     return nullptr;
   }
   void *address = mmap(nullptr, sizeof(MutexFile), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
@@ -205,9 +206,11 @@ int lock(pthread_mutex_t &mutex, int timeout_ms) {
 }  // namespace
 
 MutexHandle open_mutex(std::string_view name) {
-  MutexTable &table = MutexTable::instance();
-  MappedMutex *mapped = table.find_or_map(name);
-  return mapped == nullptr ? kNoMutex : table.handles.open(mapped);
+  return neutral_on_failure(MutexHandle{kNoMutex}, [&] {
+    MutexTable &table = MutexTable::instance();
+    MappedMutex *mapped = table.find_or_map(name);
+    return mapped == nullptr ? kNoMutex : table.handles.open(mapped);
+  });
 }
 
 int wait_mutex(MutexHandle handle, int timeout_ms) {

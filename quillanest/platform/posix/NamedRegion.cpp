@@ -13,6 +13,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "quillanest/platform/Neutral.h"
+
 namespace quillanest {
 
 struct NamedRegion::Entry {
@@ -47,14 +49,15 @@ struct NameHash {
   std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
 };
 
-// Opens or creates the file and makes it at least `size` bytes long; -1 when the system refuses.
+// Opens or creates the file and makes it at least `size` bytes long, with disk space behind every one of them: a view
+// must not find out on a write that the disk is full. -1 when the system refuses.
 int open_backing_file(const std::string &path, std::size_t size) {
   const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
   if (descriptor < 0) return -1;
   struct stat status {};
-  const bool usable =
-      fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-      (static_cast<std::size_t>(status.st_size) >= size || ftruncate(descriptor, static_cast<off_t>(size)) == 0);
+  const bool usable = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+                      (static_cast<std::size_t>(status.st_size) >= size ||
+                       posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0);
   if (usable) return descriptor;
   close(descriptor);
   return -1;
@@ -111,8 +114,13 @@ struct RegionRegistry {
     }
     if (entry->descriptor < 0 || !entry->map(size)) return {};
     Entry &stored = *entry;
-    by_name_.emplace(stored.name, &stored);
-    entries_.emplace(&stored, std::move(entry));
+    const auto owned = entries_.emplace(&stored, std::move(entry)).first;
+    try {
+      by_name_.emplace(stored.name, &stored);
+    } catch (...) {
+      entries_.erase(owned);
+      throw;
+    }
     return open_view(stored, zero);
   }
 
@@ -172,11 +180,13 @@ NamedRegion &NamedRegion::operator=(NamedRegion &&other) noexcept {
 NamedRegion::~NamedRegion() { close(); }
 
 NamedRegion NamedRegion::open_or_create(std::string_view name, std::size_t size) {
-  return RegionRegistry::instance().view_or_create(name, nullptr, size);
+  return neutral_on_failure(NamedRegion(),
+                            [&] { return RegionRegistry::instance().view_or_create(name, nullptr, size); });
 }
 
 NamedRegion NamedRegion::open_or_create_file(std::string_view name, const std::string &path, std::size_t size) {
-  return RegionRegistry::instance().view_or_create(name, &path, size);
+  return neutral_on_failure(NamedRegion(),
+                            [&] { return RegionRegistry::instance().view_or_create(name, &path, size); });
 }
 
 NamedRegion NamedRegion::open(std::string_view name) { return RegionRegistry::instance().view(name); }

@@ -290,19 +290,22 @@ class RowReader {
 
 class OdbcConnection : public Connection {
  public:
-  explicit OdbcConnection(Link link) : link_(std::move(link)) {}
+  explicit OdbcConnection(Link link) : link_(std::move(link)), needs_savepoints_(is_postgresql()) {}
   ~OdbcConnection() override { rollback(); }
   OdbcConnection(const OdbcConnection &) = delete;
   OdbcConnection &operator=(const OdbcConnection &) = delete;
 
   std::int64_t execute(const std::string &text) override {
-    const Handle<SQL_HANDLE_STMT> statement = make_statement();
-    const SQLRETURN result = SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size()));
-    if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
-    if (!succeeded(result)) raise(SQL_HANDLE_STMT, statement.get());
-    SQLLEN count = 0;
-    SQLRowCount(statement.get(), &count);
-    return std::max<SQLLEN>(count, 0);
+    if (!in_transaction_ || !needs_savepoints_) return run(text);
+    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
+    try {
+      run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
+      has_savepoint_ = true;
+      return run(text);
+    } catch (const _com_error &) {
+      undo_statement();
+      throw;
+    }
   }
 
   RowSet query(const std::string &text) override {
@@ -327,6 +330,7 @@ class OdbcConnection : public Connection {
   void begin() override { set_autocommit(SQL_AUTOCOMMIT_OFF); }
 
   void commit() override {
+    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
     // A conflict between transactions may show only here.
     const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_COMMIT);
     const std::string text = succeeded(result) ? std::string() : diagnosis(SQL_HANDLE_DBC, link_.connection.get());
@@ -349,6 +353,36 @@ class OdbcConnection : public Connection {
     throw _com_error(kStatementFailed, diagnosis(type, handle));
   }
 
+  std::int64_t run(const std::string &text) const {
+    const Handle<SQL_HANDLE_STMT> statement = make_statement();
+    const SQLRETURN result = SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size()));
+    if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
+    if (!succeeded(result)) raise(SQL_HANDLE_STMT, statement.get());
+    SQLLEN count = 0;
+    SQLRowCount(statement.get(), &count);
+    return std::max<SQLLEN>(count, 0);
+  }
+
+  // Back to before the statement. Without that way back the server has ended the transaction, and what followed would
+  // be kept without what came before it.
+  void undo_statement() {
+    try {
+      run("ROLLBACK TO SAVEPOINT quillanest");
+    } catch (const _com_error &) {
+      lost_ = true;
+    }
+  }
+
+  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in one
+  // message with the statement, fails when the statement does not parse: psqlodbc 13.02 then undoes the whole
+  // transaction and goes on in a new one.
+  [[nodiscard]] bool is_postgresql() const {
+    std::array<char, 32> name{};
+    SQLSMALLINT length = 0;
+    const SQLRETURN result = SQLGetInfo(link_.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
+    return succeeded(result) && std::string_view(name.data()) == "PostgreSQL";
+  }
+
   [[nodiscard]] Handle<SQL_HANDLE_STMT> make_statement() const {
     Handle<SQL_HANDLE_STMT> statement(link_.connection.get());
     if (!statement) raise(SQL_HANDLE_DBC, link_.connection.get());
@@ -360,6 +394,7 @@ class OdbcConnection : public Connection {
       raise(SQL_HANDLE_DBC, link_.connection.get());
     }
     in_transaction_ = value == SQL_AUTOCOMMIT_OFF;
+    has_savepoint_ = lost_ = false;
   }
 
   static std::vector<Column> describe(SQLHANDLE statement) {
@@ -382,7 +417,10 @@ class OdbcConnection : public Connection {
   }
 
   Link link_;
+  bool needs_savepoints_;
   bool in_transaction_ = false;
+  bool has_savepoint_ = false;
+  bool lost_ = false;  // the transaction is not what begin() began any more
 };
 
 }  // namespace

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <errno.h>
 #include <fcntl.h>
-#include <new>
 #include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace quillanest {
@@ -102,15 +102,11 @@ std::optional<FileText> read_file(const std::string &path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  try {
-    FileText text(static_cast<std::size_t>(status.st_size));
-    const std::optional<std::size_t> size = read_all(file.get(), text.chars());
-    if (!size) return std::nullopt;
-    text.shrink(*size);
-    return text;
-  } catch (const std::bad_alloc &) {
-    return std::nullopt;
-  }
+  FileText text(static_cast<std::size_t>(status.st_size));
+  const std::optional<std::size_t> size = read_all(file.get(), text.chars());
+  if (!size) throw std::system_error(EIO, std::generic_category());
+  text.shrink(*size);
+  return text;
 }
 
 std::optional<std::int64_t> file_size(const std::string &path) {

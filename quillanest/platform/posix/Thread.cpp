@@ -1,26 +1,68 @@
 // A thread is ended by a signal whose handler leaves the thread with a bare system call: no unwinding, no destructors.
 // The C library's own cancellation would unwind, and end the whole program where it meets a function that must not
 // throw.
+//
+// Threads run on stacks of ours, which go with them. The C library hands its own stacks on to later threads, and with
+// them the thread-specific values of a thread that could not clear them.
 #include "quillanest/platform/Thread.h"
 
 #include <memory>
 #include <mutex>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
+#include <utility>
 
 #include "quillanest/platform/HandleTable.h"
+#include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
 namespace {
+
+// A stack of the system's usual size, with a page below it that nothing may touch.
+class Stack {
+ public:
+  Stack() {
+    pthread_attr_t usual;
+    if (pthread_attr_init(&usual) != 0) return;
+    pthread_attr_getstacksize(&usual, &size_);
+    pthread_attr_destroy(&usual);
+    guard_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void *start = mmap(nullptr, guard_ + size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    if (start == MAP_FAILED) return;
+    start_ = static_cast<char *>(start);
+    if (mprotect(start_ + guard_, size_, PROT_READ | PROT_WRITE) != 0) close();
+  }
+  ~Stack() { close(); }
+  Stack(const Stack &) = delete;
+  Stack &operator=(const Stack &) = delete;
+
+  // True when the attributes name this stack now.
+  bool put_into(pthread_attr_t &attributes) const {
+    return start_ != nullptr && pthread_attr_setstack(&attributes, start_ + guard_, size_) == 0;
+  }
+
+ private:
+  void close() {
+    if (start_ != nullptr) munmap(start_, guard_ + size_);
+    start_ = nullptr;
+  }
+
+  char *start_ = nullptr;
+  std::size_t guard_ = 0;
+  std::size_t size_ = 0;
+};
 
 struct RunningThread {
   ThreadRoutine routine = nullptr;
   void *argument = nullptr;
   pthread_t thread{};
   ThreadHandle handle = kNoThread;
+  RunningThread *next_finished = nullptr;
+  Stack stack;
 };
 
 struct ThreadTable {
@@ -29,10 +71,28 @@ struct ThreadTable {
     return table;
   }
 
-  // Held while a thread leaves by itself and while it is ended, so that the two never meet.
+  // Held while a thread leaves by itself and while another ends it: one of the two closes the handle and owns the
+  // remains.
   std::mutex leaving;
   HandleTable<RunningThread> handles;
+  // Threads that left by themselves; a thread cannot free the stack it stands on.
+  RunningThread *finished = nullptr;
 };
+
+// Joins the threads that have left by themselves, and frees their stacks.
+void reap_finished() {
+  ThreadTable &table = ThreadTable::instance();
+  RunningThread *finished = nullptr;
+  {
+    const std::lock_guard lock(table.leaving);
+    finished = std::exchange(table.finished, nullptr);
+  }
+  while (finished != nullptr) {
+    const std::unique_ptr<RunningThread> own(finished);
+    finished = own->next_finished;
+    pthread_join(own->thread, nullptr);
+  }
+}
 
 int ending_signal() { return SIGRTMAX - 3; }
 
@@ -45,25 +105,48 @@ bool install_handler() {
   return sigaction(ending_signal(), &action, nullptr) == 0;
 }
 
+// Changes whether the ending signal reaches the calling thread, and returns the mask from before.
+sigset_t mask_ending_signal(int how) {
+  sigset_t signals;
+  sigset_t before;
+  sigemptyset(&signals);
+  sigaddset(&signals, ending_signal());
+  pthread_sigmask(how, &signals, &before);
+  return before;
+}
+
+// The signal comes through while the routine runs only: a thread that ended with the table's mutex held would hold it
+// for ever.
 void *run(void *pointer) {
   auto *running = static_cast<RunningThread *>(pointer);
-  {
-    const std::lock_guard started(ThreadTable::instance().leaving);  // the starter has filled in the handle by then
-  }
-  (void)running->routine(running->argument);
   ThreadTable &table = ThreadTable::instance();
+  {
+    const std::lock_guard started(table.leaving);  // the starter has filled in the handle by then
+  }
+  (void)mask_ending_signal(SIG_UNBLOCK);
+  (void)running->routine(running->argument);
+  (void)mask_ending_signal(SIG_BLOCK);
   const std::lock_guard lock(table.leaving);
-  // Whoever closes the handle owns the thread's remains.
-  if (const std::unique_ptr<RunningThread> own(table.handles.close(running->handle)); own != nullptr) {
-    pthread_detach(own->thread);
+  if (table.handles.close(running->handle) != nullptr) {
+    running->next_finished = std::exchange(table.finished, running);
   }
   return nullptr;
 }
 
-}  // namespace
+// Starts the thread on its own stack, with the ending signal blocked.
+bool create(RunningThread &running) {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  const sigset_t before = mask_ending_signal(SIG_BLOCK);
+  const bool created =
+      running.stack.put_into(attributes) && pthread_create(&running.thread, &attributes, run, &running) == 0;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_attr_destroy(&attributes);
+  return created;
+}
 
-ThreadHandle start_thread(ThreadRoutine routine, void *argument) {
-  if (routine == nullptr) return kNoThread;
+ThreadHandle start(ThreadRoutine routine, void *argument) {
+  reap_finished();
   ThreadTable &table = ThreadTable::instance();
   auto running = std::make_unique<RunningThread>();
   running->routine = routine;
@@ -72,12 +155,19 @@ ThreadHandle start_thread(ThreadRoutine routine, void *argument) {
   const ThreadHandle handle = table.handles.open(running.get());
   running->handle = handle;
   if (handle == kNoThread) return kNoThread;
-  if (pthread_create(&running->thread, nullptr, run, running.get()) != 0) {
+  if (!create(*running)) {
     (void)table.handles.close(handle);
     return kNoThread;
   }
   (void)running.release();  // owned by the handle now
   return handle;
+}
+
+}  // namespace
+
+ThreadHandle start_thread(ThreadRoutine routine, void *argument) {
+  if (routine == nullptr) return kNoThread;
+  return neutral_on_failure(kNoThread, [&] { return start(routine, argument); });
 }
 
 void end_thread(ThreadHandle handle) {
@@ -96,7 +186,7 @@ void end_thread(ThreadHandle handle) {
   deadline.tv_sec += 1;
   if (pthread_timedjoin_np(own->thread, nullptr, &deadline) == 0) return;
   pthread_detach(own->thread);
-  (void)own.release();  // the thread still refers to it
+  (void)own.release();  // the thread still refers to it and stands on its stack
 }
 
 }  // namespace quillanest

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <openssl/evp.h>
+#include <stdexcept>
 #include <vector>
 
 #include "quillanest/platform/InstallRoot.h"
@@ -86,10 +87,13 @@ std::optional<Bytes> aes_siv(const Key &key, const Bytes &message, std::array<un
   return result;
 }
 
+// An empty text in place of an enciphered one would open the account, so there is no result at all.
+[[noreturn]] void raise_cipher_failure() { throw std::runtime_error("passwords cannot be enciphered"); }
+
 Key digest_of(std::string_view secret) {
   Key key{};
   unsigned int size = 0;
-  (void)EVP_Digest(secret.data(), secret.size(), key.data(), &size, EVP_sha512(), nullptr);
+  if (EVP_Digest(secret.data(), secret.size(), key.data(), &size, EVP_sha512(), nullptr) != 1) raise_cipher_failure();
   return key;
 }
 
@@ -112,7 +116,7 @@ std::optional<std::string> open_with(const Key &key, const Bytes &sealed) {
 
 PasswordCipher PasswordCipher::from_configuration(const std::string &configuration_file) {
   PasswordCipher cipher;
-  const std::string named = profile_text(configuration_file, "Quillanest", "PasswdKeyFile");
+  const std::string named = profile_text(configuration_file, kConfigurationSection, "PasswdKeyFile");
   if (named.empty()) return cipher;
   const std::optional<FileText> secret = read_file(resolve_in_root(configuration_file, named));
   if (secret && !secret->view().empty()) cipher.configured_ = digest_of(secret->view());
@@ -129,14 +133,16 @@ std::optional<std::string> PasswordCipher::open(std::string_view text) const {
   return open_with(built_in_key(), *sealed);
 }
 
+bool PasswordCipher::is_foreign(std::string_view text) const { return text.starts_with(kPrefix) && !open(text); }
+
 std::string PasswordCipher::encrypt(std::string_view clear) const {
-  if (clear.starts_with(kPrefix) && !open(clear)) return std::string(clear);
+  if (is_foreign(clear)) return std::string(clear);
   Bytes message{kMark};
   message.insert(message.end(), clear.begin(), clear.end());
   std::array<unsigned char, kTagSize> tag{};
   const std::optional<Bytes> enciphered =
       aes_siv(configured_ ? *configured_ : built_in_key(), message, tag, Direction::kEncipher);
-  if (!enciphered) return {};
+  if (!enciphered) raise_cipher_failure();
   Bytes sealed(tag.begin(), tag.end());
   sealed.insert(sealed.end(), enciphered->begin(), enciphered->end());
   return std::string(kPrefix) + to_base64url(sealed);

@@ -21,8 +21,11 @@ class PasswordCipher {
   // The keys that the configuration file names now.
   [[nodiscard]] static PasswordCipher from_configuration(const std::string &configuration_file);
 
-  // The text form of a clear password. A text that already has the prefix but cannot be deciphered with these keys is
-  // returned as it is, so that saving does not bury what another key enciphered, as far as the field held it.
+  // True for a text form that these keys do not open.
+  [[nodiscard]] bool is_foreign(std::string_view text) const;
+
+  // The text form of a clear password; std::runtime_error when the cipher is not to be had. A foreign
+  // text is returned as it is, so that saving does not bury what another key enciphered.
   [[nodiscard]] std::string encrypt(std::string_view clear) const;
 
   // The clear password of a text form. A text without the prefix is taken for a clear password that someone typed; a

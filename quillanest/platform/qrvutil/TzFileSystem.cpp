@@ -15,7 +15,7 @@ TzFileSystem::TzFileSystem(std::string configuration_file, std::string data_path
 }
 
 std::optional<std::string> TzFileSystem::configured_folder(const char *key) const {
-  std::string folder = profile_text(configuration_file_, "Quillanest", key);
+  std::string folder = profile_text(configuration_file_, kConfigurationSection, key);
   if (folder.empty()) return std::nullopt;
   if (folder.back() != '/') folder += '/';
   return resolve_in_root(configuration_file_, folder);

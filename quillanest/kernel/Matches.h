@@ -1,0 +1,27 @@
+// Conditions on descriptors, for searches by name, caption name and ID.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/shm/Bytes.h"
+
+namespace quillanest {
+
+// The text at an offset of the descriptor equals `text` without regard to case; `text` must outlive the condition.
+template <class Attr>
+auto text_is(std::size_t offset, const char *text) {
+  return [offset, wanted = std::string_view(text)](const Attr &attr) {
+    return equal_ignoring_case(block_text(attr, offset), wanted);
+  };
+}
+
+// A number of the descriptor equals `id`.
+template <class Attr>
+auto id_is(std::uint32_t Attr::*member, std::uint32_t id) {
+  return [member, id](const Attr &attr) { return attr.*member == id; };
+}
+
+}  // namespace quillanest

@@ -85,8 +85,6 @@ inline std::vector<char> record_buffer(const CRtTable &table) {
 template <class T>
 inline constexpr int kTypeCode = 0;
 template <>
-inline constexpr int kTypeCode<char> = 1;
-template <>
 inline constexpr int kTypeCode<std::uint16_t> = 4;
 template <>
 inline constexpr int kTypeCode<std::int32_t> = 5;

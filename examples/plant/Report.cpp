@@ -91,7 +91,7 @@ void write_report(const std::filesystem::path &path, const Report &report) {
 
 Report read_report(const std::filesystem::path &path) {
   std::ifstream file(path);
-  if (!file) throw Failure("no report " + path.string() + "; \"plant run\" writes it");
+  if (!file) throw Failure("no report " + path.string() + "; \"plant run\" and \"plant store\" write one");
   Report report;
   std::string line;
   while (std::getline(file, line)) {

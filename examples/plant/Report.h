@@ -1,4 +1,4 @@
-// The report that the first run leaves for the second: what the image held when it was saved.
+// The report that one run leaves for the next: what the image held when it was saved.
 //
 // A text file with one line per table, one line per selected record, and a last line that shows that it is complete:
 //

@@ -78,7 +78,7 @@ void show_measurements(CRtdbManager &manager, const char *title) {
   const Field<double> value(measurements, "value");
   const Field<float> low(measurements, "low");
   const Field<float> high(measurements, "high");
-  const Field<char> quality(measurements, "quality");
+  const TextField quality(measurements, "quality");
   const Field<SYSTEMTIME> time(measurements, "time");
 
   std::printf("\n%s\n  %5s  %-10s %9s %-5s %7s %7s  %-7s  %s\n", title, "ID", "name", "value", "unit", "low", "high",
@@ -87,10 +87,10 @@ void show_measurements(CRtdbManager &manager, const char *title) {
     const char *record = measurements.FindIDExclusive(key);
     if (record == nullptr) throw Failure("no measurement " + std::to_string(key));
     const SYSTEMTIME at = time.get(record);
-    std::printf("  %5u  %-10s %9.2f %-5s %7.1f %7.1f  %-7c  %04d-%02d-%02d %02d:%02d:%02d\n", key,
+    std::printf("  %5u  %-10s %9.2f %-5s %7.1f %7.1f  %-7s  %04d-%02d-%02d %02d:%02d:%02d\n", key,
                 name.get(record).c_str(), value.get(record), unit.get(record).c_str(),
-                static_cast<double>(low.get(record)), static_cast<double>(high.get(record)), quality.get(record),
-                at.wYear, at.wMonth, at.wDay, at.wHour, at.wMinute, at.wSecond);
+                static_cast<double>(low.get(record)), static_cast<double>(high.get(record)),
+                quality.get(record).c_str(), at.wYear, at.wMonth, at.wDay, at.wHour, at.wMinute, at.wSecond);
   }
 }
 

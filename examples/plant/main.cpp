@@ -1,80 +1,30 @@
 // A small, complete client of Quillanest: a district heating plant with 250 stations and 10,000 measured values.
 //
 //   plant run      loads the plant, reads it, edits it from several threads and within a project, and saves it
-//   plant verify   in a process of its own: loads what was saved and compares it with the report of the first run
+//   plant verify   in a process of its own: loads what was saved and compares it with the report of the run before
+//   plant store    loads the plant from text files and moves it into the relational store
+//   plant project  loads the plant from the relational store, edits it there within a project and commits the project
 //
 // Configuration, schema and data lie in the folder that the environment variable QUILLANEST_ROOT names. Exit code 0
 // when all is well, 1 after a failure, which is told on stderr, 2 for a wrong command line.
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "Access.h"
 #include "Edits.h"
+#include "Plant.h"
 #include "Report.h"
 #include "Show.h"
+#include "Store.h"
 #include "quillanest/Quillanest.h"
 
 namespace plant {
 namespace {
-
-namespace fs = std::filesystem;
-using RecordCounts = std::map<std::string, int>;  // by "database.table"
-
-constexpr int kBaseData = 0;  // the project number that means no project
-
-fs::path full_path(const fs::path &path) { return fs::absolute(path).lexically_normal(); }
-
-// The folder that holds conf/: the manager knows where it looks for its configuration file.
-fs::path installation_root(CRtdbManager &manager) {
-  const fs::path configuration = manager.GetSysIniFile();
-  if (configuration.empty()) throw Failure("the path that QUILLANEST_ROOT gives is too long");
-  if (fs::is_regular_file(configuration)) return full_path(configuration).parent_path().parent_path();
-  throw Failure("no configuration file " + full_path(configuration).string() +
-                "; QUILLANEST_ROOT must name the folder that holds conf/, data/ and plant.schema");
-}
-
-fs::path data_folder(CRtdbManager &manager) { return full_path(manager.GetDataPath()); }
-
-fs::path report_file(CRtdbManager &manager) { return installation_root(manager) / "report.txt"; }
-
-RecordCounts count_records(CRtdbManager &manager) {
-  RecordCounts counts;
-  for_each_table(manager,
-                 [&](const std::string &name, const CRtTable &table) { counts[name] = table.GetRecordCount(); });
-  return counts;
-}
-
-// Builds the image from the schema and loads every database into it.
-void start(CRtdbManager &manager) {
-  const fs::path schema = installation_root(manager) / "plant.schema";
-  if (!fs::is_regular_file(schema)) throw Failure("no schema file " + schema.string());
-  std::printf("Loading %s\n", data_folder(manager).c_str());
-
-  const Stopwatch start_up;
-  if (!manager.RtdbManagerInit(false, schema.c_str())) {
-    throw Failure("cannot start: " + schema.string() + " is faulty, or the system database does not load from " +
-                  data_folder(manager).string());
-  }
-  std::printf("  start-up and database system %8.2f ms\n", start_up.milliseconds());
-
-  const Stopwatch load;
-  if (manager.LoadAllCustomizedDB(kBaseData) != 1) throw Failure("cannot load the database plant");
-  std::printf("  database plant               %8.2f ms\n", load.milliseconds());
-  show_tables(manager);
-
-  // To the library a data file that does not exist is an empty table; here every table has records.
-  for (const auto &[table, records] : count_records(manager)) {
-    if (records == 0)
-      throw Failure("no records in " + table + "; is its data file in " + data_folder(manager).string() + "?");
-  }
-}
 
 // Scans the plant; returns what all threads did together.
 EditCount scan(CRtdbManager &manager) {
@@ -172,35 +122,42 @@ void run() {
 void verify() {
   CRtdbManager manager;
   start(manager);
-  const Report saved = read_report(report_file(manager));
-  const Report loaded = make_report(manager, records_of(saved));
-  if (loaded.size() != saved.size()) throw Failure("the report is not about the tables of this plant");
-
   std::printf("\nComparing with %s\n", report_file(manager).c_str());
-  bool same = true;
-  for (std::size_t i = 0; i < saved.size(); ++i) {
-    const Entry &was = saved[i];
-    const Entry &is = loaded[i];
-    const bool equal = is.subject == was.subject && is.content == was.content;
-    std::printf("  %-9s  %-25s  %s\n", equal ? "as saved" : "DIFFERENT", is.subject.c_str(), is.content.c_str());
-    if (!equal) std::printf("  %-9s  %-25s  %s\n", "  saved", was.subject.c_str(), was.content.c_str());
-    same = same && equal;
-  }
-  if (!same) throw Failure("what was loaded differs from what was saved; see the lines marked DIFFERENT");
+  compare(manager, read_report(report_file(manager)));
   std::printf("Nothing is missing.\n");
 }
+
+void store() {
+  CRtdbManager manager;
+  start(manager);
+  move_to_store(manager);
+}
+
+void project() {
+  CRtdbManager manager;
+  start(manager);
+  edit_in_store(manager);
+}
+
+struct Verb {
+  std::string_view name;
+  void (*act)();
+};
+constexpr std::array<Verb, 4> kVerbs{{{"run", run}, {"verify", verify}, {"store", store}, {"project", project}}};
 
 }  // namespace
 }  // namespace plant
 
 int main(int argc, char **argv) {
-  const std::string_view act = argc == 2 ? argv[1] : "";
-  if (act != "run" && act != "verify") {
-    std::fprintf(stderr, "usage: plant run | plant verify\n");
+  const std::string_view name = argc == 2 ? argv[1] : "";
+  const auto verb = std::find_if(plant::kVerbs.begin(), plant::kVerbs.end(),
+                                 [&](const plant::Verb &candidate) { return candidate.name == name; });
+  if (verb == plant::kVerbs.end()) {
+    std::fprintf(stderr, "usage: plant run | verify | store | project\n");
     return 2;
   }
   try {
-    act == "run" ? plant::run() : plant::verify();
+    verb->act();
     return 0;
   } catch (const std::exception &failure) {
     std::fflush(stdout);

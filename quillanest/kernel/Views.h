@@ -140,11 +140,12 @@ struct TableView {
                : nullptr;
   }
 
-  // Records without bytes are counted as if they had one, so that no count is out of proportion to the segment.
+  // Of records without bytes no more are counted than the segment has bytes.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
-    const std::int64_t size = std::max<std::int64_t>(record_size, 1);
-    if (stated >= 0 && stated * size <= room()) return stated;
-    return stated < 0 ? 0 : static_cast<std::int32_t>(room() / size);
+    if (stated < 0) return 0;
+    if (record_size > 0 && holds(stated)) return stated;
+    const std::int64_t most = record_size > 0 ? room() / record_size : static_cast<std::int64_t>(segment.size());
+    return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
   }
 
   // The bytes of a field of a record, from its first one to the end of the segment; empty outside.

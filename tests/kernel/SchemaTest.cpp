@@ -1,0 +1,330 @@
+// Schema files: what is accepted, what it becomes in the image, and what is refused.
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+#include "quillanest/Quillanest.h"
+#include "tests/support/TestRoot.h"
+
+namespace {
+
+const std::string kSystem = "#Name=system Describe=SystemData ID=1 Type=0 TableCount=1\n";
+const std::string kStation = "#DBID=1 NAME=Station CNAME=StationList ID=10 INDEX=0 MAX=4 FIELDNUM=2\n";
+const std::string kKey = "#DBID=1 TABLEID=10 NAME=ID CNAME=Key ID=1 INDEX=0 TYPE=UINT SIZE=4 Default=prev\n";
+const std::string kText = "#DBID=1 TABLEID=10 NAME=Text CNAME=CText ID=2 INDEX=1 TYPE=STRING SIZE=16";
+
+std::string databases(const std::string &lines) { return "#Database_Start\n" + lines + "#Database_Finish\n"; }
+std::string tables(const std::string &lines) { return "#Table_Start\n" + lines + "#Table_Finish\n"; }
+std::string fields(const std::string &lines) { return "#Field_Start\n" + lines + "#Field_Finish\n"; }
+
+// A schema whose sections hold these lines.
+std::string schema(const std::string &database_lines, const std::string &table_lines, const std::string &field_lines) {
+  return databases(database_lines) + tables(table_lines) + fields(field_lines);
+}
+
+// A manager that started from a schema text, in a root of its own.
+struct Start {
+  explicit Start(const std::string &text) : done(manager.RtdbManagerInit(false, root.write("s", text).c_str())) {}
+
+  // The descriptor of a field of table 10, null when there is none.
+  const _field_attr *field(int slot) {
+    CRtTable table;
+    return manager.GetSystemTable(table, 10U) != 0 ? table.GetFieldFromIndex(slot) : nullptr;
+  }
+  std::string table_name() {
+    CRtTable table;
+    return manager.GetSystemTable(table, 10U) != 0 ? table.GetTableName() : "<none>";
+  }
+
+  TestRoot root;
+  CRtdbManager manager;
+  bool done;
+};
+
+// A text of `width` bytes that may lack its terminator.
+std::string bounded(const char *text, std::size_t width) { return {text, strnlen(text, width)}; }
+
+std::string plant_lines(int first_id, int count) {
+  std::string lines;
+  for (int i = 0; i < count; ++i) {
+    const std::string id = std::to_string(first_id + i);
+    lines += "#Name=plant" + id + " Describe=P ID=" + id + " Type=0 TableCount=1\n";
+  }
+  return lines;
+}
+
+const std::string kPlain = schema(kSystem, kStation, kKey + kText + "\n");
+
+// A line taken into the wrong section, skipped or rejected would change which schemas start.
+TEST(Schema, LinesAndSections) {
+  const std::string long_comment(1023, '-');
+  const struct {
+    const char *name;
+    std::string text;
+    bool starts;
+  } rows[] = {
+      {"plain", kPlain, true},
+      {"lines without # are skipped", "free text\n \n\nName=x\n" + kPlain, true},
+      {"only such lines", "free text\nmore\n", false},
+      {"empty", "", false},
+      {"text behind a marker", "#Database_Start now\n" + kSystem + "#Database_FinishX\n" + tables(kStation), true},
+      {"marker in another case", "#database_start\n" + kSystem + "#Database_Finish\n", false},
+      {"record line outside any section", kText + "\n" + kPlain, true},
+      {"runs of blanks", databases("#Name=system  Describe=S \t ID= 1   Type=-3TableCount=1\n"), true},
+      {"keyword in another case", databases("#NAME=system Describe=S ID=1 Type=0 TableCount=1\n"), false},
+      {"repeated sections", databases(kSystem) + databases(plant_lines(2, 1)) + tables(kStation), true},
+      {"table before its database", tables(kStation) + databases(kSystem), false},
+      {"field before its table", databases(kSystem) + fields(kKey) + tables(kStation), false},
+      {"field of an unknown table", schema(kSystem, kStation, "#DBID=1 TABLEID=11" + kText.substr(19)), false},
+      {"field of an unknown database", schema(kSystem, kStation, "#DBID=3" + kText.substr(7)), false},
+      {"table of an unknown database", schema(kSystem, "#DBID=3" + kStation.substr(7), ""), false},
+      {"table slot -1", schema(kSystem, "#DBID=1 NAME=T CNAME=T ID=10 INDEX=-1 MAX=1 FIELDNUM=1\n", ""), false},
+      {"table slot = count", schema(kSystem, "#DBID=1 NAME=T CNAME=T ID=10 INDEX=1 MAX=1 FIELDNUM=1\n", ""), false},
+      {"unknown keyword",
+       schema(kSystem, kStation, "#DBID=1 TABLEID=10 NAME=a CNAME=b ID=1 INDEX=0 TYPE=INT64 SIZE=8\n"), false},
+      {"ten databases", databases(kSystem + plant_lines(100, 9)), true},
+      {"eleven databases", databases(kSystem + plant_lines(100, 10)), false},
+      {"two databases with one ID", databases(kSystem + plant_lines(1, 1)), false},
+      {"system with another ID", databases("#Name=system Describe=S ID=2 Type=0 TableCount=1\n"), false},
+      {"a line past 1023 characters goes on as another line",
+       databases(kSystem) + "#Table_Start\n" + long_comment + kStation + "#Table_Finish\n" + fields(kKey), true},
+      {"CR LF", "#Database_Start\r\n#Name=system Describe=S ID=1 Type=0 TableCount=1\r\n#Database_Finish\r\n", true},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    Start start(row.text);
+    EXPECT_EQ(start.done, row.starts);
+    EXPECT_EQ(start.manager.GetRtdbStatus() == RTDB_STATUS_LOADED, row.starts);
+  }
+}
+
+// A field slot outside the table that is written all the same lands in another table's descriptors.
+TEST(Schema, FieldSlotOutsideTheTable) {
+  const auto line = [](const char *index) {
+    return kKey + "#DBID=1 TABLEID=10 NAME=Out CNAME=Out ID=9 INDEX=" + index + " TYPE=INT SIZE=4\n";
+  };
+  for (const char *index : {"2", "3", "2147483647"}) {
+    SCOPED_TRACE(index);
+    Start start(schema(kSystem, kStation, line(index)));
+    ASSERT_TRUE(start.done);
+    EXPECT_STREQ(start.field(0)->FieldName, "ID");
+    EXPECT_STREQ(start.field(1)->FieldName, "");
+    EXPECT_EQ(start.field(1)->FieldID, 0xFFFFFFFFU);
+  }
+  EXPECT_FALSE(Start(schema(kSystem, kStation, line("-1"))).done);
+}
+
+// A wrong code or element width breaks every conversion of that type.
+TEST(Schema, TypeKeywords) {
+  const struct {
+    const char *keyword;
+    int code;
+    int width;
+  } rows[] = {{"CHAR", 1, 1},    {"uchar", 2, 1}, {"Short", 3, 2},  {"USHORT", 4, 2}, {"int", 5, 4},
+              {"UINT", 6, 4},    {"LONG", 9, 4},  {"ULONG", 10, 4}, {"FLOAT", 11, 4}, {"double", 12, 8},
+              {"STRING", 13, 1}, {"TIME", 14, 2}, {"pASSWD", 15, 1}};
+  std::string lines;
+  int slot = 0;
+  for (const auto &row : rows) {
+    lines +=
+        "#DBID=1 TABLEID=10 NAME=f CNAME=f ID=1 INDEX=" + std::to_string(slot++) + " TYPE=" + row.keyword + " SIZE=3\n";
+  }
+  Start start(schema(kSystem, "#DBID=1 NAME=T CNAME=T ID=10 INDEX=0 MAX=1 FIELDNUM=13\n", lines));
+  ASSERT_TRUE(start.done);
+  slot = 0;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.keyword);
+    const _field_attr *field = start.field(slot);
+    EXPECT_EQ(field->FieldType, row.code);
+    EXPECT_EQ(field->FieldTypeSize, row.width);
+    EXPECT_EQ(field->FieldSize, 3);  // as written, whatever the type
+    EXPECT_EQ(field->FieldOffset, 3 * slot);
+    ++slot;
+  }
+}
+
+// Defaults decide what new records hold; each row is the end of a field line behind one whose default is "prev".
+TEST(Schema, DefaultTexts) {
+  const std::string width32(32, 'd');
+  const struct {
+    std::string end;
+    std::string value;
+  } rows[] = {{" Default=x", "x"},
+              {"", "prev"},
+              {" Default=", ""},
+              {" Default", ""},
+              {" Default=x   ", "x"},
+              {" Default=x\t", "x\t"},
+              {" Default=x \t ", "x \t"},
+              {" Default= a b", " a b"},
+              {" Default:5", "5"},
+              {" default=5", "prev"},
+              {" Default=" + width32, width32},
+              {" Default=" + width32 + "d", "prev"}};
+  for (const auto &row : rows) {
+    for (const char *line_end : {"\n", "\r\n"}) {
+      SCOPED_TRACE(row.end + line_end);
+      Start start(databases(kSystem) + tables(kStation) + "#Field_Start\n" + kKey + kText + row.end + line_end +
+                  "#Field_Finish\n");
+      ASSERT_TRUE(start.done);
+      EXPECT_EQ(bounded(start.field(1)->DefaultValue, 32), row.value);
+    }
+    SCOPED_TRACE(row.end + " at the end of the file");
+    Start start(databases(kSystem) + tables(kStation) + "#Field_Start\n" + kKey + kText + row.end);
+    ASSERT_TRUE(start.done);
+    EXPECT_EQ(bounded(start.field(1)->DefaultValue, 32), row.value);
+  }
+}
+
+TEST(ByDesign, DefaultAnywhere) {
+  // Without the rule, the default would be inherited.
+  Start start(
+      schema(kSystem, kStation, kKey + "#DBID=1 TABLEID=10 NAME=n CNAME=theDefault ID=2 INDEX=1 TYPE=INT SIZE=4\n"));
+  ASSERT_TRUE(start.done);
+  EXPECT_STREQ(start.field(1)->DefaultValue, "ID=2 INDEX=1 TYPE=INT SIZE=4");
+  EXPECT_STREQ(start.field(1)->FieldCName, "theDefault");
+}
+
+TEST(ByDesign, ValuesInherited) {
+  const std::string name25(25, 'n');
+  const std::string caption41(41, 'c');
+  const std::string second = "#DBID=1 NAME=" + name25 + " CNAME=" + caption41 + " ID=10 INDEX=1 MAX=4 FIELDNUM=2\n";
+  Start start(
+      schema("#Name=system Describe=" + caption41 + " ID=1 Type=0 TableCount=2\n",
+             "#DBID=1 NAME=First CNAME=CFirst ID=9 INDEX=0 MAX=1 FIELDNUM=0\n" + second,
+             kKey + "#DBID=1 TABLEID=10 NAME=" + name25 + " CNAME=" + caption41 + " ID=2 INDEX=1 TYPE=INT SIZE=4\n"));
+  ASSERT_TRUE(start.done);
+  EXPECT_STREQ(start.manager.GetSystemDB()->GetDBCName(), "");  // a database line starts afresh
+  EXPECT_EQ(start.table_name(), "First");
+  EXPECT_STREQ(start.field(1)->FieldName, "ID");
+  EXPECT_STREQ(start.field(1)->FieldCName, "Key");
+  EXPECT_STREQ(start.field(1)->DefaultValue, "prev");
+}
+
+// The terminator of a full caption name of a field falls on the low byte of its database ID, which is set before.
+TEST(Schema, FullWidthNames) {
+  const std::string name24(24, 'n');
+  const std::string caption40(40, 'c');
+  const auto text = [&](const std::string &id, const std::string &caption) {
+    return databases(kSystem + "#Name=" + name24 + " Describe=" + caption40 + " ID=" + id + " Type=0 TableCount=1\n") +
+           tables("#DBID=" + id + " NAME=" + name24 + " CNAME=T ID=20 INDEX=0 MAX=1 FIELDNUM=1\n") +
+           fields("#DBID=" + id + " TABLEID=20 NAME=" + name24 + " CNAME=" + caption +
+                  " ID=1 INDEX=0 TYPE=INT SIZE=4\n");
+  };
+  EXPECT_TRUE(Start(text("258", "c")).done);
+  EXPECT_FALSE(Start(text("258", caption40)).done);  // 256 names no database
+  Start start(text("256", caption40));
+  ASSERT_TRUE(start.done);
+  CRtDataBase database;
+  CRtTable table;
+  ASSERT_EQ(start.manager.FindTable(20, database, table), 1);
+  const auto *attr = reinterpret_cast<const _db_attr *>(database.GetStartAddress());
+  EXPECT_EQ(bounded(attr->DBName, 24), name24);
+  EXPECT_EQ(bounded(attr->DBCName, 40), caption40);
+  EXPECT_EQ(attr->DBID, 256U);
+  EXPECT_EQ(bounded(table.GetFieldFromIndex(0)->FieldName, 24), name24);
+  EXPECT_EQ(bounded(table.GetFieldFromIndex(0)->FieldCName, 40), caption40);
+}
+
+TEST(ByDesign, StartCountsFromNextLine) {
+  // A marker with immediate effect would take the Table_Start line as no record of the open section.
+  EXPECT_FALSE(Start("#Database_Start\n" + kSystem + tables(kStation)).done);
+  // A Finish marker that waited for the next line would parse that line, too.
+  EXPECT_TRUE(Start(databases(kSystem) + "#no record\n" + tables(kStation)).done);
+}
+
+TEST(ByDesign, LastLineTwice) {
+  const std::string open = tables("") + "#Database_Start\n" + kSystem + plant_lines(100, 8);
+  const std::string last = "#Name=last Describe=L ID=300 Type=0 TableCount=1";
+  const struct {
+    const char *end;
+    bool starts;
+  } rows[] = {{"", true}, {"\n", false}, {"\r\n", false}, {"\n#Database_Finish\n", true}, {"\n\n", true}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.end));
+    EXPECT_EQ(Start(open + last + row.end).done, row.starts);
+  }
+}
+
+// A negative or overflowing number would give a small segment with offsets far outside it.
+TEST(Schema, AbsurdNumbers) {
+  const struct {
+    const char *count;
+    const char *capacity;
+    const char *fields;
+    const char *size;
+    bool starts;
+  } rows[] = {
+      {"0", "4", "2", "4", false},
+      {"-1", "4", "2", "4", false},
+      {"2147483647", "4", "2", "4", false},
+      {"41297763", "4", "2", "4", false},  // 104 bytes each: 2^32 + 56
+      {"100000", "4", "2", "4", true},
+      {"1", "0", "2", "4", true},
+      {"1", "-1", "2", "4", false},
+      {"1", "-2147483648", "2", "4", false},
+      {"1", "2147483647", "2", "4", false},
+      {"1", "268435456", "2", "4", false},  // 8 bytes each: 2^31
+      {"1", "536870913", "2", "4", false},  // 2^32 + 8
+      {"1", "4", "0", "4", true},
+      {"1", "4", "-1", "4", false},
+      {"1", "4", "2147483647", "4", false},
+      {"1", "4", "33554433", "4", false},  // 128 bytes each: 2^32 + 128
+      {"1", "4", "2", "0", true},
+      {"1", "4", "2", "-4", false},
+      {"1", "4", "2", "-2147483648", false},
+      {"1", "4", "2", "2147483647", false},
+      {"1", "1", "2", "1073741824", false},  // two fields: 2^31
+      {"1", "65537", "2", "65536", false},
+  };
+  rusage before{};
+  getrusage(RUSAGE_SELF, &before);
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::Message() << row.count << ' ' << row.capacity << ' ' << row.fields << ' ' << row.size);
+    const auto field = [&](const char *slot) {
+      return std::string("#DBID=1 TABLEID=10 NAME=f CNAME=f ID=1 INDEX=") + slot + " TYPE=INT SIZE=" + row.size + '\n';
+    };
+    Start start(schema(
+        std::string("#Name=system Describe=S ID=1 Type=0 TableCount=") + row.count + '\n',
+        std::string("#DBID=1 NAME=T CNAME=T ID=10 INDEX=0 MAX=") + row.capacity + " FIELDNUM=" + row.fields + '\n',
+        field("0") + field("1")));
+    EXPECT_EQ(start.done, row.starts);
+    EXPECT_EQ(start.table_name(), row.starts ? "T" : "<none>");
+  }
+  // Many table slots that a rejected line leaves unused cost nothing.
+  EXPECT_FALSE(Start(databases("#Name=system Describe=S ID=1 Type=0 TableCount=20000000\n#Name=\n")).done);
+  rusage after{};
+  getrusage(RUSAGE_SELF, &after);
+  EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 200 * 1024);
+}
+
+// Databases of a failed reading that were dropped, or entered twice, would change what the next start builds.
+TEST(Schema, FailedReadingKeepsItsDatabases) {
+  for (const int kept : {9, 10}) {
+    SCOPED_TRACE(kept);
+    Start start(databases(plant_lines(100, kept) + "#Name=\n"));
+    ASSERT_FALSE(start.done);
+    EXPECT_EQ(start.manager.GetRtdbStatus(), RTDB_STATUS_BUILDING);
+    const bool has_room = kept == 9;
+    EXPECT_EQ(start.manager.RtdbManagerInit(false, start.root.write("s", kPlain).c_str()), has_room);
+    CRtDataBase database;
+    EXPECT_EQ(start.manager.GetDataBaseFromName(database, "plant108"), has_room ? 1 : 0);
+    EXPECT_EQ(start.manager.GetDataBaseFromName(database, "system"), has_room ? 1 : 0);
+  }
+}
+
+// A path that is not examined would be read as a schema of no lines, or crash.
+TEST(Schema, NoFile) {
+  TestRoot root;
+  const std::string missing = root.path("missing");
+  for (const char *path : {static_cast<const char *>(nullptr), "", missing.c_str(), root.folder().c_str()}) {
+    SCOPED_TRACE(path == nullptr ? "null" : path);
+    CRtdbManager manager;
+    EXPECT_FALSE(manager.RtdbManagerInit(false, path));
+    EXPECT_EQ(manager.GetRtdbStatus(), RTDB_STATUS_BUILDING);
+  }
+}
+
+}  // namespace

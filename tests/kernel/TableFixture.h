@@ -1,0 +1,104 @@
+// A started manager over a root of its own, table views on it, and records as bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "quillanest/Quillanest.h"
+#include "tests/support/TestRoot.h"
+
+inline constexpr int kManagerKey = 333;
+
+template <class T>
+T value_at(const void *bytes, std::size_t offset) {
+  T value;
+  std::memcpy(&value, static_cast<const char *>(bytes) + offset, sizeof value);
+  return value;
+}
+
+template <class T>
+void put(void *bytes, std::size_t offset, T value) {
+  std::memcpy(static_cast<char *>(bytes) + offset, &value, sizeof value);
+}
+
+// A copy of `size` bytes, to compare with later.
+inline std::string bytes_at(const void *address, std::size_t size) {
+  return {static_cast<const char *>(address), size};
+}
+
+// The image of a schema: tables of the system database, which the manager has mapped, and of "plant", which is bound to
+// `plant` and mapped.
+struct Image {
+  explicit Image(const std::vector<TableSpec> &system, const std::vector<TableSpec> &plant_tables = {})
+      : Image(schema_text(system, plant_tables)) {}
+  explicit Image(const std::string &schema) {
+    const std::string path = root.write("schema.txt", schema);
+    if (!manager.RtdbManagerInit(false, path.c_str())) throw std::runtime_error("the image does not start");
+    if (manager.GetDataBaseFromID(plant, 2) == 1) plant.AttachShareMemory();
+  }
+
+  // A view on a table of the system database.
+  CRtTable table(unsigned int id) {
+    CRtTable view;
+    if (manager.GetSystemTable(view, id) != 1) throw std::runtime_error("no such table");
+    return view;
+  }
+
+  TestRoot root;
+  CRtdbManager manager;
+  CRtDataBase plant;
+};
+
+// Where the values of an Account record stand; its size is 52.
+enum AccountOffset : std::size_t {
+  kKey = 0,
+  kName = 4,
+  kLevel = 12,
+  kModified = 40,
+  kProject = 44,
+  kStatus = 48,
+  kAccountSize = 52
+};
+
+inline std::string account(std::uint32_t key, std::int32_t level = 0, std::int32_t project = 0,
+                           std::int32_t status = 0) {
+  std::string record(kAccountSize, '\0');
+  put(record.data(), kKey, key);
+  put(record.data(), kLevel, level);
+  put(record.data(), kProject, project);
+  put(record.data(), kStatus, status);
+  return record;
+}
+
+// The image with the Account table, whose records it fills and reads past the lookups and the edits.
+struct Accounts : Image {
+  explicit Accounts(int capacity = 5) : Image({account_table(capacity)}), table(Image::table(10)) {}
+  Accounts(std::initializer_list<std::uint32_t> keys, std::uint32_t next_key) : Accounts() { fill(keys, next_key); }
+
+  // Puts records with these keys into the area; the level of each is its key.
+  void fill(const std::vector<std::uint32_t> &keys, std::uint32_t next_key) {
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+      const std::string record = account(keys[i], static_cast<std::int32_t>(keys[i]));
+      std::memcpy(slot(i), record.data(), record.size());
+    }
+    table.SetRecordCount(static_cast<int>(keys.size()));
+    table.SetIDExclusive(next_key);
+  }
+
+  char *slot(std::size_t position) { return table.GetDataAddress() + position * kAccountSize; }
+  std::uint32_t next_key() { return table.GetTableInfo()->IDExclusive; }
+  std::vector<std::uint32_t> keys() {
+    std::vector<std::uint32_t> found;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(table.GetRecordCount()); ++i) {
+      found.push_back(value_at<std::uint32_t>(slot(i), kKey));
+    }
+    return found;
+  }
+
+  CRtTable table;
+};

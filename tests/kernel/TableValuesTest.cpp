@@ -1,0 +1,241 @@
+// Reading and writing single values of records.
+#include <gtest/gtest.h>
+#include <string>
+
+#include "tests/kernel/TableFixture.h"
+
+namespace {
+
+// Two tables whose descriptors and record areas follow each other.
+struct Neighbours : Image {
+  Neighbours()
+      : Image({{10, "First", 2, {"ID UINT 4", "Level INT 4"}}, {11, "Second", 2, {"ID UINT 4", "Name STRING 8"}}}),
+        first(table(10)),
+        second(table(11)) {
+    if (first.Insert(5, 0, 0) != 0 || second.Insert(6, 0, 0) != 0) throw std::runtime_error("no records");
+  }
+  CRtTable first, second;
+};
+
+}  // namespace
+
+// Index checks that are made alike; the descriptor of the next table that is not reached.
+TEST(ByDesign, SetFieldDataIndex) {
+  Neighbours tables;
+  const std::string before = bytes_at(tables.first.GetDataAddress(), 40);
+  char buffer[8] = {'?'};
+  const std::uint32_t value = 0x01020304;
+  const auto *bytes = reinterpret_cast<const char *>(&value);
+  EXPECT_EQ(0, tables.first.SetFieldData(5, 3, bytes));
+  EXPECT_EQ(0, tables.first.GetFieldData(5, 2, buffer));
+  EXPECT_EQ('?', buffer[0]);
+  EXPECT_EQ(before, bytes_at(tables.first.GetDataAddress(), 40));
+
+  // Slot 2 of the first table is slot 0 of the second: 4 bytes at offset 0.
+  EXPECT_EQ(1, tables.first.SetFieldData(5, 2, bytes));
+  EXPECT_EQ(value, value_at<std::uint32_t>(tables.first.GetDataAddress(), 0));
+  EXPECT_EQ(before.substr(4), bytes_at(tables.first.GetDataAddress() + 4, 36));
+
+  // A negative slot of the second table is one of the first.
+  EXPECT_EQ(1, tables.second.SetFieldData(6, -1, bytes));
+  EXPECT_EQ(value, value_at<std::uint32_t>(tables.second.GetDataAddress(), 4));
+  EXPECT_EQ(1, tables.second.GetFieldData(6, -2, buffer));
+  EXPECT_EQ(6U, value_at<std::uint32_t>(buffer, 0));
+}
+
+// A range that is off by one, a key that is not looked for, a failure that writes.
+TEST(TableValues, RefusalsWriteNothing) {
+  Accounts accounts({0, 5}, 6);
+  CRtTable detached;
+  const std::string before = bytes_at(accounts.slot(0), 5 * kAccountSize);
+  char buffer[16] = "untouched";
+  const struct {
+    const char *what;
+    int result;
+  } rows[] = {
+      {"get, key 0", accounts.table.GetFieldData(0, 2, buffer)},
+      {"get, absent key", accounts.table.GetFieldData(4, 2, buffer)},
+      {"get, no buffer", accounts.table.GetFieldData(5, 2, nullptr)},
+      {"get, detached", detached.GetFieldData(5, 0, buffer)},
+      {"get at, no field 8", accounts.table.GetFieldDataAt(0, 8, buffer)},
+      {"get at, no field -1", accounts.table.GetFieldDataAt(0, -1, buffer)},
+      {"get at, no record 2", accounts.table.GetFieldDataAt(2, 2, buffer)},
+      {"get at, no record -1", accounts.table.GetFieldDataAt(-1, 2, buffer)},
+      {"get at, no buffer", accounts.table.GetFieldDataAt(0, 2, nullptr)},
+      {"get at, detached", detached.GetFieldDataAt(0, 0, buffer)},
+      {"set, absent key", accounts.table.SetFieldData(4, 2, buffer)},
+      {"set, no value", accounts.table.SetFieldData(5, 2, nullptr)},
+      {"set, detached", detached.SetFieldData(5, 0, buffer)},
+      {"set at, no field 8", accounts.table.SetFieldDataAt(0, 8, buffer)},
+      {"set at, no field -1", accounts.table.SetFieldDataAt(0, -1, buffer)},
+      {"set at, no record 2", accounts.table.SetFieldDataAt(2, 2, buffer)},
+      {"set at, no record -1", accounts.table.SetFieldDataAt(-1, 2, buffer)},
+      {"set at, no value", accounts.table.SetFieldDataAt(0, 2, nullptr)},
+      {"set at, detached", detached.SetFieldDataAt(0, 0, buffer)},
+      {"column, detached", detached.SetColumnValueAt(0, buffer, 0, 1)},
+      {"text, null", accounts.table.SetFieldByText(0, 2, nullptr)},
+      {"text, no record 2", accounts.table.SetFieldByText(2, 2, buffer)},
+      {"text, no record -1", accounts.table.SetFieldByText(-1, 2, buffer)},
+      {"text, no field 8", accounts.table.SetFieldByText(0, 8, buffer)},
+      {"text, no field -1", accounts.table.SetFieldByText(0, -1, buffer)},
+      {"text, detached", detached.SetFieldByText(0, 0, buffer)},
+  };
+  for (const auto &row : rows) EXPECT_EQ(0, row.result) << row.what;
+  EXPECT_STREQ("untouched", buffer);
+  EXPECT_EQ(before, bytes_at(accounts.slot(0), 5 * kAccountSize));
+}
+
+// A width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do not get.
+TEST(TableValues, CopiesFieldSizeOrText) {
+  Accounts accounts({0, 5}, 6);
+  const struct {
+    int field;
+    std::size_t offset;
+    std::string value, stored, read;
+  } rows[] = {
+      {2, kLevel, "\x01\x02\x03\x04XXXX", "\x01\x02\x03\x04____", "\x01\x02\x03\x04????"},
+      {1, kName, std::string("ab\0XXXXX", 8), std::string("ab\0_____", 8), std::string("ab\0?????", 8)},
+      {3, 16, "\x01\x02\x03\x04\x05\x06\x07\x08", "\x01\x02\x03\x04\x05\x06\x07\x08",
+       "\x01\x02\x03\x04\x05\x06\x07\x08"},
+  };
+  for (const auto &row : rows) {
+    for (const bool by_key : {true, false}) {
+      SCOPED_TRACE(std::to_string(row.field) + (by_key ? " by key" : " by position"));
+      std::memset(accounts.slot(1) + 4, '_', kAccountSize - 4);
+      std::string expected = bytes_at(accounts.slot(1), kAccountSize);
+      expected.replace(row.offset, row.stored.size(), row.stored);
+      std::string buffer(8, '?');
+      EXPECT_EQ(1, by_key ? accounts.table.SetFieldData(5, row.field, row.value.data())
+                          : accounts.table.SetFieldDataAt(1, row.field, row.value.data()));
+      EXPECT_EQ(1, by_key ? accounts.table.GetFieldData(5, row.field, buffer.data())
+                          : accounts.table.GetFieldDataAt(1, row.field, buffer.data()));
+      EXPECT_EQ(expected, bytes_at(accounts.slot(1), kAccountSize));
+      EXPECT_EQ(row.read, buffer);
+    }
+  }
+  // Writing looks a key 0 up, reading does not.
+  EXPECT_EQ(1, accounts.table.SetFieldData(0, 2, "\x07\0\0"));
+  EXPECT_EQ(7, value_at<std::int32_t>(accounts.slot(0), kLevel));
+}
+
+// A text copy that stops at the field's end.
+TEST(ByDesign, TextCopyUnbounded) {
+  Accounts accounts({5, 6}, 7);
+  for (const bool by_key : {true, false}) {
+    SCOPED_TRACE(by_key);
+    std::memset(accounts.slot(0) + 4, '_', kAccountSize - 4);
+    std::string expected = bytes_at(accounts.slot(0), kAccountSize);
+    expected.replace(kName, 11, std::string("0123456789") + '\0');
+    EXPECT_EQ(1, by_key ? accounts.table.SetFieldData(5, 1, "0123456789")
+                        : accounts.table.SetFieldDataAt(0, 1, "0123456789"));
+    EXPECT_EQ(expected, bytes_at(accounts.slot(0), kAccountSize));
+    char buffer[16];
+    EXPECT_EQ(1, by_key ? accounts.table.GetFieldData(5, 1, buffer) : accounts.table.GetFieldDataAt(0, 1, buffer));
+    EXPECT_STREQ("0123456789", buffer);
+  }
+}
+
+// An end that is off by one, a text that is not copied plainly.
+TEST(ByDesign, EndPositionExclusive) {
+  const struct {
+    int first, end;
+    const char *changed;
+  } rows[] = {{0, -1, "XXXX_"}, {0, -7, "XXXX_"}, {0, 5, "XXXXX"}, {1, 3, "_XX__"}, {2, 2, "_____"},
+              {3, 1, "_____"},  {4, -1, "_____"}, {4, 5, "____X"}, {0, 1, "X____"}};
+  Accounts accounts;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(std::to_string(row.first) + " to " + std::to_string(row.end));
+    accounts.fill({1, 2, 3, 4, 5}, 6);
+    std::string expected = bytes_at(accounts.slot(0), 5 * kAccountSize);
+    for (std::size_t i = 0; i < 5; ++i) {
+      if (row.changed[i] == 'X') expected.replace(i * kAccountSize + kName, 8, std::string("X\0YYYYYY", 8));
+    }
+    EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "X\0YYYYYYZ", row.first, row.end));
+    EXPECT_EQ(expected, bytes_at(accounts.slot(0), 5 * kAccountSize));
+  }
+  accounts.fill({1}, 2);
+  EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "XXXXXXXX", 0, -1));
+  EXPECT_EQ(account(1, 1), bytes_at(accounts.slot(0), kAccountSize));
+}
+
+// A conversion of the wrong width, sign, or number syntax; one that minds FieldSize.
+TEST(TableValues, SetFieldByTextConvertsEveryType) {
+  Image image({{10,
+                "Types",
+                1,
+                {"ID UINT 4", "C CHAR 8", "U UCHAR 8", "S SHORT 8", "W USHORT 8", "I INT 8", "D UINT 8", "L LONG 8",
+                 "M ULONG 8", "F FLOAT 8", "E DOUBLE 8", "T TIME 16", "P SHORT 1", "Q CHAR 7"}}});
+  CRtTable table = image.table(10);
+  ASSERT_EQ(0, table.Insert(5, 0, 0));
+  // The value's bytes, little-endian; '_' is a byte that stays.
+  const struct {
+    int field;
+    const char *text;
+    std::string stored;
+  } rows[] = {
+      {1, "AB", "A_______"},
+      {1, "", std::string("\0_______", 8)},
+      {2, "\xFF", "\xFF_______"},
+      {3, "70000", "\x70\x11______"},
+      {3, "-2", "\xFE\xFF______"},
+      {4, "65535x", "\xFF\xFF______"},
+      {5, "12abc", std::string("\x0C\0\0\0____", 8)},
+      {5, "abc", std::string("\0\0\0\0____", 8)},
+      {5, " \t-1", "\xFF\xFF\xFF\xFF____"},
+      {6, "4294967295", "\xFF\xFF\xFF\xFF____"},
+      {6, "2147483648", std::string("\0\0\0\x80____", 8)},
+      {7, "+7", std::string("\7\0\0\0____", 8)},
+      {8, "3000000000", std::string("\0\x5E\xD0\xB2____", 8)},
+      {9, "1.5", std::string("\0\0\xC0\x3F____", 8)},
+      {9, "1e39", std::string("\0\0\x80\x7F____", 8)},
+      {10, "-0.1e1z", std::string("\0\0\0\0\0\0\xF0\xBF", 8)},
+      {10, "0x10", std::string("\0\0\0\0\0\0\x30\x40", 8)},
+      {10, "none", std::string("\0\0\0\0\0\0\0\0", 8)},
+      {11, "2008-3-7 9:5:1", std::string("\xD8\7\3\0\0\0\7\0\x9\0\5\0\1\0\0\0", 16)},
+      {12, "258", "\2\1______"},
+  };
+  const std::string blank(4 + 80 + 16 + 8, '_');
+  const std::size_t offsets[] = {0, 4, 12, 20, 28, 36, 44, 52, 60, 68, 76, 84, 100};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(std::to_string(row.field) + " " + row.text);
+    std::memcpy(table.GetDataAddress(), blank.data(), blank.size());
+    std::string expected = blank, text = row.text;
+    expected.replace(offsets[row.field], row.stored.size(), row.stored);
+    EXPECT_EQ(1, table.SetFieldByText(0, row.field, text.data()));
+    EXPECT_EQ(expected, bytes_at(table.GetDataAddress(), blank.size()));
+    EXPECT_EQ(row.text, text);
+  }
+  for (const int type : {0, 7, 8, 16, -1}) {
+    SCOPED_TRACE(type);
+    table.GetFieldAddress()[5].FieldType = type;
+    std::memcpy(table.GetDataAddress(), blank.data(), blank.size());
+    char text[] = "12";
+    EXPECT_EQ(0, table.SetFieldByText(0, 5, text));
+    EXPECT_EQ(blank, bytes_at(table.GetDataAddress(), blank.size()));
+  }
+}
+
+// A cut that is off by one, or a caller's text that stays longer than what was stored.
+TEST(ByDesign, CallerTextCut) {
+  Image image({{10, "Texts", 1, {"ID UINT 4", "Name STRING 8", "Key PASSWD 8"}}});
+  CRtTable table = image.table(10);
+  ASSERT_EQ(0, table.Insert(5, 0, 0));
+  const struct {
+    const char *text;
+    std::string stored;
+  } rows[] = {{"", std::string("\0_______", 8)},
+              {"1234567", std::string("1234567\0", 8)},
+              {"12345678", std::string("1234567\0", 8)},
+              {"12345678901", std::string("1234567\0", 8)}};
+  for (const int field : {1, 2}) {
+    for (const auto &row : rows) {
+      SCOPED_TRACE(std::to_string(field) + " " + row.text);
+      std::memset(table.GetDataAddress(), '_', 20);
+      std::string expected(20, '_'), text = row.text;
+      expected.replace(field == 1 ? 4 : 12, 8, row.stored);
+      EXPECT_EQ(1, table.SetFieldByText(0, field, text.data()));
+      EXPECT_EQ(expected, bytes_at(table.GetDataAddress(), 20));
+      EXPECT_STREQ(row.stored.c_str(), text.c_str());
+    }
+  }
+}

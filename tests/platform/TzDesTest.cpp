@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include "quillanest/platform/qrvutil/TzDes.h"
+#include "tests/support/TestRoot.h"
+
+namespace {
+
+using quillanest::PasswordCipher;
+using quillanest::TzDes;
+
+PasswordCipher cipher_of(const TestRoot &root) {
+  return PasswordCipher::from_configuration(root.path("conf/fix_Rtdb.ini"));
+}
+
+// Other text forms would leave the passwords of existing files and databases unreadable.
+TEST(TzDes, TextFormStaysTheSame) {
+  struct Row {
+    const char *configuration;
+    const char *clear;
+    const char *text;
+  };
+  constexpr Row kRows[] = {
+      {"", "secret", "qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ"},
+      {"", "", "qnp1.5CgaX3NmYbmuOExfHJHDSF4"},
+      {"PasswdKeyFile=conf/key\n", "secret", "qnp1.HiK-uOsOdyPrHuOIoy7kJtxDzK_LiUk"},
+      {"PasswdKeyFile=conf/key\n", "", "qnp1.IN2mWFOAkBEWjdbfL3YpWz0"},
+      {"PasswdKeyFile=conf/missing\n", "secret", "qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ"},
+  };
+  const TestRoot root;
+  root.write("conf/key", "a secret\n");
+  for (const Row &row : kRows) {
+    SCOPED_TRACE(std::string(row.configuration) + row.clear);
+    root.configure(row.configuration);
+    EXPECT_EQ(TzDes::SimpleEncrypt(row.clear), row.text);
+    EXPECT_EQ(TzDes::SimpleDecrypt(row.text), row.clear);
+    EXPECT_EQ(cipher_of(root).encrypt(row.clear), row.text);
+  }
+}
+
+TEST(TzDes, EveryPasswordComesBackFromSafeText) {
+  std::string all_bytes;
+  for (int c = 1; c < 256; ++c) all_bytes += static_cast<char>(c);
+  const TestRoot root;
+  for (const char *configuration : {"", "PasswdKeyFile=conf/key\n"}) {
+    root.configure(configuration);
+    root.write("conf/key", "k");
+    const PasswordCipher cipher = cipher_of(root);
+    for (const std::string &clear :
+         {std::string("x"), std::string("\xC3\xDC\xC2\xEB"), std::string("; %s\"'\r\n"), all_bytes,
+          std::string(15, 'b'), std::string(16, 'b'), std::string(5000, 'c'), cipher.encrypt("already enciphered")}) {
+      SCOPED_TRACE(clear);
+      const std::string text = cipher.encrypt(clear);
+      EXPECT_EQ(text.find(clear), std::string::npos);
+      EXPECT_EQ(text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_."),
+                std::string::npos);
+      EXPECT_EQ(cipher.encrypt(clear), text);
+      EXPECT_EQ(cipher.decrypt(text), clear);
+    }
+  }
+}
+
+TEST(TzDes, TextsThatDoNotAuthenticateStayAsTheyAre) {
+  const TestRoot root;
+  const PasswordCipher cipher = cipher_of(root);
+  const std::string text = cipher.encrypt("secret");
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    for (const char c : {'A', 'B', '!'}) {
+      std::string tampered = text;
+      tampered[i] = tampered[i] == c ? 'C' : c;
+      EXPECT_EQ(cipher.decrypt(tampered), tampered);
+    }
+    EXPECT_EQ(cipher.decrypt(text.substr(0, i)), text.substr(0, i));
+  }
+  for (const char *more : {"A", "AA", "=", " "}) EXPECT_EQ(cipher.decrypt(text + more), text + more);
+  EXPECT_EQ(cipher.decrypt("typed by hand"), "typed by hand");
+}
+
+TEST(TzDes, KeyFileAddsAKeyAndForeignTextsPassThrough) {
+  const TestRoot root("PasswdKeyFile=conf/key\n");
+  const std::string hidden = cipher_of(root).encrypt("before");  // the key file is not there yet
+  root.write("conf/key", "first key");
+  const std::string foreign = cipher_of(root).encrypt("theirs");
+  root.write("conf/key", "second key");
+  const PasswordCipher cipher = cipher_of(root);
+  EXPECT_EQ(cipher.decrypt(hidden), "before");
+  EXPECT_EQ(cipher.decrypt(foreign), foreign);
+  EXPECT_EQ(cipher.encrypt(foreign), foreign);
+  EXPECT_NE(cipher.encrypt("before"), hidden);
+  root.configure("PasswdKeyFile=" + root.write("data/key", "first key") + "\n");
+  EXPECT_EQ(cipher_of(root).decrypt(foreign), "theirs");
+}
+
+}  // namespace

@@ -144,6 +144,7 @@ class QUILLANEST_API CRtDataBase {
   template <class Visit>
   void visit_slots(Visit visit);
   bool compute_layout();
+  static std::byte *write_fields(const CRtTable &table, std::byte *place);
   void write_slots();
 
   _db_attr attr_;

@@ -7,8 +7,6 @@
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 
-using quillanest::DatabaseView;
-
 namespace {
 
 // A segment's size and every offset in it are 32-bit numbers.
@@ -66,10 +64,10 @@ void CRtDataBase::visit_slots(Visit visit) {
   for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
     const auto found = tables_->find(slot);
     if (found != tables_->end()) {
-      visit(slot, found->second);
+      visit(found->second);
     } else {
       CRtTable fresh;
-      visit(slot, fresh);
+      visit(fresh);
     }
   }
 }
@@ -109,26 +107,34 @@ bool CRtDataBase::compute_layout() {
   return true;
 }
 
+// Copies a table's field descriptors to their places, the first one at `place`. Returns the place behind the last.
+std::byte *CRtDataBase::write_fields(const CRtTable &table, std::byte *place) {
+  int record_offset = 0;
+  for (int index = 0; index < table.attr_.TableFieldNum; ++index) {
+    CRtField field;  // a slot that nobody filled still lies at its place in the record
+    field.SetFieldOffset(record_offset);
+    if (table.fields_ != nullptr) {
+      if (const auto found = table.fields_->find(index); found != table.fields_->end()) field = found->second;
+    }
+    record_offset = field.GetFieldOffset() + field.GetFieldSize();
+    quillanest::store(place, field.attr_);
+    place += sizeof(_field_attr);
+  }
+  return place;
+}
+
 // Copies table and field descriptors to their places in the new segment.
 void CRtDataBase::write_slots() {
   std::byte *base = quillanest::SegmentAccess::bytes(segment_).data();
-  std::int32_t field_offset = attr_.FieldOffset;
+  std::byte *table_place = base + attr_.TableOffset;
+  std::byte *field_place = base + attr_.FieldOffset;
   std::int32_t data_offset = attr_.DataOffset;
-  visit_slots([&](int slot, CRtTable &table) {
-    table.SetFieldOffset(field_offset);
+  visit_slots([&](CRtTable &table) {
+    table.SetFieldOffset(static_cast<int>(field_place - base));
     table.SetDataOffset(data_offset);
-    int record_offset = 0;
-    for (int index = 0; index < table.attr_.TableFieldNum; ++index) {
-      CRtField field;  // a slot that nobody filled still lies at its place in the record
-      field.SetFieldOffset(record_offset);
-      if (table.fields_ != nullptr) {
-        if (const auto found = table.fields_->find(index); found != table.fields_->end()) field = found->second;
-      }
-      record_offset = field.GetFieldOffset() + field.GetFieldSize();
-      quillanest::store(base + field_offset, field.attr_);
-      field_offset += std::int32_t{sizeof(_field_attr)};
-    }
-    quillanest::store(base + attr_.TableOffset + slot * std::int32_t{sizeof(_table_attr)}, table.attr_);
+    field_place = write_fields(table, field_place);
+    quillanest::store(table_place, table.attr_);
+    table_place += sizeof(_table_attr);
     data_offset += table.attr_.TableSize * table.attr_.RecordMaxCount;
     (void)table.ReleaseFieldMemory();
   });

@@ -42,7 +42,7 @@ class RecordLine {
     skip_blanks(rest_);
     const std::size_t size = std::min(rest_.find_first_of(" \t\n\v\f\r"), rest_.size());
     complete_ = complete_ && size > 0;
-    const std::string value(rest_.substr(0, size));
+    std::string value(rest_.substr(0, size));
     rest_.remove_prefix(size);
     return value;
   }

@@ -14,7 +14,7 @@
 
 namespace quillanest {
 
-CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : extension_{}, manager_(manager) {
+CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : manager_(manager) {
   const std::string file = configuration_file_of(*manager);
   // Exactly 1: any other number leaves caption names off.
   use_caption_names_ = profile_int(file, kConfigurationSection, "UseCName", 0) == 1;

@@ -51,7 +51,7 @@ class CRtdbDataFile {
 
   bool use_caption_names_;
   char separator_ = ';';
-  char extension_[6];
+  char extension_[6] = {};
   CRtdbManager *manager_;
 };
 

@@ -76,15 +76,15 @@ void CDbConnection::ReadConfig() {
 
 // The connection string of a slot; nothing for a type that is none, an unusable data source, or a string that is too
 // long. Nothing in it is escaped.
-std::optional<std::string> CDbConnection::connection_string(int index) {
-  const Slot &slot = slots_[static_cast<std::size_t>(index)];
+std::optional<std::string> CDbConnection::connection_string(int slot_number) {
+  const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   if (slot.type == DB_TYPE_INI_CONNSTR) {
     const std::string file = folder_of(ini_file_) + slot.name;
     return profile_text(file, slot.conn_group, slot.conn_key).substr(0, kConnectionStringSize - 1);
   }
   const ProviderText *provider = provider_text(slot.type);
   if (provider == nullptr) return std::nullopt;
-  const std::optional<std::string> source = GetDataSource(index);
+  const std::optional<std::string> source = GetDataSource(slot_number);
   if (!source) return std::nullopt;
   std::string text(provider->start);
   text += "User ID=" + slot.user + ";Password=" + slot.password + ";Data Source=" + *source;
@@ -93,11 +93,11 @@ std::optional<std::string> CDbConnection::connection_string(int index) {
   return text;
 }
 
-bool CDbConnection::open_slot(int index) {
-  Slot &slot = slots_[static_cast<std::size_t>(index)];
+bool CDbConnection::open_slot(int slot_number) {
+  Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   slot.rows.reset();
   slot.connection.reset();
-  const std::optional<std::string> text = connection_string(index);
+  const std::optional<std::string> text = connection_string(slot_number);
   if (!text) return false;
   try {
     slot.connection = Connection::open(*text);

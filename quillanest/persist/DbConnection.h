@@ -93,8 +93,8 @@ class CDbConnection {
     std::optional<RowSet> rows;
   };
 
-  [[nodiscard]] std::optional<std::string> connection_string(int slot);
-  bool open_slot(int slot);
+  [[nodiscard]] std::optional<std::string> connection_string(int slot_number);
+  bool open_slot(int slot_number);
   [[nodiscard]] Slot *current();
   [[nodiscard]] const Slot *current() const;
 

@@ -22,7 +22,7 @@ CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
 }
 
 std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {
-  const std::optional<std::string> name = CDbConnection::GetDataSource(slot);
+  std::optional<std::string> name = CDbConnection::GetDataSource(slot);
   if (slot_type(slot) != DB_TYPE_JET || manager_ == nullptr) return name;
   const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
   const std::optional<std::string> folder = bSystemDB ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();

@@ -36,7 +36,7 @@ void store_value(const _field_attr &field, std::span<std::byte> value, const Var
     case kUlong:
       return store_part(value, integer_content(column));
     case kFloat:
-      return store_part(value, static_cast<float>(to_double(column)));
+      return store_part(value, to_float(column));
     case kDouble:
       return store_part(value, to_double(column));
     case kString:
@@ -84,6 +84,20 @@ std::string select_base(const std::string &store_table, const VersionFields &fie
 
 }  // namespace
 
+// Stores the reader's next `count` rows as the first records of the table.
+void CRtdbMedia::store_rows(const TableView &view, int count) {
+  MoveFirst();
+  const RowSet *set = rows();
+  if (set == nullptr) return;
+  const ColumnMap map(view, *set);
+  for (int i = 0; i < count; ++i, MoveNext()) {
+    std::byte *record = view.record(i);
+    for (const auto &column : map.columns()) {
+      store_value(*column.field, view.value(record, *column.field), map.value(row(), column), cipher_);
+    }
+  }
+}
+
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {
   open_for(database, true);
   const TableView view = TableView::of(table);
@@ -92,48 +106,43 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   const VersionFields fields = find_version_fields(view);
   if (!OpenRecordset(select_base(store_table, fields).c_str())) return false;
 
-  const int rows = GetRecordCount();
-  const int count = std::min(rows, view.capacity());
-  if (count > 0) {
-    MoveFirst();
-    const ColumnMap map(view, *this->rows());
-    for (int i = 0; i < count; ++i) {
-      std::byte *record = view.record(i);
-      for (const auto &column : map.columns()) {
-        store_value(*column.field, view.value(record, *column.field), map.value(row(), column), cipher_);
-      }
-      MoveNext();
-    }
-  }
+  const int found = GetRecordCount();
+  const int count = std::min(found, view.capacity());
+  store_rows(view, count);
   view.set_count(count);
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   if (fields.project != nullptr && project > 0) {
     const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
     (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
   }
-  return count == rows;
+  return count == found;
+}
+
+// The record that a project row changes: the one with its key, else a new one; null when the table takes no more.
+std::byte *CRtdbMedia::record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
+  const std::uint32_t key = to_int32(id);
+  const KeyPlace place = find_key(view, key);
+  return view.at(place.found ? place.position : table.Insert(key, 0, 0));
 }
 
 bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
   if (!OpenRecordset(query)) return false;
   const TableView view = TableView::of(table);
-  if (!view || GetRecordCount() <= 0) return true;
   MoveFirst();
-  const ColumnMap map(view, *rows());
+  const RowSet *set = rows();
+  if (!view || set == nullptr) return true;
+  const ColumnMap map(view, *set);
   for (; !IsEOF(); MoveNext()) {
     std::byte *record = nullptr;
     for (const auto &column : map.columns()) {
       const Variant value = map.value(row(), column);
       if (equal_ignoring_case(block_text(*column.field, offsetof(_field_attr, FieldName)), "ID")) {
-        const std::uint32_t key = to_int32(value);
-        KeyPlace place = find_key(view, key);
-        // A table that is full takes no further record, and the row is left out.
-        if (!place.found) place.position = table.Insert(key, 0, 0);
-        record = view.at(place.position);
-      } else if (record != nullptr && column.field->FieldType != kPasswd) {
-        // By design [MergeKeepsPasswords]: the rows of a project never change a password.
-        store_value(*column.field, view.value(record, *column.field), value, cipher_);
+        record = record_to_merge(table, view, value);
+        continue;
       }
+      // By design [MergeKeepsPasswords]: the rows of a project never change a password.
+      if (record == nullptr || column.field->FieldType == kPasswd) continue;
+      store_value(*column.field, view.value(record, *column.field), value, cipher_);
     }
   }
   return true;

@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "quillanest/platform/AsciiCase.h"
+
 namespace quillanest {
 namespace {
 
@@ -31,12 +33,6 @@ constexpr std::array<Provider, 5> kProviders{{
      "Server", "location", "Database"},
 }};
 
-bool equal_names(std::string_view left, std::string_view right) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [&](char a, char b) { return lower(a) == lower(b); });
-}
-
 std::string_view trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -50,7 +46,7 @@ std::string_view value_of(std::string_view text, std::string_view key) {
     text.remove_prefix(std::min(part.size() + 1, text.size()));
     const std::size_t equals = part.find('=');
     if (equals == std::string_view::npos) continue;
-    if (equal_names(trimmed(part.substr(0, equals)), key)) return part.substr(equals + 1);
+    if (equal_ignoring_case(trimmed(part.substr(0, equals)), key)) return part.substr(equals + 1);
   }
   return {};
 }
@@ -72,7 +68,7 @@ void append(std::string &text, std::string_view key, std::string_view value) {
 
 const Provider *provider_of(std::string_view name) {
   for (const Provider &provider : kProviders) {
-    if (equal_names(name.substr(0, provider.name.size()), provider.name)) return &provider;
+    if (equal_ignoring_case(name.substr(0, provider.name.size()), provider.name)) return &provider;
   }
   return nullptr;
 }
@@ -84,7 +80,10 @@ std::string odbc_string(const Provider &provider, std::string_view text, std::st
     append(odbc, provider.server_key, source);
   } else {
     append(odbc, provider.server_key, address.host);
-    append(odbc, "Port", address.port.empty() ? provider.default_port : std::string_view(address.port));
+    // A named instance has a port of its own, which its server tells.
+    const bool named = address.host.find('\\') != std::string::npos;
+    const std::string_view usual = named ? std::string_view() : provider.default_port;
+    append(odbc, "Port", address.port.empty() ? usual : std::string_view(address.port));
   }
   if (!provider.catalogue_key.empty()) append(odbc, provider.catalogue_key, value_of(text, provider.catalogue_from));
   append(odbc, "UID", value_of(text, "User ID"));
@@ -101,8 +100,10 @@ ServerAddress server_address(std::string_view data_source) {
   // More than one colon before the number is an address of the newer protocol without a port.
   const bool is_bare_address =
       is_port && data_source[at] == ':' && data_source.find(':') != at && !data_source.substr(0, at).ends_with(']');
-  if (!is_port || is_bare_address) return {std::string(data_source), {}};
-  return {std::string(data_source.substr(0, at)), std::string(port)};
+  const bool has_port = is_port && !is_bare_address;
+  std::string_view host = has_port ? data_source.substr(0, at) : data_source;
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  return {std::string(host), std::string(has_port ? port : std::string_view())};
 }
 
 EngineCall engine_call(std::string_view connection_string) {

@@ -3,16 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "quillanest/platform/AsciiCase.h"
+
 namespace quillanest {
-namespace {
-
-bool equal_names(std::string_view left, std::string_view right) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [&](char a, char b) { return lower(a) == lower(b); });
-}
-
-}  // namespace
 
 RowSet::RowSet(std::vector<std::string> columns) : columns_(std::move(columns)) {}
 
@@ -41,8 +34,8 @@ void RowSet::add(const Variant &value) {
 }
 
 int RowSet::column(std::string_view name) const noexcept {
-  const auto found =
-      std::find_if(columns_.begin(), columns_.end(), [&](const std::string &own) { return equal_names(own, name); });
+  const auto found = std::find_if(columns_.begin(), columns_.end(),
+                                  [&](const std::string &own) { return equal_ignoring_case(own, name); });
   return found == columns_.end() ? -1 : static_cast<int>(found - columns_.begin());
 }
 

@@ -67,11 +67,15 @@ class SqliteConnection : public Connection {
     database_.reset(database);
     if (result != SQLITE_OK) raise(result);
     sqlite3_busy_timeout(database, kBusyMilliseconds);
+    // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the
+    // end.
+    run("PRAGMA cache_spill = 0");
     run("PRAGMA schema_version");  // reads the file, which shows whether it is a database
   }
 
   std::int64_t execute(const std::string &statement) override {
-    // A full disk undoes the whole transaction; what followed would be kept without what came before it.
+    // A full disk, or a trigger that says so, undoes the whole transaction; what followed would be kept without what
+    // came before it.
     if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
     const int before = sqlite3_total_changes(database_.get());
     run(with_quoted_dates(statement));

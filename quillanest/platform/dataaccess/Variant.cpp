@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <optional>
 
 #include "quillanest/platform/dataaccess/ComError.h"
@@ -26,14 +27,20 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// The number that a text is as a whole.
+// The number that a text is as a whole; infinite when it is too large. The words for what is no number are none.
 std::optional<double> number_of(std::string_view text) {
   text = trimmed(text);
   if (text.starts_with('+')) text.remove_prefix(1);
+  const std::size_t first = text.find_first_not_of('-');
+  if (first == std::string_view::npos || (text[first] != '.' && (text[first] < '0' || text[first] > '9'))) return {};
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
+  if (end != text.data() + text.size()) return std::nullopt;
+  if (error == std::errc()) return value;
+  if (error != std::errc::result_out_of_range) return std::nullopt;
+  const bool small = text[first] == '0' || text[first] == '.' || text.find("e-") != std::string_view::npos ||
+                     text.find("E-") != std::string_view::npos;
+  return small ? 0 : std::numeric_limits<double>::infinity();
 }
 
 std::optional<std::int64_t> integer_of(std::string_view text) {
@@ -81,30 +88,31 @@ bool make_date(const std::array<int, 6> &parts, SYSTEMTIME &date) {
   return true;
 }
 
-// Days since the thirtieth of December 1899, the form of dates as numbers.
+// Days since the thirtieth of December 1899, the form of dates as numbers. The time of day is the fraction, also of a
+// negative number.
 double serial_of(const SYSTEMTIME &date) {
-  const std::int64_t days = day_number(date.wYear, date.wMonth, date.wDay) - day_number(1899, 12, 30);
-  const double seconds = date.wHour * 3600.0 + date.wMinute * 60.0 + date.wSecond;
-  return static_cast<double>(days) + seconds / 86400.0;
+  const auto days = static_cast<double>(day_number(date.wYear, date.wMonth, date.wDay) - day_number(1899, 12, 30));
+  const double time = (date.wHour * 3600.0 + date.wMinute * 60.0 + date.wSecond) / 86400.0;
+  return days < 0 ? days - time : days + time;
 }
 
 SYSTEMTIME date_of_serial(double serial) {
-  constexpr double kFirst = -657434;  // the year 100
-  constexpr double kLast = 2958466;   // the year 10000
+  constexpr double kBeforeFirst = -657435;  // the last day of the year 99
+  constexpr double kBehindLast = 2958466;   // the first day of the year 10000
   SYSTEMTIME date{};
-  if (!(serial > kFirst && serial < kLast)) return date;
-  const double whole = std::floor(serial);
-  const auto seconds = static_cast<int>((serial - whole) * 86400.0 + 0.5);
+  if (!(serial > kBeforeFirst && serial < kBehindLast)) return date;
+  const double whole = std::trunc(serial);
+  auto seconds = static_cast<int>(std::lround(std::fabs(serial - whole) * 86400.0));
+  std::int64_t days = static_cast<std::int64_t>(whole) + day_number(1899, 12, 30) + seconds / 86400;
+  seconds %= 86400;
   // Walking month by month from the nearest year keeps the arithmetic in one place.
-  std::int64_t days = static_cast<std::int64_t>(whole) + day_number(1899, 12, 30);
   int year = static_cast<int>(days / 366);
   while (day_number(year + 1, 1, 1) <= days) ++year;
   while (day_number(year, 1, 1) > days) --year;
   int month = 1;
   while (month < 12 && day_number(year, month + 1, 1) <= days) ++month;
   const auto day = static_cast<int>(days - day_number(year, month, 1)) + 1;
-  const int rest = std::min(seconds, 86399);
-  (void)make_date({year, month, day, rest / 3600, rest / 60 % 60, rest % 60}, date);
+  (void)make_date({year, month, day, seconds / 3600, seconds / 60 % 60, seconds % 60}, date);
   return date;
 }
 
@@ -140,6 +148,8 @@ std::string format_date(const SYSTEMTIME &date) {
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
+[[noreturn]] void raise_overflow() { throw _com_error(kOverflow, "a number is out of range"); }
+
 [[noreturn]] void raise_mismatch() { throw _com_error(kTypeMismatch, "a column value is not of its field's type"); }
 
 }  // namespace
@@ -158,11 +168,11 @@ std::uint32_t integer_content(const Variant &value) {
 
 std::uint32_t to_int32(const Variant &value) {
   const auto checked = [](double number) {
-    if (!(number >= -2147483648.5 && number < 4294967295.5)) throw _com_error(kOverflow, "a number is out of range");
+    if (!(number >= -2147483648.5 && number < 4294967295.5)) raise_overflow();
     return static_cast<std::uint32_t>(static_cast<std::int64_t>(std::nearbyint(number)));
   };
   if (const auto *number = std::get_if<std::int64_t>(&value)) {
-    if (*number < INT32_MIN || *number > UINT32_MAX) throw _com_error(kOverflow, "a number is out of range");
+    if (*number < INT32_MIN || *number > UINT32_MAX) raise_overflow();
     return static_cast<std::uint32_t>(*number);
   }
   if (const auto *truth = std::get_if<bool>(&value)) return *truth ? 0xFFFFFFFFU : 0U;
@@ -177,9 +187,17 @@ double to_double(const Variant &value) {
                  [](std::string_view text) {
                    const std::optional<double> number = number_of(text);
                    if (!number) raise_mismatch();
+                   if (std::isinf(*number)) raise_overflow();
                    return *number;
                  }},
       value);
+}
+
+float to_float(const Variant &value) {
+  constexpr double kBeyond = 0x1.ffffffp127;  // the first that is nearer to infinity than to the largest float
+  const double number = to_double(value);
+  if (std::isfinite(number) && std::fabs(number) >= kBeyond) raise_overflow();
+  return static_cast<float>(number);
 }
 
 std::string to_text(const Variant &value) {

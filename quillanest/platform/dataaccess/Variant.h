@@ -30,6 +30,9 @@ inline constexpr std::int32_t kOverflow = static_cast<std::int32_t>(0x8002000A);
 // A floating-point number. A text must be a number as a whole.
 [[nodiscard]] double to_double(const Variant &value);
 
+// The same as 4 bytes; a finite number that would become infinite does not convert.
+[[nodiscard]] float to_float(const Variant &value);
+
 // The text form; empty for NULL. Never raises.
 [[nodiscard]] std::string to_text(const Variant &value);
 

@@ -103,12 +103,12 @@ std::string mutex_folder() {
 }
 
 std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
+  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
   }
   return text;
 }
@@ -188,7 +188,7 @@ timespec deadline_after(int milliseconds) {
   timespec time{};
   clock_gettime(CLOCK_MONOTONIC, &time);
   time.tv_sec += milliseconds / 1000;
-  time.tv_nsec += (milliseconds % 1000) * 1'000'000;
+  time.tv_nsec += (milliseconds % 1000) * 1'000'000L;
   if (time.tv_nsec >= 1'000'000'000) {
     time.tv_sec += 1;
     time.tv_nsec -= 1'000'000'000;

@@ -134,7 +134,7 @@ struct RegionRegistry {
 
   std::span<std::byte> bytes_from(const std::byte *address) {
     const std::lock_guard lock(mutex_);
-    const std::less<const std::byte *> before;
+    const std::less<> before;
     for (const auto &[entry, owner] : entries_) {
       if (before(address, entry->start) || !before(address, entry->start + entry->size)) continue;
       const auto offset = static_cast<std::size_t>(address - entry->start);

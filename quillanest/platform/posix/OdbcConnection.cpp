@@ -315,6 +315,7 @@ class OdbcConnection : public Connection {
     }
     const std::vector<Column> columns = describe(statement.get());
     std::vector<std::string> names;
+    names.reserve(columns.size());
     for (const Column &column : columns) names.push_back(column.name);
     RowSet rows(std::move(names));
     RowReader reader(statement.get());

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdlib.h>
+#include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -58,11 +58,9 @@ bool write_all(int descriptor, std::string_view bytes) {
 
 // The path behind symbolic links, so that replacing a file leaves the links to it alone.
 std::string resolved(const std::string &path) {
-  char *real = realpath(path.c_str(), nullptr);
-  if (real == nullptr) return path;
-  std::string result = real;
-  free(real);
-  return result;
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  return error ? path : real.string();
 }
 
 bool same_file(int descriptor, const std::string &path) {

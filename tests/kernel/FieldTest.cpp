@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <string>
 
 #include "tests/kernel/TableFixture.h"
@@ -17,45 +18,18 @@ std::string display(int type, void *value) {
   return text.c_str();
 }
 
-// A descriptor whose texts are "a", "b" and "c", with other bytes behind their terminators, and whose numbers are 0x11.
-template <class Attr>
-Attr pattern() {
-  Attr attr;
-  std::memset(&attr, 0x11, sizeof attr);
-  const auto text = [&](std::size_t offset, const char *letter) {
-    std::memcpy(reinterpret_cast<char *>(&attr) + offset, letter, 2);
-  };
-  text(0, "a");
-  text(24, "b");
-  if (sizeof attr == 128) text(96, "c");
-  return attr;
-}
-
-// What an object of the class holds of its leading descriptor after both forms of assignment to one of 'z' and 0x22.
+// The leading descriptor of an object of 'z' after the assignment of these bytes.
 template <class Object, class Attr>
-std::string assigned_bytes(bool from_object) {
+std::string assigned(const std::string &bytes, bool from_object) {
   Object target, source;
   std::memset(static_cast<void *>(&target), 'z', sizeof(Attr));
-  Attr attr = pattern<Attr>();
-  std::memcpy(static_cast<void *>(&source), &attr, sizeof attr);
+  std::memcpy(static_cast<void *>(&source), bytes.data(), sizeof(Attr));
   if (from_object) {
     target = source;
   } else {
-    target = attr;
+    target = value_at<Attr>(bytes.data(), 0);
   }
   return bytes_at(&target, sizeof(Attr));
-}
-
-std::string expected_after_assignment(std::size_t size) {
-  std::string bytes(size, '\x11');
-  const auto text = [&](std::size_t offset, std::size_t width, char letter) {
-    bytes.replace(offset, width, std::string(width, 'z'));
-    bytes.replace(offset, 2, std::string(1, letter) + '\0');
-  };
-  text(0, 24, 'a');
-  text(24, 40, 'b');
-  if (size == 128) text(96, 32, 'c');
-  return bytes;
 }
 
 }  // namespace
@@ -64,7 +38,7 @@ std::string expected_after_assignment(std::size_t size) {
 TEST(ByDesign, FullWidthText) {
   struct Guarded {
     CRtField field;
-    char guard[4] = {0x11, 0x11, 0x11, 0x11};
+    char guard[4];
   } guarded;
   CRtTable table;
   CRtDataBase database;
@@ -83,27 +57,32 @@ TEST(ByDesign, FullWidthText) {
       {"database caption", &database, 96, 24, 40, [&](const char *text) { database.SetDBCName(text); }},
   };
   for (const auto &row : rows) {
-    for (const int more : {-1, 0, 1}) {
-      SCOPED_TRACE(std::string(row.what) + " of width " + std::to_string(more));
+    for (const std::size_t length : {row.width - 1, row.width, row.width + 1}) {
+      SCOPED_TRACE(std::string(row.what) + " of length " + std::to_string(length));
       std::string expected(row.size, '\x11');
       std::memset(row.object, 0x11, row.size);
-      const std::string text(row.width + static_cast<std::size_t>(more + 1) - 1, 'x');
+      const std::string text(length, 'x');
       row.set(text.c_str());
-      if (more < 1) expected.replace(row.offset, text.size() + 1, text + '\0');
+      if (length <= row.width) expected.replace(row.offset, length + 1, text + '\0');
       // The terminator of a default value of full width would stand behind the object.
-      if (more == 0 && row.offset == 96) expected[128] = '\x11';
+      if (length == 32) expected[128] = '\x11';
       EXPECT_EQ(expected, bytes_at(row.object, row.size));
     }
   }
 }
 
-// An assignment that copies a text field whole, or forgets a member.
+// A descriptor that does not lead its object, an assignment that copies a text field whole, mixes or forgets members.
 TEST(Field, AssignmentKeepsBytesBehindTerminators) {
+  std::string bytes(128, '\0');
+  std::iota(bytes.begin(), bytes.end(), '\1');
+  for (const std::size_t text : {0U, 24U, 96U}) bytes[text + 1] = '\0';
+  std::string expected = bytes;
+  expected.replace(2, 22, 22, 'z').replace(26, 38, 38, 'z');
   for (const bool from_object : {false, true}) {
     SCOPED_TRACE(from_object);
-    EXPECT_EQ(expected_after_assignment(128), (assigned_bytes<CRtField, _field_attr>(from_object)));
-    EXPECT_EQ(expected_after_assignment(104), (assigned_bytes<CRtTable, _table_attr>(from_object)));
-    EXPECT_EQ(expected_after_assignment(96), (assigned_bytes<CRtDataBase, _db_attr>(from_object)));
+    EXPECT_EQ(expected.substr(0, 104), (assigned<CRtTable, _table_attr>(bytes, from_object)));
+    EXPECT_EQ(expected.substr(0, 96), (assigned<CRtDataBase, _db_attr>(bytes, from_object)));
+    EXPECT_EQ(expected.substr(0, 98) + std::string(30, 'z'), (assigned<CRtField, _field_attr>(bytes, from_object)));
   }
 }
 
@@ -131,56 +110,39 @@ TEST(Field, DisplayTextOfEveryType) {
   const std::string largest =
       "179769313486231570814527423731704356798070567525844996598917476803157260780028538760589558632766878171540"
       "458953514382464234321326889464182768467546703537516986049910576551282076245490090389328944075868508455133"
-      "942304583236903222948165808559332123348274797826204144723168738177180919299881250404026184124858368.00000"
-      "0";
+      "942304583236903222948165808559332123348274797826204144723168738177180919299881250404026184124858368.000000";
   const struct {
     int type;
     std::uint64_t bits;
     std::string text;
-  } rows[] = {
-      {kChar, 0x4241, "A"},
-      {kChar, 0xE9, "\xE9"},
-      {kChar, 0x4100, ""},
-      {kUchar, 0xFF, "\xFF"},
-      {kShort, 0x1FFFF, "-1"},
-      {kShort, 0x8000, "-32768"},
-      {kUshort, 0x1FFFF, "65535"},
-      {kInt, 0x100000000 + 0x80000000, "-2147483648"},
-      {kUint, 0x1FFFFFFFF, "4294967295"},
-      {kLong, 0x1FFFFFFFF, "-1"},
-      {kUlong, 0x180000000, "2147483648"},
-      {kFloat, 0xFFFFFFFF3FC00000, "1.500000"},
-      {kFloat, 0x3DCCCCCD, "0.100000"},
-      {kFloat, 0x7F7FFFFF, "340282346638528859811704183484516925440.000000"},
-      {kFloat, 0x00000001, "0.000000"},
-      {kFloat, 0x80000000, "-0.000000"},
-      {kFloat, 0x7F800000, "inf"},
-      {kFloat, 0xFF800000, "-inf"},
-      {kFloat, 0x7FC00000, "nan"},
-      {kFloat, 0xFFC00000, "-nan"},
-      {kDouble, 0x3FF8000000000000, "1.500000"},
-      {kDouble, 0x3FF3C0CA428C59FB, "1.234568"},  // 1.2345678901234567
-      {kDouble, 0x7FEFFFFFFFFFFFFF, largest},
-      {kDouble, 0xFFEFFFFFFFFFFFFF, "-" + largest},
-      {kDouble, 0x7FF0000000000000, "inf"},
-      {kDouble, 0xFFF0000000000000, "-inf"},
-      {kDouble, 0x7FF8000000000000, "nan"},
-      {kString, 0x00636261, "abc"},
-      {kString, 0x00636200, ""},
-      {0, 0x41, ""},
-      {7, 0x41, ""},
-      {8, 0x41, ""},
-      {16, 0x41, ""},
-      {-1, 0x41, ""},
-  };
+  } rows[] = {{kChar, 0x4241, "A"},
+              {kChar, 0x4100, ""},
+              {kUchar, 0xFF, "\xFF"},
+              {kShort, 0x18000, "-32768"},
+              {kUshort, 0x1FFFF, "65535"},
+              {kInt, 0x180000000, "-2147483648"},
+              {kUint, 0x1FFFFFFFF, "4294967295"},
+              {kLong, 0x1FFFFFFFF, "-1"},
+              {kUlong, 0x180000000, "2147483648"},
+              {kFloat, 0xFFFFFFFF3FC00000, "1.500000"},
+              {kFloat, 0x7F7FFFFF, "340282346638528859811704183484516925440.000000"},
+              {kFloat, 0x80000000, "-0.000000"},
+              {kFloat, 0xFF800000, "-inf"},
+              {kFloat, 0x7FC00000, "nan"},
+              {kDouble, 0x3FF3C0CA428C59FB, "1.234568"},
+              {kDouble, 0xFFEFFFFFFFFFFFFF, "-" + largest},
+              {kDouble, 0x7FF0000000000000, "inf"},
+              {kString, 0x00636261, "abc"},
+              {kString, 0x00636200, ""}};
+  // The value starts at an odd address, as record bytes do.
+  char value[17] = {};
   for (const auto &row : rows) {
-    SCOPED_TRACE("type " + std::to_string(row.type) + " bits " + std::to_string(row.bits));
-    // The value starts at an odd address, as record bytes do.
-    char value[17] = {};
+    SCOPED_TRACE("type " + std::to_string(row.type) + " shown as " + row.text);
     put(value, 1, row.bits);
     EXPECT_EQ(row.text, display(row.type, value + 1));
     EXPECT_EQ(row.bits, value_at<std::uint64_t>(value, 1));
   }
+  for (const int type : {0, 7, 8, 16, -1}) EXPECT_EQ("", display(type, value + 1)) << type;
 }
 
 // A range that is off by one or checks the calendar, a stamp that does not reach the record, text that pads.
@@ -188,13 +150,8 @@ TEST(ByDesign, TimeStamped) {
   const struct {
     std::uint16_t month, day;
     const char *text;  // null: stamped
-  } rows[] = {{0, 0, nullptr},
-              {0, 1, nullptr},
-              {13, 1, nullptr},
-              {1, 0, nullptr},
-              {12, 32, nullptr},
-              {2, 31, "2008-2-31 9:5:0"},
-              {12, 31, "2008-12-31 9:5:0"},
+  } rows[] = {{0, 1, nullptr},         {13, 1, nullptr},           {1, 0, nullptr},
+              {12, 32, nullptr},       {2, 31, "2008-2-31 9:5:0"}, {12, 1, "2008-12-1 9:5:0"},
               {1, 1, "2008-1-1 9:5:0"}};
   for (const auto &row : rows) {
     SCOPED_TRACE(std::to_string(row.month) + "-" + std::to_string(row.day));
@@ -215,7 +172,6 @@ TEST(ByDesign, TimeStamped) {
     EXPECT_EQ(shown, text);
     EXPECT_EQ(0, time.wMilliseconds);
     EXPECT_TRUE(time.wYear == earliest.wYear || time.wYear == latest.wYear);
-    EXPECT_TRUE(time.wMonth == earliest.wMonth || time.wMonth == latest.wMonth);
     EXPECT_TRUE(time.wDay == earliest.wDay || time.wDay == latest.wDay);
     EXPECT_TRUE(time.wMinute == earliest.wMinute || time.wMinute == latest.wMinute);
   }

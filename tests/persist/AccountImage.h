@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,6 +11,9 @@
 
 #include "quillanest/Quillanest.h"
 #include "tests/support/TestRoot.h"
+
+inline constexpr const char *kFile = "data/system_Account.txt";
+inline constexpr const char *kHeader = "ID;Name;Level;Value;Since;bModified;iProjectID;iEditStatus\r\n";
 
 // Offsets in a record of Account, whose size is 52.
 inline constexpr int kName = 4;
@@ -64,12 +68,22 @@ struct AccountImage {
       : root(more) {
     std::vector<TableSpec> tables{account_table(capacity)};
     tables.insert(tables.end(), others.begin(), others.end());
-    started = manager.RtdbManagerInit(false, root.write("schema.txt", schema_text(tables, plant)).c_str());
-    if (started) manager.GetSystemTable(account, 10U);
+    const std::string schema = root.write("schema.txt", schema_text(tables, plant));
+    if (!manager.RtdbManagerInit(false, schema.c_str())) throw std::runtime_error("no image");
+    account = table(10);
+  }
+
+  CRtTable table(unsigned int id) {
+    CRtTable found;
+    if (manager.GetSystemTable(found, id) == 0) throw std::runtime_error("no table");
+    return found;
+  }
+  // Reads a data file of this text into a table.
+  bool load(std::string_view text, unsigned int id = 10, unsigned int database = 1) {
+    return manager.LoadTableData(database, id, root.write("load.txt", text).c_str());
   }
 
   TestRoot root;
   CRtdbManager manager;
   CRtTable account;
-  bool started = false;
 };

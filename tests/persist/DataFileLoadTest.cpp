@@ -1,6 +1,6 @@
 // Reading text data files: which lines and columns count, and what becomes of the records.
-#include <filesystem>
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "tests/persist/AccountImage.h"
 
@@ -9,87 +9,77 @@ namespace {
 using namespace std::string_literals;
 
 // Every row starts from the records "5 old 50" and "6 prior 60" with next key 7, in a table of capacity 5.
-const struct Row {
-  const char *name;
-  std::string text;
-  bool result;
-  const char *records;
-  std::uint32_t next_key;
-} kRows[] = {
-    {"plain", "ID;Name;Level\n10;bob;7\n11;eve;8\n", true, "10 bob 7;11 eve 8;", 12},
-    {"CR LF", "ID;Name;Level\r\n10;bob;7\r\n11;eve;8\r\n", true, "10 bob 7;11 eve 8;", 12},
-    {"comments and zero bytes before the header", "#c\n\0Name\n#\nID;Name;Level\n10;bob;7\n"s, true, "10 bob 7;", 11},
+// A row: name, text, records and next key afterwards.
+const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[] = {
+    {"plain", "ID;Name;Level\n10;bob;7\n11;eve;8\n", "10 bob 7;11 eve 8;", 12},
+    {"CR LF", "ID;Name;Level\r\n10;bob;7\r\n11;eve;8\r\n", "10 bob 7;11 eve 8;", 12},
+    {"comments and zero bytes before the header", "#c\n\0Name\n#\nID;Name;Level\n10;bob;7\n"s, "10 bob 7;", 11},
     {"lines that are no records", "ID;Name;Level\n\n0;a;1\n-1;b;2\n 1;c;3\n#1;d;4\n\0\n10;bob;7\nx;e;5\n11;eve;8\n"s,
-     true, "10 bob 7;11 eve 8;", 12},
-    {"a blank line is a header", "\nID;Name;Level\n10;bob;7\n", true, "5 old 50;", 6},
-    {"columns in another order and case", "whatever;LEVEL;name\n10;7;bob\n", true, "10 bob 7;", 11},
-    {"unknown column", "ID;What;Level\n10;zzz;7\n", true, "10 old 7;", 11},
+     "10 bob 7;11 eve 8;", 12},
+    {"a blank line is a header", "\nID;Name;Level\n10;bob;7\n", "5 old 50;", 6},
+    {"columns in another order and case", "whatever;LEVEL;name\n10;7;bob\n", "10 bob 7;", 11},
+    {"unknown column", "ID;What;Level\n10;zzz;7\n", "10 old 7;", 11},
     {"columns past the number of fields",
-     "ID;Name;Level;Value;Since;bModified;iProjectID;iEditStatus;Name\n10;bob;7;1;2020-1-1 0:0:0;0;0;0;zed\n", true,
+     "ID;Name;Level;Value;Since;bModified;iProjectID;iEditStatus;Name\n10;bob;7;1;2020-1-1 0:0:0;0;0;0;zed\n",
      "10 bob 7;", 11},
-    {"separators only", ";;\n10;bob;7\n", true, "10 old 50;", 11},
-    {"one column, the key", "ID\n10\n11\n", true, "10 old 50;11 prior 60;", 12},
-    {"one column, unknown", "Key\n10\n11\n", true, "5 old 50;6 prior 60;", 7},
-    {"one column, another field", "Name\n10\n", true, "5 10 50;", 6},
-    {"empty texts", "ID;Name;Level\n10;;\n", true, "10  0;", 11},
-    {"fewer columns", "ID;Name;Level\n10;bob\n11\n", true, "10 bob 50;11 prior 60;", 12},
-    {"more columns", "ID;Name;Level\n10;bob;7;8;9\n", true, "10 bob 7;", 11},
-    {"header without line end", "ID;Name;Level", true, "", 7},
-    {"header only", "ID;Name;Level\n", true, "", 7},
-    {"empty file", "", false, "5 old 50;6 prior 60;", 7},
-    {"comments with line end", "#a\n#b\n", false, "5 old 50;6 prior 60;", 7},
-    {"capacity", "ID;Name;Level\n1;a;1\n2;b;2\n3;c;3\n4;d;4\n5;e;5\n6;f;6\n7;g;7\n", true,
-     "1 a 1;2 b 2;3 c 3;4 d 4;5 e 5;", 6},
-    {"large keys and numbers", "ID;Level;Name\n2147483648;4294967295;a\n4294967294;-2147483648;b\n", true,
+    {"separators only", ";;\n10;bob;7\n", "10 old 50;", 11},
+    {"one column, the key", "ID\n10\n11\n", "10 old 50;11 prior 60;", 12},
+    {"one column, unknown", "Key\n10\n11\n", "5 old 50;6 prior 60;", 7},
+    {"one column, another field", "Name\n10\n", "5 10 50;", 6},
+    {"empty texts", "ID;Name;Level\n10;;\n", "10  0;", 11},
+    {"fewer columns", "ID;Name;Level\n10;bob\n11\n", "10 bob 50;11 prior 60;", 12},
+    {"more columns", "ID;Name;Level\n10;bob;7;8;9\n", "10 bob 7;", 11},
+    {"header without line end", "ID;Name;Level", "", 7},
+    {"header only", "ID;Name;Level\n", "", 7},
+    {"capacity", "ID;Name;Level\n1;a;1\n2;b;2\n3;c;3\n4;d;4\n5;e;5\n6;f;6\n7;g;7\n", "1 a 1;2 b 2;3 c 3;4 d 4;5 e 5;",
+     6},
+    {"large keys and numbers", "ID;Level;Name\n2147483648;4294967295;a\n4294967294;-2147483648;b\n",
      "2147483648 a -1;4294967294 b -2147483648;", 4294967295U},
-    {"numbers with a tail", "ID;Level;Name\n10x;12abc;a\n11; +7;b\n12;x9;c\n", true, "10 a 12;11 b 7;12 c 0;", 13},
+    {"numbers with a tail", "ID;Level;Name\n10x;12abc;a\n11; +7;b\n12;x9;c\n", "10 a 12;11 b 7;12 c 0;", 13},
     {"a line past 4095 characters goes on as another line",
-     "ID;Name;Level\n10;bob;7;" + std::string(4086, 'x') + "11;eve;8\n12;z;9\n", true, "10 bob 7;11 eve 8;12 z 9;", 13},
-    {"a header past 4095 characters", "ID;Name;Level;" + std::string(4081, 'x') + "12;eve;8\n13;bob;7\n", true,
+     "ID;Name;Level\n10;bob;7;" + std::string(4086, 'x') + "11;eve;8\n12;z;9\n", "10 bob 7;11 eve 8;12 z 9;", 13},
+    {"a header past 4095 characters", "ID;Name;Level;" + std::string(4081, 'x') + "12;eve;8\n13;bob;7\n",
      "12 eve 8;13 bob 7;", 14},
-    {"zero byte in a line", "ID;Name;Level\n10;bob\0;7\n11;eve;8\n"s, true, "10 bo 50;11 eve 8;", 12},
+    {"zero byte in a line", "ID;Name;Level\n10;bob\0;7\n11;eve;8\n"s, "10 bo 50;11 eve 8;", 12},
 };
 
 TEST(DataFileLoad, Grammar) {
   AccountImage image;
-  ASSERT_TRUE(image.started);
-  for (const Row &row : kRows) {
-    SCOPED_TRACE(row.name);
+  const auto refill = [&] {
     image.account.DeleteAllRecord();
     std::memset(image.account.GetDataAddress(), 0, 5 * 52);
     add(image.account, 5, "old", 50);
     add(image.account, 6, "prior", 60);
-    const std::string path = image.root.write("load.txt", row.text);
-    EXPECT_EQ(image.manager.LoadTableData(1, 10, path.c_str()), row.result);
-    EXPECT_EQ(shown(image.account), row.records);
-    EXPECT_EQ(image.account.GetIDExclusive(), row.next_key);
+  };
+  for (const auto &[name, text, records, next_key] : kRows) {
+    SCOPED_TRACE(name);
+    refill();
+    EXPECT_TRUE(image.load(text));
+    EXPECT_EQ(shown(image.account), records);
+    EXPECT_EQ(image.account.GetIDExclusive(), next_key);
   }
-  // What names no readable file changes nothing.
-  image.account.DeleteAllRecord();
-  add(image.account, 5, "old", 50);
+  refill();
+  EXPECT_FALSE(image.load(""));
+  EXPECT_FALSE(image.load("#a\n#b\n"));
   for (const std::string &path : {image.root.path("missing"), image.root.path("data"), ""s}) {
-    SCOPED_TRACE(path);
-    EXPECT_TRUE(image.manager.LoadTableData(1, 10, path.c_str()));
-    EXPECT_EQ(shown(image.account), "5 old 50;");
+    EXPECT_TRUE(image.manager.LoadTableData(1, 10, path.c_str())) << path;
   }
+  EXPECT_EQ(shown(image.account), "5 old 50;6 prior 60;");
 }
 
 TEST(ByDesign, LastColumnLosesOne) {
   AccountImage image;
-  ASSERT_TRUE(image.started);
-  const std::string path = image.root.write("load.txt", "ID;Name;Level\n10;bob;75\n11;eve;86");
-  EXPECT_TRUE(image.manager.LoadTableData(1, 10, path.c_str()));
+  EXPECT_TRUE(image.load("ID;Name;Level\n10;bob;75\n11;eve;86"));
   EXPECT_EQ(shown(image.account), "10 bob 75;11 eve 8;");
 }
 
 TEST(ByDesign, CommentsOnlyEmpties) {
   AccountImage image;
-  ASSERT_TRUE(image.started);
   for (const std::string &text : {"#a"s, "#a\n#b"s, "\0a"s}) {
     SCOPED_TRACE(testing::PrintToString(text));
     image.account.DeleteAllRecord();
     add(image.account, 5, "old", 50);
-    EXPECT_TRUE(image.manager.LoadTableData(1, 10, image.root.write("load.txt", text).c_str()));
+    EXPECT_TRUE(image.load(text));
     EXPECT_EQ(shown(image.account), "");
     EXPECT_EQ(image.account.GetIDExclusive(), 6U);
   }
@@ -97,58 +87,39 @@ TEST(ByDesign, CommentsOnlyEmpties) {
 
 TEST(ByDesign, FullWidthString) {
   // The field behind the text is loaded before it, so that the terminator shows.
-  const struct {
-    const char *text;
-    const char *stored;
-    int level;
-  } rows[] = {
-      {"seven77", "seven77", 16909060}, {"exactly8", "exactly8", 16909056}, {"morethan8", "morethan", 16909056}};
   AccountImage image;
-  ASSERT_TRUE(image.started);
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.text);
-    const std::string text = std::string("ID;Level;Name\n1;16909060;") + row.text + '\n';
-    EXPECT_TRUE(image.manager.LoadTableData(1, 10, image.root.write("load.txt", text).c_str()));
-    EXPECT_EQ(shown(image.account), std::string("1 ") + row.stored + ' ' + std::to_string(row.level) + ';');
-  }
+  EXPECT_TRUE(image.load("ID;Level;Name\n1;16909060;seven77\n2;16909060;exactly8\n3;16909060;morethan8\n"));
+  EXPECT_EQ(shown(image.account), "1 seven77 16909060;2 exactly8 16909056;3 morethan 16909056;");
 }
 
 // Conversions that write more or less than the field's type leave rests of former values.
 TEST(DataFileLoad, ValuesByType) {
-  const struct {
-    const char *type;
-    int size;
-    const char *text;
-    std::string bytes;  // of the field, over bytes 'U', with the 'U's of the next field behind them
-  } rows[] = {
-      {"CHAR", 1, "xyz", "xUUUU"s},
-      {"UCHAR", 1, "", "\0UUUU"s},
-      {"SHORT", 2, "70000", "\x70\x11UUUU"s},
-      {"USHORT", 2, "-1", "\xFF\xFFUUUU"s},
-      {"LONG", 4, "-2", "\xFE\xFF\xFF\xFFUUUU"s},
-      {"ULONG", 4, "2147483649", "\x01\0\0\x80UUUU"s},
-      {"INT", 8, "1", "\x01\0\0\0UUUUUUUU"s},
-      {"FLOAT", 4, "1.5e1x", "\0\0\x70\x41UUUU"s},
-      {"DOUBLE", 8, "-2", "\0\0\0\0\0\0\0\xC0UUUU"s},
-      {"PASSWD", 6, "ab", "ab\0\0\0\0UUUU"s},
-      {"PASSWD", 6, "sixlet", "sixletUUUU"s},
-      {"PASSWD", 6, "longer7", "longerUUUU"s},
-      {"TIME", 16, "2008-3-7 9:5:0", "\xD8\x07\x03\0\0\0\x07\0\x09\0\x05\0\0\0\0\0UUUU"s},
-      {"TIME", 16, "2008-3-7", "\xD8\x07\x03\0\0\0\x07\0\0\0UUUUUUUUUU"s},  // minutes and seconds stay
-      {"TIME", 16, "", "UUUUUUUUUUUUUUUUUUUU"s},
+  // Type and size, text, and the bytes of the field, over bytes 'U', with the 'U's of the next field behind them.
+  const std::tuple<const char *, const char *, std::string> rows[] = {
+      {"CHAR 1", "xyz", "xUUUU"s},
+      {"UCHAR 1", "", "\0UUUU"s},
+      {"SHORT 2", "70000", "\x70\x11UUUU"s},
+      {"USHORT 2", "-1", "\xFF\xFFUUUU"s},
+      {"LONG 4", "-2", "\xFE\xFF\xFF\xFFUUUU"s},
+      {"ULONG 4", "2147483649", "\x01\0\0\x80UUUU"s},
+      {"INT 8", "1", "\x01\0\0\0UUUUUUUU"s},
+      {"FLOAT 4", "1.5e1x", "\0\0\x70\x41UUUU"s},
+      {"DOUBLE 8", "-2", "\0\0\0\0\0\0\0\xC0UUUU"s},
+      {"PASSWD 6", "ab", "ab\0\0\0\0UUUU"s},
+      {"PASSWD 6", "sixlet", "sixletUUUU"s},
+      {"PASSWD 6", "longer7", "longerUUUU"s},
+      {"TIME 16", "2008-3-7 9:5:0", "\xD8\x07\x03\0\0\0\x07\0\x09\0\x05\0\0\0\0\0UUUU"s},
+      {"TIME 16", "2008-3-7", "\xD8\x07\x03\0\0\0\x07\0\0\0UUUUUUUUUU"s},  // minutes and seconds stay
+      {"TIME 16", "", "UUUUUUUUUUUUUUUUUUUU"s},
   };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(testing::Message() << row.type << ' ' << row.text);
-    AccountImage image(
-        "", {{11, "One", 2, {"ID UINT 4", "V "s + row.type + ' ' + std::to_string(row.size), "After INT 4"}}});
-    ASSERT_TRUE(image.started);
-    CRtTable table;
-    ASSERT_EQ(image.manager.GetSystemTable(table, 11U), 1);
+  for (const auto &[type, text, bytes] : rows) {
+    SCOPED_TRACE(testing::Message() << type << ' ' << text);
+    AccountImage image("", {{11, "One", 2, {"ID UINT 4", "V "s + type, "After INT 4"}}});
+    CRtTable table = image.table(11);
     std::memset(table.GetDataAddress(), 'U', static_cast<std::size_t>(2 * table.GetTableSize()));
-    const std::string text = std::string("ID;V;\n3;") + row.text + ";\n";
-    EXPECT_TRUE(image.manager.LoadTableData(1, 11, image.root.write("load.txt", text).c_str()));
+    EXPECT_TRUE(image.load("ID;V;\n3;"s + text + ";\n", 11));
     ASSERT_EQ(table.GetRecordCount(), 1);
-    EXPECT_EQ(std::string(table.GetAt(0) + 4, row.bytes.size()), row.bytes);
+    EXPECT_EQ(std::string(table.GetAt(0) + 4, bytes.size()), bytes);
   }
 }
 

@@ -1,14 +1,13 @@
 // Which store and which folder serve a load or save, and what a store that is not open answers.
-#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
+#include <tuple>
 
 #include "tests/persist/AccountImage.h"
 
 namespace {
 
-constexpr const char *kFile = "data/system_Account.txt";
 const std::vector<TableSpec> kPlant{{20, "Pump", 3, {"ID UINT 4", "Speed INT 4", "bModified INT 4"}},
                                     {21, "Tank", 3, {"ID UINT 4", "Full INT 4"}}};
 
@@ -26,49 +25,36 @@ struct Plant {
 // The configuration is read at every call; an answer that was kept would write to the store selected before.
 TEST(LoadSave, StoreIsChosenPerCall) {
   AccountImage image("", {}, kPlant);
-  ASSERT_TRUE(image.started);
-  add(image.account, 3, "ann", 5);
   Plant plant(image.manager);
-  ASSERT_EQ(plant.pump.Insert(1U, 0, 0), 0);
-  const struct {
-    const char *name;
-    bool (*save)(AccountImage &, Plant &);
-    bool both;  // databases, else Account only
-  } saves[] = {
-      {"manager", [](AccountImage &a, Plant &) { return a.manager.SaveData(3); }, true},
-      {"databases",
-       [](AccountImage &a, Plant &p) { return a.manager.GetSystemDB()->SaveData(3) && p.database.SaveData(3); }, true},
-      {"table", [](AccountImage &a, Plant &) { return a.account.SaveData(3); }, false},
+  add(image.account, 3, "ann", 5);
+  const auto save_databases = [&] { return image.manager.GetSystemDB()->SaveData(3) && plant.database.SaveData(3); };
+  // Configuration, save, and the number of files afterwards.
+  const std::tuple<const char *, std::function<bool()>, std::size_t> rows[] = {
+      {"", [&] { return image.manager.SaveData(3); }, 0},
+      {"DataInFile=1\n", [&] { return image.manager.SaveData(3); }, 3},
+      {"DataInFile=0\n", [&] { return image.manager.SaveData(3); }, 0},
+      {"DataInFile=1\n", save_databases, 3},
+      {"DataInFile=0\n", save_databases, 0},
+      {"DataInFile=1\n", [&] { return image.account.SaveData(3); }, 1},
+      {"DataInFile=-1\n", [&] { return image.account.SaveData(3); }, 1},
+      {"DataInFile=0\n", [&] { return image.account.SaveData(3); }, 0},
+      {"DataInFile=0\n", [&] { return image.manager.SaveDataTo(true) == 1; }, 3},
+      {"DataInFile=1\n", [&] { return image.manager.SaveDataTo(false) == 1; }, 0},
   };
-  for (const auto &save : saves) {
-    SCOPED_TRACE(save.name);
-    for (const char *configuration : {"", "DataInFile=0\n", "DataInFile=1\n", "DataInFile=-1\n"}) {
-      SCOPED_TRACE(configuration);
-      const bool text = std::string(configuration).find("1") != std::string::npos;
-      image.root.configure(std::string("RtdbDataPath=data/\n") + configuration);
-      poke(image.account.GetAt(0), kModified, 1);
-      EXPECT_TRUE(save.save(image, plant));
-      EXPECT_EQ(image.root.files("data").size(), text ? (save.both ? 3U : 1U) : 0U);
-      EXPECT_EQ(shown(image.account, kModified), "0;");
-      std::filesystem::remove_all(image.root.path("data"));
-      std::filesystem::create_directory(image.root.path("data"));
-    }
-  }
-  for (const bool to_file : {true, false}) {  // SaveDataTo takes the store that the configuration does not select
-    image.root.configure(to_file ? "DataInFile=0\n" : "DataInFile=1\n");
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+    image.root.configure(std::string("RtdbDataPath=data/\n") + std::get<0>(row));
     poke(image.account.GetAt(0), kModified, 1);
-    EXPECT_EQ(image.manager.SaveDataTo(to_file), 1);
-    EXPECT_EQ(image.root.exists(kFile), to_file);
+    EXPECT_TRUE(std::get<1>(row)());
+    EXPECT_EQ(image.root.files("data").size(), std::get<2>(row));
     EXPECT_EQ(shown(image.account, kModified), "0;");
-    std::filesystem::remove(image.root.path(kFile));
+    std::filesystem::remove_all(image.root.path("data"));
+    std::filesystem::create_directory(image.root.path("data"));
   }
-  EXPECT_FALSE(CRtdbManager().SaveData(0));
-  EXPECT_EQ(CRtdbManager().SaveDataTo(true), 0);
 }
 
 TEST(ByDesign, ClosedStoreSaves) {
   AccountImage image("", {}, kPlant);
-  ASSERT_TRUE(image.started);
   image.root.configure("DataInFile=0\n");
   for (const std::uint32_t key : {3U, 9U}) std::memset(add(image.account, key, "ann", 5) + kSince, 0, 16);
   poke(image.account.GetAt(0), kModified, 0);
@@ -93,7 +79,6 @@ TEST(ByDesign, ClosedStoreSaves) {
 // With nothing but the system database there is nothing to load, which both stores report as success.
 TEST(LoadSave, NoCustomizedDatabase) {
   AccountImage image;
-  ASSERT_TRUE(image.started);
   image.root.write(kFile, "ID;Name;Level\n7;x;7\n");
   for (const char *configuration : {"DataInFile=0\n", "DataInFile=1\n"}) {
     SCOPED_TRACE(configuration);
@@ -103,7 +88,6 @@ TEST(LoadSave, NoCustomizedDatabase) {
     EXPECT_EQ(image.manager.GetRtdbStatus(), 2);
     EXPECT_EQ(image.account.GetRecordCount(), 0);
   }
-  EXPECT_EQ(CRtdbManager().LoadAllCustomizedDB(0), 0);
   image.manager.SetRtdbStatus(1);
   EXPECT_EQ(image.manager.LoadSystemDB(), 1);
   EXPECT_EQ(image.manager.GetRtdbStatus(), 2);
@@ -117,7 +101,6 @@ TEST(LoadSave, NoCustomizedDatabase) {
 TEST(ByDesign, SystemViewLeftOpen) {
   // A step that went on with the view left open would load the plant's file into the system database, or not at all.
   AccountImage image("", {}, kPlant);
-  ASSERT_TRUE(image.started);
   image.root.write(kFile, "ID;Name;Level\n7;x;7\n");
   image.root.write("data/plant_Pump.txt", "ID;Speed\n4;40\n5;50\n");
   image.root.write("data/plant_Tank.txt", "");  // fails, which does not count
@@ -125,29 +108,27 @@ TEST(ByDesign, SystemViewLeftOpen) {
   EXPECT_EQ(image.manager.LoadAllCustomizedDB(0), 1);
   EXPECT_EQ(image.manager.GetRtdbStatus(), 2);
   EXPECT_EQ(image.account.GetRecordCount(), 0);
-  Plant plant(image.manager);
-  EXPECT_EQ(shown(plant.pump, 4), "40;50;");
+  EXPECT_EQ(shown(Plant(image.manager).pump, 4), "40;50;");
 }
 
 // Data files in a folder that the configuration does not name are lost to the next start.
 TEST(LoadSave, Folders) {
-  const struct {
-    std::string configuration;
-    const char *system_file;
-    const char *plant_file;  // null: no baseline
-  } rows[] = {{"", kFile, "data/plant_Pump.txt"},
-              {"RtdbDataPath=data\n", kFile, "data/plant_Pump.txt"},
-              {"SystemDataFolder=sys\n", "sys/system_Account.txt", "data/plant_Pump.txt"},
-              {"SystemDataFolder=sys/\nBaselineFolder=base\n", "sys/system_Account.txt", "base/plant_Pump.txt"},
-              {"BaselineFolder=/ROOT/base/\n", kFile, "base/plant_Pump.txt"},
-              {"BaselineFolder=nowhere\n", kFile, nullptr}};
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.configuration);
+  // Configuration, file of the system database, and of the plant, or none.
+  const std::tuple<const char *, const char *, const char *> rows[] = {
+      {"RtdbDataPath=data/\n", kFile, "data/plant_Pump.txt"},
+      {"RtdbDataPath=data\n", kFile, "data/plant_Pump.txt"},
+      {"RtdbDataPath=data\nSystemDataFolder=sys\n", "sys/system_Account.txt", "data/plant_Pump.txt"},
+      {"SystemDataFolder=sys/\nBaselineFolder=base\n", "sys/system_Account.txt", "base/plant_Pump.txt"},
+      {"RtdbDataPath=data\nBaselineFolder=/ROOT/base/\n", kFile, "base/plant_Pump.txt"},
+      {"RtdbDataPath=data\nBaselineFolder=nowhere\n", kFile, nullptr},
+  };
+  for (const auto &[lines, system_file, plant_file] : rows) {
+    SCOPED_TRACE(lines);
     TestRoot root;
-    std::string configuration = row.configuration;
-    if (const auto at = configuration.find("/ROOT/"); at != std::string::npos)
+    std::string configuration = lines;
+    if (const auto at = configuration.find("/ROOT/"); at != std::string::npos) {
       configuration.replace(at, 6, root.folder());
-    if (configuration.find("RtdbDataPath") == std::string::npos) configuration += "RtdbDataPath=data/\n";
+    }
     root.configure("DataInFile=1\n" + configuration);
     std::filesystem::create_directory(root.path("sys"));
     std::filesystem::create_directory(root.path("base"));
@@ -156,37 +137,32 @@ TEST(LoadSave, Folders) {
     Plant plant(manager);
     ASSERT_EQ(plant.pump.Insert(6U, 0, 0), 0);
     EXPECT_TRUE(manager.GetSystemDB()->SaveData(0));
-    EXPECT_TRUE(root.exists(row.system_file));
-    EXPECT_EQ(plant.database.SaveData(0), row.plant_file != nullptr);
-    EXPECT_EQ(shown(plant.pump, 8), row.plant_file != nullptr ? "0;" : "1;");
+    EXPECT_TRUE(root.exists(system_file));
+    EXPECT_EQ(plant.database.SaveData(0), plant_file != nullptr);
     EXPECT_EQ(manager.LoadAllCustomizedDB(0), 1);
     EXPECT_EQ(shown(plant.pump, 0), "6;");
-    if (row.plant_file != nullptr) {
-      EXPECT_EQ(root.read(row.plant_file), "ID;Speed;bModified\r\n6;0;0\r\n");
-      root.write(row.plant_file, "ID;Speed\n8;80\n");
+    EXPECT_EQ(shown(plant.pump, 8), plant_file != nullptr ? "0;" : "1;");
+    if (plant_file != nullptr) {
+      EXPECT_EQ(root.read(plant_file), "ID;Speed;bModified\r\n6;0;0\r\n");
+      root.write(plant_file, "ID;Speed\n8;80\n");
       EXPECT_EQ(manager.LoadAllCustomizedDB(0), 1);
-    } else {
-      EXPECT_FALSE(root.exists("data/plant_Pump.txt"));
-      EXPECT_TRUE(manager.LoadTableData(2, 20, root.write("load.txt", "ID;Speed\n8;80\n").c_str()));
-      EXPECT_FALSE(manager.LoadTableData(2, 20, nullptr));
+      EXPECT_EQ(shown(plant.pump, 4), "80;");
     }
-    EXPECT_EQ(shown(plant.pump, 4), "80;");
   }
 }
 
 // A failed lookup that left its target mapped, or read a file of another table, shows here.
 TEST(LoadSave, LoadTableDataResults) {
   AccountImage image("", {}, kPlant);
-  ASSERT_TRUE(image.started);
   image.root.configure("DataInFile=0\n");  // text files are read all the same
-  const std::string path = image.root.write("load.txt", "ID;Speed\n8;80\n");
-  EXPECT_FALSE(image.manager.LoadTableData(1, 20, path.c_str()));
-  EXPECT_FALSE(image.manager.LoadTableData(9, 20, path.c_str()));
-  EXPECT_FALSE(image.manager.LoadTableData(2, 99, path.c_str()));
-  Plant plant(image.manager);
-  EXPECT_EQ(plant.pump.GetRecordCount(), 0);
   image.manager.SetRtdbStatus(1);
-  EXPECT_TRUE(image.manager.LoadTableData(2, 20, path.c_str()));
+  const char *text = "ID;Speed\n8;80\n";
+  EXPECT_FALSE(image.load(text, 20, 1));
+  EXPECT_FALSE(image.load(text, 20, 9));
+  EXPECT_FALSE(image.load(text, 99, 2));
+  const Plant plant(image.manager);
+  EXPECT_EQ(plant.pump.GetRecordCount(), 0);
+  EXPECT_TRUE(image.load(text, 20, 2));
   EXPECT_EQ(shown(plant.pump, 4), "80;");
   EXPECT_EQ(image.manager.GetRtdbStatus(), 1);
 }
@@ -194,53 +170,40 @@ TEST(LoadSave, LoadTableDataResults) {
 // The manager's calls follow its own configuration, tables and databases that of the image.
 TEST(LoadSave, ConfigurationOfManagerAndImage) {
   AccountImage image;  // its root selects text files
-  ASSERT_TRUE(image.started);
-  add(image.account, 3, "ann", 5);
-  {
-    TestRoot other;
-    other.configure("DataInFile=0\nUseCName=1\n");
-    CRtdbManager second;
-    ASSERT_EQ(second.AttachShareMemory(), 1);
-    ASSERT_EQ(other.path("conf/fix_Rtdb.ini") == second.GetSysIniFile(), false);
-    CRtTable account;
-    ASSERT_EQ(second.GetSystemTable(account, 10U), 1);
-    EXPECT_TRUE(second.SaveData(0));
-    EXPECT_FALSE(image.root.exists(kFile));
-    EXPECT_EQ(second.LoadSystemDB(), 0);
-    EXPECT_TRUE(account.SaveData(0));
-    EXPECT_TRUE(image.root.exists(kFile));
-    std::filesystem::remove(image.root.path(kFile));
-    EXPECT_TRUE(second.GetSystemDB()->SaveData(0));
-    EXPECT_TRUE(image.root.exists(kFile));
-    std::filesystem::remove(image.root.path(kFile));
-    other.configure("DataInFile=1\nUseCName=1\n");
-    image.root.configure("DataInFile=0\nRtdbDataPath=data/\n");
-    EXPECT_TRUE(second.SaveData(0));  // text, under the names that the image's configuration gives
-    EXPECT_TRUE(image.root.exists(kFile));
-    EXPECT_EQ(other.files("data").size(), 0U);
-  }
+  TestRoot other;
+  other.configure("DataInFile=0\nUseCName=1\n");
+  CRtdbManager second;
+  ASSERT_EQ(second.AttachShareMemory(), 1);
+  CRtTable account;
+  ASSERT_EQ(second.GetSystemTable(account, 10U), 1);
+  EXPECT_TRUE(second.SaveData(0));
+  EXPECT_FALSE(image.root.exists(kFile));
+  EXPECT_EQ(second.LoadSystemDB(), 0);
+  EXPECT_TRUE(account.SaveData(0));
+  EXPECT_TRUE(std::filesystem::remove(image.root.path(kFile)));
+  EXPECT_TRUE(second.GetSystemDB()->SaveData(0));
+  EXPECT_TRUE(std::filesystem::remove(image.root.path(kFile)));
+  other.configure("DataInFile=1\nUseCName=1\n");
+  image.root.configure("DataInFile=0\nRtdbDataPath=data/\n");
+  EXPECT_TRUE(second.SaveData(0));  // text, under the names that the image's configuration gives
+  EXPECT_TRUE(image.root.exists(kFile));
+  EXPECT_TRUE(other.files("data").empty());
 }
 
 // A view whose database is not mapped has nothing to save.
 TEST(LoadSave, ViewsWithoutMapping) {
   AccountImage image("", {}, kPlant);
-  ASSERT_TRUE(image.started);
-  Plant plant(image.manager);
-  ASSERT_EQ(plant.pump.Insert(1U, 0, 0), 0);
   for (const char *configuration : {"DataInFile=1\nRtdbDataPath=data/\n", "DataInFile=0\n"}) {
-    SCOPED_TRACE(configuration);
     image.root.configure(configuration);
+    Plant plant(image.manager);
     plant.database.DetachShareMemory();
     EXPECT_FALSE(plant.pump.SaveData(0));
     EXPECT_FALSE(plant.database.SaveData(0));
     EXPECT_FALSE(CRtTable().SaveData(0));
     EXPECT_FALSE(CRtDataBase().SaveData(0));
+    EXPECT_FALSE(CRtdbManager().SaveData(0));
     EXPECT_TRUE(image.root.files("data").empty());
-    ASSERT_EQ(plant.database.AttachShareMemory(), 1);
-    EXPECT_EQ(shown(plant.pump, 8), "1;");
   }
-  EXPECT_TRUE(plant.pump.SaveData(0));
-  EXPECT_EQ(shown(plant.pump, 8), "0;");
 }
 
 }  // namespace

@@ -1,84 +1,74 @@
 // Partial-update files: which records and fields they change, and that nothing else changes.
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "tests/persist/AccountImage.h"
 
 namespace {
 
-constexpr const char *kBefore = "1 ann 5;2 bob 6;3 cat 7;";
-
 // A wrong record, a wrong column or a missing mark loses the update, silently.
 TEST(PartialUpdate, Files) {
-  const struct {
-    const char *name;
-    std::string text;
-    bool captions;
-    char separator;
-    bool result;
-    const char *records;
-    const char *modified;
-  } rows[] = {
-      {"by name, without regard to case", "name;LEVEL\nBOB;60\n", false, ';', true, "1 ann 5;2 bob 60;3 cat 7;",
-       "0;1;0;"},
-      {"CR LF", "Name;Level\r\ncat;70\r\nann;50\r\n", false, ';', true, "1 ann 50;2 bob 6;3 cat 70;", "1;0;1;"},
-      {"a number is not found by its digits", "ID;Level\n3;70\n", false, ';', true, kBefore, "0;0;0;"},
-      {"but by its bytes", "ID;Name\n\3;zed\n", false, ';', true, "1 ann 5;2 bob 6;3 zed 7;", "0;0;1;"},
-      {"caption names", "CName;CLevel;Level\nbob;60;9\n", true, ';', true, "1 ann 5;2 bob 60;3 cat 7;", "0;1;0;"},
-      {"names where captions count", "Name;Level\nbob;60\n", true, ';', true, kBefore, "0;0;0;"},
-      {"another separator", "Name,Level\nbob,60\n", false, ',', true, "1 ann 5;2 bob 60;3 cat 7;", "0;1;0;"},
-      {"no such record", "Name;Level\nbo;60\n;61\n", false, ';', true, kBefore, "0;0;0;"},
-      {"unknown key column", "What;Level\nbob;60\n", false, ';', true, kBefore, "0;0;0;"},
-      {"unknown column between", "Name;What;Level\nbob;1;60\n", false, ';', true, "1 ann 5;2 bob 60;3 cat 7;",
-       "0;1;0;"},
-      {"only unknown columns", "Name;What\nbob;1\n", false, ';', true, kBefore, "0;0;0;"},
-      {"key only", "Name;Level\nbob\n", false, ';', true, kBefore, "0;0;0;"},
-      {"empty value", "Name;Level\nbob;\n", false, ';', true, "1 ann 5;2 bob 0;3 cat 7;", "0;1;0;"},
-      {"comment before the header", "#c\n#d\nName;Level\nbob;60\n", false, ';', true, "1 ann 5;2 bob 60;3 cat 7;",
-       "0;1;0;"},
-      {"comment behind the header names no record", "Name;Level\n#bob;9\n\nbob;60\n", false, ';', true,
-       "1 ann 5;2 bob 60;3 cat 7;", "0;1;0;"},
-      {"a blank line is a header", "\nName;Level\nbob;60\n", false, ';', true, kBefore, "0;0;0;"},
-      {"more columns than fields", "Name;Level;What;What;What;What;What;What;Level\nbob;60;1;1;1;1;1;1;99\n", false,
-       ';', true, "1 ann 5;2 bob 60;3 cat 7;", "0;1;0;"},
-      {"more columns than the header", "Name;Level\nbob;60;99\n", false, ';', true, "1 ann 5;2 bob 60;3 cat 7;",
-       "0;1;0;"},
-      {"last line without line end", "Name;Level\nbob;61", false, ';', true, "1 ann 5;2 bob 6;3 cat 7;", "0;1;0;"},
-      {"empty file", "", false, ';', false, kBefore, "0;0;0;"},
-      {"comments with line end", "#Name;Level\n", false, ';', false, kBefore, "0;0;0;"},
-      {"comments without line end", "#Name;Level", false, ';', true, kBefore, "0;0;0;"},
-      {"a line past 4095 characters goes on as another line",
-       "Name;Level;What\nbob;60;" + std::string(4088, 'x') + "cat;70;1\n", false, ';', true,
-       "1 ann 5;2 bob 60;3 cat 70;", "0;1;1;"},
+  const std::string before = "1 ann 5;2 bob 6;3 cat 7;";
+  const std::string bob60 = "1 ann 5;2 bob 60;3 cat 7;";
+  const std::string overlong = "Name;Level;What\nbob;60;" + std::string(4088, 'x') + "cat;70;1\n";
+  // Name, text, records and marks afterwards.
+  const std::tuple<const char *, std::string, std::string, const char *> rows[] = {
+      {"in any case", "name;LEVEL\nBOB;60\n", bob60, "0;1;0;"},
+      {"CR LF", "Name;Level\r\ncat;70\r\nann;50\r\n", "1 ann 50;2 bob 6;3 cat 70;", "1;0;1;"},
+      {"a number is not found by its digits", "ID;Level\n3;70\n", before, "0;0;0;"},
+      {"but by its bytes", "ID;Name\n\3;zed\n", "1 ann 5;2 bob 6;3 zed 7;", "0;0;1;"},
+      {"no such record", "Name;Level\nbo;60\n;61\n", before, "0;0;0;"},
+      {"unknown key column", "What;Level\nbob;60\n", before, "0;0;0;"},
+      {"unknown column between", "Name;What;Level\nbob;1;60\n", bob60, "0;1;0;"},
+      {"only unknown columns", "Name;What\nbob;1\n", before, "0;0;0;"},
+      {"key only", "Name;Level\nbob\n", before, "0;0;0;"},
+      {"empty value", "Name;Level\nbob;\n", "1 ann 5;2 bob 0;3 cat 7;", "0;1;0;"},
+      {"comment before the header", "#c\n#d\nName;Level\nbob;60\n", bob60, "0;1;0;"},
+      {"comment behind the header names no record", "Name;Level\n#bob;9\n\nbob;60\n", bob60, "0;1;0;"},
+      {"a blank line is a header", "\nName;Level\nbob;60\n", before, "0;0;0;"},
+      {"more columns than fields", "Name;Level;W;W;W;W;W;W;Level\nbob;60;1;1;1;1;1;1;99\n", bob60, "0;1;0;"},
+      {"more columns than the header", "Name;Level\nbob;60;99\n", bob60, "0;1;0;"},
+      {"last line without line end", "Name;Level\nbob;61", before, "0;1;0;"},
+      {"a line past 4095 characters goes on as another", overlong, "1 ann 5;2 bob 60;3 cat 70;", "0;1;1;"},
+      {"comments without line end", "#Name;Level", before, "0;0;0;"},
   };
   AccountImage image;
-  ASSERT_TRUE(image.started);
   image.root.configure("DataInFile=0\nUseCName=1\n");  // neither counts here
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
+  const auto update = [&](const std::string &text, bool captions, char separator, unsigned int table = 10) {
+    return image.manager.LoadSomeData(1, table, image.root.write("update.txt", text).c_str(), captions, separator);
+  };
+  const auto refill = [&] {
     image.account.DeleteAllRecord();
     poke(add(image.account, 1, "ann", 5), kModified, 0);
     poke(add(image.account, 2, "bob", 6), kModified, 0);
     poke(add(image.account, 3, "cat", 7), kModified, 0);
-    const std::string path = image.root.write("update.txt", row.text);
-    EXPECT_EQ(image.manager.LoadSomeData(1, 10, path.c_str(), row.captions, row.separator), row.result);
-    EXPECT_EQ(shown(image.account), row.records);
-    EXPECT_EQ(shown(image.account, kModified), row.modified);
+  };
+  for (const auto &[name, text, records, marks] : rows) {
+    SCOPED_TRACE(name);
+    refill();
+    EXPECT_TRUE(update(text, false, ';'));
+    EXPECT_EQ(shown(image.account), records);
+    EXPECT_EQ(shown(image.account, kModified), marks);
     EXPECT_EQ(image.account.GetIDExclusive(), 4U);
   }
+  refill();
+  EXPECT_TRUE(update("Name;Level\nbob;61\n", true, ';'));  // names where captions count
+  EXPECT_FALSE(update("", false, ';'));
+  EXPECT_FALSE(update("#Name;Level\n", false, ';'));
+  EXPECT_FALSE(update("Name;Level\nbob;61\n", false, ';', 11));
   EXPECT_TRUE(image.manager.LoadSomeData(1, 10, image.root.path("missing").c_str(), false, ';'));
   EXPECT_TRUE(image.manager.LoadSomeData(1, 10, image.root.path("data").c_str(), false, ';'));
-  const std::string path = image.root.write("update.txt", "Name;Level\nbob;60\n");
-  EXPECT_FALSE(image.manager.LoadSomeData(1, 11, path.c_str(), false, ';'));
-  EXPECT_FALSE(image.manager.LoadSomeData(2, 10, path.c_str(), false, ';'));
-  EXPECT_EQ(shown(image.account), "1 ann 5;2 bob 60;3 cat 70;");  // as the last row left them
+  EXPECT_EQ(shown(image.account), before);
+  EXPECT_EQ(shown(image.account, kModified), "0;0;0;");
+  EXPECT_TRUE(update("CName;CLevel;Level\nbob;60;9\n", true, ';'));
+  EXPECT_TRUE(update("Name,Level\nann,50\n", false, ','));
+  EXPECT_EQ(shown(image.account), "1 ann 50;2 bob 60;3 cat 7;");
 }
 
 // Of two records with one text, only the first may change, and a table without the mark is updated all the same.
 TEST(PartialUpdate, FirstMatchAndTableWithoutMark) {
   AccountImage image("", {{11, "Plain", 3, {"ID UINT 4", "Kind STRING 4", "Text STRING 4", "After INT 4"}}});
-  ASSERT_TRUE(image.started);
-  CRtTable table;
-  ASSERT_EQ(image.manager.GetSystemTable(table, 11U), 1);
+  CRtTable table = image.table(11);
   for (int i = 0; i < 3; ++i) {
     char *record = table.GetAt(table.Insert(0U, 0, 0));
     poke(record, 4, i == 0 ? 'a' : 'b');

@@ -11,15 +11,7 @@ namespace {
 
 using quillanest::LineReader;
 
-struct Fetch {
-  std::string piece;
-  bool at_end;
-  bool operator==(const Fetch &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &out, const Fetch &fetch) {
-  return out << testing::PrintToString(fetch.piece) << (fetch.at_end ? " at the end" : "");
-}
+using Fetch = std::pair<std::string, bool>;  // a piece and whether the end is reached with it
 
 // What the C library delivers from a file whose CR LF a text-mode stream has turned into LF.
 std::vector<Fetch> fetched_by_stream(std::string text, std::size_t limit) {
@@ -39,15 +31,8 @@ std::vector<Fetch> fetched_by_reader(std::string text, std::size_t limit) {
   LineReader reader(text, limit);
   EXPECT_FALSE(reader.at_end());
   std::vector<Fetch> fetches;
-  std::string_view piece = "untouched";
-  std::string_view last = piece;
-  while (reader.next(piece)) {
-    fetches.push_back({std::string(piece), reader.at_end()});
-    last = piece;
-  }
+  for (std::string_view piece; reader.next(piece);) fetches.push_back({std::string(piece), reader.at_end()});
   EXPECT_TRUE(reader.at_end());
-  EXPECT_EQ(piece.data(), last.data());
-  EXPECT_FALSE(reader.next(piece));
   return fetches;
 }
 
@@ -57,7 +42,7 @@ void expect_same(const std::string &text, std::size_t limit) {
 }
 
 TEST(LineReader, DeliversWhatAStreamDelivers) {
-  // Texts end at a '|' each.
+  // Each text ends at a '|'.
   constexpr char kTexts[] =
       "|\n|\r\n|\r|a|ab\n|ab\r\n|ab\r|abc|abcd|abcd\n|abcd\r\n|abcd\r\r\n|abcdefgh|abcdefgh\n|abcdefgh\r\n|abc\r\ndef|"
       "abcd\r\n\r\nx|a\rb\n|\n\n\r\n\n|abc\r\n\r|\0|\0\n|a\0b\nc\n|a\0b\r\nc|\0\r\n\0|abcd\0\r\nx|abc\0\0\n|";
@@ -67,9 +52,6 @@ TEST(LineReader, DeliversWhatAStreamDelivers) {
       expect_same(std::string(texts.substr(0, texts.find('|'))), limit);
     }
   }
-}
-
-TEST(LineReader, DeliversWhatAStreamDeliversOfRandomTexts) {
   const auto seed = std::random_device{}();
   SCOPED_TRACE(seed);
   std::mt19937 random(seed);

@@ -11,7 +11,7 @@
 // database. What the mutex leaves behind in the memory file system goes with the object.
 class MutexName {
  public:
-  MutexName() : text_("qt" + std::to_string(getpid()) + "n" + std::to_string(++count())) { remove(); }
+  MutexName() { remove(); }
   ~MutexName() { remove(); }
   MutexName(const MutexName &) = delete;
   MutexName &operator=(const MutexName &) = delete;
@@ -20,16 +20,13 @@ class MutexName {
   [[nodiscard]] const char *c_str() const { return text_.c_str(); }
 
  private:
-  static int &count() {
-    static int names = 0;
-    return names;
-  }
   void remove() const {
     std::error_code error;
     std::filesystem::remove("/dev/shm/quillanest-" + std::to_string(geteuid()) + "/n" + text_, error);
   }
 
-  std::string text_;
+  static inline int count_ = 0;
+  std::string text_ = "qt" + std::to_string(getpid()) + "n" + std::to_string(++count_);
 };
 
 // The result of `function` on a thread of its own, which has ended by then.

@@ -129,7 +129,7 @@ bool CDbConnection::Close() {
   return true;
 }
 
-int CDbConnection::Execute(const char *statement, int targets) {
+std::optional<std::int64_t> CDbConnection::run(const char *statement, int targets) {
   std::int64_t changed = 0;
   for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
     if ((targets & open_mask_ & (1 << slot)) == 0) continue;
@@ -137,11 +137,16 @@ int CDbConnection::Execute(const char *statement, int targets) {
       changed = slots_[static_cast<std::size_t>(slot)].connection->execute(statement);
     } catch (const _com_error &) {
       // By design [FirstErrorStops]: the slots after a failing one do not run the statement.
-      return -1;
+      return std::nullopt;
     }
   }
+  return changed;
+}
+
+int CDbConnection::Execute(const char *statement, int targets) {
+  const std::optional<std::int64_t> changed = run(statement, targets);
   // By design [CountOfLastSlot]: only the last slot's count is reported, in 16 bits.
-  return static_cast<std::int16_t>(changed);
+  return changed ? static_cast<std::int16_t>(*changed) : -1;
 }
 
 CDbConnection::Slot *CDbConnection::current() {
@@ -214,12 +219,14 @@ bool CDbConnection::begin_transaction() {
 bool CDbConnection::commit_transaction() {
   bool result = true;
   for (const Slot &slot : slots_) {
+    if (slot.connection == nullptr) continue;
     try {
-      if (slot.connection != nullptr) slot.connection->commit();
+      // A slot behind one that failed has missed the statements since: its former rows are the whole ones.
+      if (result) slot.connection->commit();
     } catch (const _com_error &) {
-      slot.connection->rollback();
       result = false;
     }
+    if (!result) slot.connection->rollback();
   }
   return result;
 }

@@ -45,7 +45,7 @@ class CDbConnection {
   // Opens the slots that the configuration names, only the first that can be opened with `firstOnly`, and returns the
   // mask of open slots (bit 0 main, bit 1 backup). With a slot open already it returns at once.
   int Open(bool firstOnly);
-  // Closes every slot. False when a slot could not be closed in order.
+  // Closes every slot; always true.
   bool Close();
 
   // Runs a statement on every slot that is open and in `targets`. The number of rows that the last of them changed, as
@@ -74,8 +74,11 @@ class CDbConnection {
   [[nodiscard]] const RowSet *rows() const;
   [[nodiscard]] std::size_t row() const { return row_; }
 
+  // What Execute does, with the whole count of the last slot; nothing when a slot failed.
+  std::optional<std::int64_t> run(const char *statement, int targets);
+
   // A transaction on every open slot. begin is false when a slot refuses, and none is begun then. commit is false when
-  // a slot could not keep its changes; the slots after it go on.
+  // a slot could not keep its changes; that slot and those after it are rolled back.
   [[nodiscard]] bool begin_transaction();
   [[nodiscard]] bool commit_transaction();
   void rollback_transaction() noexcept;

@@ -82,7 +82,8 @@ bool CRtdbMedia::save_all_rows(const TableView &view, const std::string &store_t
                                ModifiedMarks &marks) {
   std::string statement = "DELETE FROM " + store_table;
   if (fields.project != nullptr) statement += " WHERE iProjectID = 0";
-  if (Execute(statement.c_str(), TARGET_BOTH) < 0) return false;
+  // The count of rows may be a negative number in 16 bits; only an error ends the save.
+  if (!run(statement.c_str(), TARGET_BOTH)) return false;
   const std::int32_t count = view.count();
   for (std::int32_t i = 0; i < count; ++i) insert_record(view, store_table, i, marks);
   return true;
@@ -99,7 +100,7 @@ bool CRtdbMedia::save_project_rows(const TableView &view, const std::string &sto
     const std::string statement = "DELETE FROM " + store_table +
                                   " WHERE ID = " + std::to_string(static_cast<std::int32_t>(key)) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (Execute(statement.c_str(), TARGET_BOTH) < 0) return false;
+    if (!run(statement.c_str(), TARGET_BOTH)) return false;
     insert_record(view, store_table, i, marks);
   }
   return true;

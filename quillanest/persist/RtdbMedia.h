@@ -21,6 +21,8 @@
 
 namespace quillanest {
 
+class ModifiedMarks;
+
 class CRtdbMedia : public CDbConnection {
  public:
   explicit CRtdbMedia(CRtdbManager *manager);
@@ -55,11 +57,11 @@ class CRtdbMedia : public CDbConnection {
  private:
   void open_for(CRtDataBase &database, bool first_only);
   bool save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                     class ModifiedMarks &marks);
+                     ModifiedMarks &marks);
   bool save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                         int project, class ModifiedMarks &marks);
+                         int project, ModifiedMarks &marks);
   void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
-                     class ModifiedMarks &marks);
+                     ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);
   static std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id);
   void append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value);

@@ -51,13 +51,20 @@ std::string_view value_of(std::string_view text, std::string_view key) {
   return {};
 }
 
-// Appends ";key=value" with what ODBC would misread between braces.
+bool contains_ignoring_case(std::string_view text, std::string_view part) {
+  for (std::size_t at = 0; at + part.size() <= text.size(); ++at) {
+    if (equal_ignoring_case(text.substr(at, part.size()), part)) return true;
+  }
+  return false;
+}
+
+// Appends ";key=value" with what ODBC or a driver would misread between braces (psqlodbc decodes '%' and '+').
 void append(std::string &text, std::string_view key, std::string_view value) {
   if (value.empty()) return;
   text += ';';
   text += key;
   text += '=';
-  if (value.find_first_of("{};=") == std::string_view::npos && trimmed(value) == value) {
+  if (value.find_first_of("{};=%+") == std::string_view::npos && trimmed(value) == value) {
     text += value;
     return;
   }
@@ -107,8 +114,13 @@ ServerAddress server_address(std::string_view data_source) {
 }
 
 EngineCall engine_call(std::string_view connection_string) {
-  if (!value_of(connection_string, "Driver").empty() || !value_of(connection_string, "DSN").empty()) {
-    return {EngineKind::kOdbc, std::string(connection_string)};
+  const std::string_view driver = value_of(connection_string, "Driver");
+  if (!driver.empty() || !value_of(connection_string, "DSN").empty()) {
+    std::string text(connection_string);
+    // Without it this driver undoes a whole transaction for one statement that does not parse (psqlodbc 13.02).
+    const bool is_psqlodbc = contains_ignoring_case(driver, "psqlodbc") || contains_ignoring_case(driver, "postgresql");
+    if (is_psqlodbc && value_of(text, "Protocol").empty()) text += ";Protocol=7.4-0";
+    return {EngineKind::kOdbc, std::move(text)};
   }
   const Provider *provider = provider_of(trimmed(value_of(connection_string, "Provider")));
   const std::string_view source = value_of(connection_string, "Data Source");

@@ -16,7 +16,8 @@ struct EngineCall {
 };
 
 // Translates a provider's connection string. kNone for an unknown provider and for an empty data source, which nothing
-// can be reached under. A string with "Driver=" or "DSN=" passes through to ODBC as it stands.
+// can be reached under. A string with "Driver=" or "DSN=" passes through to ODBC as it stands,
+// but for the protocol option that PostgreSQL's driver needs.
 [[nodiscard]] EngineCall engine_call(std::string_view connection_string);
 
 // The number of the server's port in "host:port" or "host,port" and the host before it; the port is empty when the

@@ -3,9 +3,12 @@
 // A transaction is kept whole by the file's own journal, rollback or write-ahead, as the file is set up: a program that
 // is killed leaves a file that the next open brings back to its former rows.
 #include <algorithm>
+#include <memory>
 #include <sqlite3.h>
+#include <string>
 #include <utility>
 
+#include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/dataaccess/ComError.h"
 #include "quillanest/platform/dataaccess/Engines.h"
 
@@ -27,8 +30,7 @@ std::string with_quoted_dates(std::string statement) {
   bool quoted = false;
   for (char &c : statement) {
     if (c == '\'') quoted = !quoted;
-    if (c == '#' && !quoted) c = '\'';
-    // The text between two '#' holds no quote, so the '#' that were replaced need not be counted as quotes.
+    if (c == '#' && !quoted) c = '\'';  // not counted as a quote: the text up to the next '#' holds none
   }
   return statement;
 }
@@ -50,7 +52,10 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
     case SQLITE_NULL:
       return {};
     default: {
-      const auto *text = static_cast<const char *>(sqlite3_column_blob(statement, column));
+      // Texts come in UTF-8 whatever the file holds; blobs as they are.
+      const bool is_text = sqlite3_column_type(statement, column) == SQLITE_TEXT;
+      const void *bytes = is_text ? sqlite3_column_text(statement, column) : sqlite3_column_blob(statement, column);
+      const auto *text = static_cast<const char *>(bytes);
       const std::string_view view(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
       SYSTEMTIME date{};
       if (is_date && parse_date(view, date)) return date;
@@ -62,6 +67,7 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
 class SqliteConnection : public Connection {
  public:
   explicit SqliteConnection(const std::string &path) {
+    if (!file_size(path)) raise(SQLITE_CANTOPEN);  // some names would open a store that is no file
     sqlite3 *database = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(database);
@@ -122,11 +128,14 @@ class SqliteConnection : public Connection {
 
   [[nodiscard]] Statement prepare(const std::string &text) const {
     sqlite3_stmt *statement = nullptr;
+    const char *rest = nullptr;
     const int result =
-        sqlite3_prepare_v2(database_.get(), text.data(), static_cast<int>(text.size()), &statement, nullptr);
+        sqlite3_prepare_v2(database_.get(), text.c_str(), static_cast<int>(text.size()), &statement, &rest);
     if (result != SQLITE_OK) raise(result);
     Statement prepared(statement);
     if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that nobody gives a value
+    // A text with a quote in it can end its statement early and begin another.
+    if (std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string_view::npos) raise(SQLITE_ERROR);
     return prepared;
   }
 

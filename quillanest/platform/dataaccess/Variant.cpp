@@ -27,25 +27,33 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+// Takes a plus sign off a number; what it leaves of one with two signs is no number.
+std::string_view without_plus(std::string_view text) {
+  if (!text.starts_with('+')) return text;
+  return text.starts_with("+-") ? std::string_view() : text.substr(1);
+}
+
 // The number that a text is as a whole; infinite when it is too large. The words for what is no number are none.
 std::optional<double> number_of(std::string_view text) {
-  text = trimmed(text);
-  if (text.starts_with('+')) text.remove_prefix(1);
-  const std::size_t first = text.find_first_not_of('-');
-  if (first == std::string_view::npos || (text[first] != '.' && (text[first] < '0' || text[first] > '9'))) return {};
+  text = without_plus(trimmed(text));
+  const std::size_t first = text.starts_with('-') ? 1 : 0;
+  if (first >= text.size() || (text[first] != '.' && (text[first] < '0' || text[first] > '9'))) return std::nullopt;
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (end != text.data() + text.size()) return std::nullopt;
   if (error == std::errc()) return value;
   if (error != std::errc::result_out_of_range) return std::nullopt;
-  const bool small = text[first] == '0' || text[first] == '.' || text.find("e-") != std::string_view::npos ||
-                     text.find("E-") != std::string_view::npos;
+  // Too small or too large: a wider type tells, and beyond it the sign of the exponent.
+  long double wide = 0;
+  if (std::from_chars(text.data(), text.data() + text.size(), wide).ec == std::errc()) {
+    return std::fabs(wide) < 1 ? 0 : std::numeric_limits<double>::infinity();
+  }
+  const bool small = text.find("e-") != std::string_view::npos || text.find("E-") != std::string_view::npos;
   return small ? 0 : std::numeric_limits<double>::infinity();
 }
 
 std::optional<std::int64_t> integer_of(std::string_view text) {
-  text = trimmed(text);
-  if (text.starts_with('+')) text.remove_prefix(1);
+  text = without_plus(trimmed(text));
   std::int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
@@ -202,7 +210,7 @@ float to_float(const Variant &value) {
 
 std::string to_text(const Variant &value) {
   return std::visit(Overloaded{[](std::monostate) { return std::string(); },
-                               [](bool truth) { return std::string(truth ? "True" : "False"); },
+                               [](bool truth) { return std::string(truth ? "-1" : "0"); },
                                [](std::int64_t number) { return std::to_string(number); },
                                [](double number) { return format_number(number); },
                                [](const SYSTEMTIME &date) { return format_date(date); },

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -28,8 +29,10 @@ namespace quillanest {
 namespace {
 
 constexpr SQLULEN kLoginSeconds = 2;
-constexpr std::chrono::milliseconds kPatience{2500};
+constexpr std::chrono::milliseconds kPatience{2100};
+constexpr SQLULEN kStatementSeconds = 30;
 constexpr int kMostAbandoned = 3;
+constexpr std::chrono::seconds kPause{60};
 constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
 constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
@@ -122,37 +125,53 @@ struct Attempt {
   bool abandoned = false;
 };
 
-// Abandoned attempts by source.
+// Attempts that hang, by source. A source is known by a digest, so that no password stays behind.
 class AbandonedAttempts {
  public:
+  using Source = std::size_t;
+
   static AbandonedAttempts &instance() {
     static AbandonedAttempts &table = *std::make_unique<AbandonedAttempts>().release();  // attempts may outlive main
     return table;
   }
-  [[nodiscard]] bool is_full(const std::string &source) {
+
+  // Whether another attempt may be made: while only a few hang, and otherwise once a minute. One that may is counted
+  // until end() is called for it.
+  [[nodiscard]] bool begin(Source source) {
     const std::lock_guard lock(mutex_);
-    return counts_[source] >= kMostAbandoned;
+    Attempts &attempts = attempts_[source];
+    const auto now = std::chrono::steady_clock::now();
+    if (attempts.running >= kMostAbandoned && now - attempts.last < kPause) return false;
+    ++attempts.running;
+    attempts.last = now;
+    return true;
   }
-  void add(const std::string &source, int change) {
+
+  void end(Source source) noexcept {
     const std::lock_guard lock(mutex_);
-    counts_[source] += change;
+    const auto found = attempts_.find(source);
+    if (found != attempts_.end() && --found->second.running == 0) attempts_.erase(found);
   }
 
  private:
+  struct Attempts {
+    int running = 0;
+    std::chrono::steady_clock::time_point last;
+  };
+
   std::mutex mutex_;
-  std::map<std::string, int> counts_;
+  std::map<Source, Attempts> attempts_;
 };
 
+// Runs on the attempt's own thread, which nobody may be waiting for any more.
 void run_attempt(const std::shared_ptr<Attempt> &attempt, const std::string &text) {
   Link link = connect(text);
-  bool abandoned = false;
+  AbandonedAttempts::instance().end(std::hash<std::string>{}(text));
   {
     const std::lock_guard lock(attempt->mutex);
-    abandoned = attempt->abandoned;
-    if (!abandoned) attempt->link.emplace(std::move(link));
+    if (!attempt->abandoned) attempt->link.emplace(std::move(link));
   }
   attempt->done.notify_one();
-  if (abandoned) AbandonedAttempts::instance().add(text, -1);
 }
 
 // psqlodbc 13.02 would otherwise take the encoding of texts from the process locale.
@@ -163,16 +182,21 @@ void settle_text_encoding() {
 
 // Connects within the time; nothing when the server is silent for longer.
 std::optional<Link> connect_in_time(const std::string &text) {
-  if (AbandonedAttempts::instance().is_full(text)) return std::nullopt;
-  settle_text_encoding();
+  const AbandonedAttempts::Source source = std::hash<std::string>{}(text);
   const auto attempt = std::make_shared<Attempt>();
-  std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
+  if (!AbandonedAttempts::instance().begin(source)) return std::nullopt;
+  settle_text_encoding();
+  try {
+    std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
+  } catch (...) {
+    AbandonedAttempts::instance().end(source);
+    throw;
+  }
   std::unique_lock lock(attempt->mutex);
   if (attempt->done.wait_for(lock, kPatience, [&] { return attempt->link.has_value(); })) {
     return std::move(attempt->link);
   }
   attempt->abandoned = true;
-  AbandonedAttempts::instance().add(text, 1);
   return std::nullopt;
 }
 
@@ -290,20 +314,19 @@ class RowReader {
 
 class OdbcConnection : public Connection {
  public:
-  explicit OdbcConnection(Link link) : link_(std::move(link)), needs_savepoints_(is_postgresql()) {}
+  explicit OdbcConnection(Link link) : link_(std::move(link)), server_(server_name()) {}
   ~OdbcConnection() override { rollback(); }
   OdbcConnection(const OdbcConnection &) = delete;
   OdbcConnection &operator=(const OdbcConnection &) = delete;
 
   std::int64_t execute(const std::string &text) override {
-    if (!in_transaction_ || !needs_savepoints_) return run(text);
+    if (!in_transaction_) return run(text);
     if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
     try {
-      run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
-      has_savepoint_ = true;
+      if (needs_savepoints()) set_savepoint();
       return run(text);
     } catch (const _com_error &) {
-      undo_statement();
+      lost_ = !undo_statement();
       throw;
     }
   }
@@ -364,29 +387,47 @@ class OdbcConnection : public Connection {
     return std::max<SQLLEN>(count, 0);
   }
 
-  // Back to before the statement. Without that way back the server has ended the transaction, and what followed would
-  // be kept without what came before it.
-  void undo_statement() {
-    try {
-      run("ROLLBACK TO SAVEPOINT quillanest");
-    } catch (const _com_error &) {
-      lost_ = true;
-    }
-  }
-
   // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in one
   // message with the statement, fails when the statement does not parse: psqlodbc 13.02 then undoes the whole
   // transaction and goes on in a new one.
-  [[nodiscard]] bool is_postgresql() const {
-    std::array<char, 32> name{};
+  [[nodiscard]] bool needs_savepoints() const { return server_ == "PostgreSQL"; }
+
+  void set_savepoint() {
+    run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
+    has_savepoint_ = true;
+  }
+
+  // Back to before the statement that failed. False when the server has undone the transaction instead: what followed
+  // would be kept without what came before it.
+  bool undo_statement() noexcept {
+    try {
+      if (needs_savepoints()) {
+        run("ROLLBACK TO SAVEPOINT quillanest");
+        return true;
+      }
+      // Other servers undo the statement by themselves, but some errors end the transaction too.
+      if (server_.find("SQL Server") == std::string::npos && server_.find("Adaptive Server") == std::string::npos) {
+        return true;
+      }
+      const RowSet open = query("SELECT @@TRANCOUNT");
+      return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
+    } catch (const std::exception &) {
+      return false;
+    }
+  }
+
+  [[nodiscard]] std::string server_name() const {
+    std::array<char, 128> name{};
     SQLSMALLINT length = 0;
     const SQLRETURN result = SQLGetInfo(link_.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
-    return succeeded(result) && std::string_view(name.data()) == "PostgreSQL";
+    return succeeded(result) ? name.data() : std::string();
   }
 
   [[nodiscard]] Handle<SQL_HANDLE_STMT> make_statement() const {
     Handle<SQL_HANDLE_STMT> statement(link_.connection.get());
     if (!statement) raise(SQL_HANDLE_DBC, link_.connection.get());
+    // A statement that waits for a lock, or for a server that is gone, fails in the end.
+    SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT, attribute(kStatementSeconds), 0);
     return statement;
   }
 
@@ -418,7 +459,7 @@ class OdbcConnection : public Connection {
   }
 
   Link link_;
-  bool needs_savepoints_;
+  std::string server_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
   bool lost_ = false;  // the transaction is not what begin() began any more

@@ -1,0 +1,372 @@
+// Opening, asking and closing connections.
+#include <arpa/inet.h>
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "quillanest/persist/DbConnection.h"
+#include "tests/store/StoreFixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using quillanest::CDbConnection;
+
+// A socket that takes connections and never says a word.
+class SilentServer {
+ public:
+  SilentServer() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    if (bind(socket_, any, size) != 0 || listen(socket_, 16) != 0 || getsockname(socket_, any, &size) != 0) {
+      throw std::runtime_error("no silent server");
+    }
+    port_ = ntohs(address.sin_port);
+  }
+  ~SilentServer() {
+    while (connections() > 0) {
+    }
+    for (const int taken : taken_) close(taken);
+    close(socket_);
+  }
+  SilentServer(const SilentServer &) = delete;
+  SilentServer &operator=(const SilentServer &) = delete;
+
+  [[nodiscard]] int port() const { return port_; }
+  // How many connections have come since the last call.
+  int connections() {
+    int count = 0;
+    for (int taken = accept(socket_, nullptr, nullptr); taken >= 0; taken = accept(socket_, nullptr, nullptr)) {
+      taken_.push_back(taken);
+      ++count;
+    }
+    return count;
+  }
+  // The first byte that the last connection has sent; -1 when none came.
+  [[nodiscard]] int first_byte() const {
+    unsigned char byte = 0;
+    return recv(taken_.back(), &byte, 1, MSG_DONTWAIT) == 1 ? byte : -1;
+  }
+
+ private:
+  int socket_;
+  int port_ = 0;
+  std::vector<int> taken_;
+};
+
+int closed_port() { return SilentServer().port(); }
+
+// A connection with a configuration of its own.
+struct Fixture {
+  explicit Fixture(const std::string &lines = {}) {
+    connection.SetIniFile(root.path("conf/fix_Rtdb.ini").c_str());
+    connection.SetSection("RtdbMedia");
+    configure(lines);
+  }
+  void configure(const std::string &lines) const { root.configure("[RtdbMedia]\n" + lines); }
+  // Seconds that an Open takes; what it returns is in `mask`.
+  double open(bool first_only) {
+    const auto start = std::chrono::steady_clock::now();
+    mask = connection.Open(first_only);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
+  [[nodiscard]] std::string file(const std::string &slot, const std::string &below) const {
+    return slot + "Type=1\n" + slot + "Name=" + root.path(below) + '\n';
+  }
+
+  TestRoot root;
+  CDbConnection connection;
+  int mask = -1;
+};
+
+std::string server(const std::string &slot, int type, const std::string &source,
+                   const std::string &password = PostgresServer::kPassword) {
+  return slot + "Type=" + std::to_string(type) + '\n' + slot + "Name=" + source + '\n' + slot +
+         "User=" + PostgresServer::kUser + '\n' + slot + "Passwd=" + password + '\n' + slot + "InitDB=postgres\n";
+}
+
+std::string local(int port, char between = ':') { return std::string("127.0.0.1") + between + std::to_string(port); }
+
+constexpr const char *kNoBackup = "BackDBType=-1\n";
+constexpr double kAtOnce = 1.9;  // seconds; a time-out would be 2
+
+TEST(Connection, OpensWhatCanBeOpened) {
+  Fixture fixture;
+  const FileStore store(fixture.root);
+  fixture.root.write("data/text.db",
+                     "This is no database, although it is long enough for the head of one: " + std::string(4000, '-'));
+  const std::string main = fixture.file("MainDB", "data/store.db");
+  const std::string back = fixture.file("BackDB", "data/store.db");
+  const std::string port = std::to_string(postgres().port());
+  struct Row {
+    const char *what;
+    std::string lines;
+    bool first_only;
+    int mask;
+    int slot;
+    int type;
+  };
+  const Row rows[] = {
+      {"both", main + back, false, 3, 0, 1},
+      {"only the first", main + back, true, 1, 0, 1},
+      {"no main", "MainDBType=4\n" + back, false, 2, 1, 1},
+      {"no main, the first that opens", "MainDBType=4\n" + back, true, 2, 1, 1},
+      {"a backup of no type", main + "BackDBType=5\nBackDBName=x\n", false, 1, 0, 1},
+      {"types that are none", "MainDBType=6\nBackDBType=8\n", false, 0, -1, -1},
+      {"a missing file", fixture.file("MainDB", "data/missing.db") + kNoBackup, false, 0, -1, -1},
+      {"a folder", fixture.file("MainDB", "data") + kNoBackup, false, 0, -1, -1},
+      {"a file that is no database", fixture.file("MainDB", "data/text.db") + kNoBackup, false, 0, -1, -1},
+      {"an empty name", "MainDBType=1\nMainDBName=\n" + back, true, 2, 1, 1},
+      {"host:port", server("MainDB", 7, "127.0.0.1:" + port) + kNoBackup, false, 1, 0, 7},
+      {"host,port", server("MainDB", 7, "localhost," + port) + kNoBackup, false, 1, 0, 7},
+      {"a wrong password", server("MainDB", 7, local(postgres().port()), "wrong") + back, true, 2, 1, 1},
+      {"a closed port", server("MainDB", 7, local(closed_port())) + back, true, 2, 1, 1},
+      {"a closed port of type 0", server("MainDB", 0, local(closed_port(), ',')) + back, true, 2, 1, 1},
+      {"a closed port of type 3", server("MainDB", 3, local(closed_port())) + back, true, 2, 1, 1},
+      {"a driver that is not there", server("MainDB", 2, local(closed_port())) + back, true, 2, 1, 1},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.what);
+    fixture.configure(row.lines);
+    EXPECT_LT(fixture.open(row.first_only), kAtOnce);
+    EXPECT_EQ(fixture.mask, row.mask);
+    EXPECT_EQ(fixture.connection.GetCurrentSlot(), row.slot);
+    EXPECT_EQ(fixture.connection.GetCurrentType(), row.type);
+    EXPECT_EQ(fixture.connection.OpenRecordset("SELECT 1"), row.mask != 0);
+    EXPECT_TRUE(fixture.connection.Close());
+    EXPECT_EQ(fixture.connection.GetCurrentSlot(), -1);
+  }
+  EXPECT_FALSE(fixture.root.exists("data/missing.db"));
+}
+
+TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
+  Fixture fixture;
+  const FileStore store(fixture.root);
+  fixture.configure(fixture.file("MainDB", "data/store.db") + fixture.file("BackDB", "data/store.db"));
+  ASSERT_EQ(fixture.connection.Open(true), 1);
+  fixture.configure("MainDBType=8\nBackDBType=8\n");
+  EXPECT_EQ(fixture.connection.Open(false), 1) << "open already";
+  EXPECT_EQ(fixture.connection.GetCurrentType(), 1);
+  EXPECT_TRUE(fixture.connection.Close());
+  EXPECT_EQ(fixture.connection.Open(false), 0);
+  fixture.configure(fixture.file("MainDB", "data/missing.db") + fixture.file("BackDB", "data/store.db"));
+  EXPECT_EQ(fixture.connection.Open(false), 2) << "nothing was open, so the settings are read again";
+}
+
+// A whole connection string from a file beside the configuration.
+TEST(Connection, TakesConnectionStringsFromAFile) {
+  Fixture fixture;
+  FileStore store(fixture.root);
+  (void)store.run("CREATE TABLE t(a); INSERT INTO t VALUES('file')");
+  (void)postgres().run("DROP TABLE IF EXISTS t; CREATE TABLE t(a text); INSERT INTO t VALUES('server')");
+  const std::string provider = "Provider=Microsoft.Jet.OLEDB.4.0;";
+  const std::string source = ";Data Source=" + store.path();
+  const auto padded = [&](std::size_t size) {
+    return provider + std::string(size - provider.size() - source.size(), 'x') + source;
+  };
+  fixture.root.write("conf/db.ini",
+                     "[Group]\nDriver=Driver=psqlodbcw.so;Server=127.0.0.1;Port=" + std::to_string(postgres().port()) +
+                         ";Database=postgres;UID=keeper;PWD={" + "pa{ss w}}ord}\nProvider=" + provider + source +
+                         "\nLong=" + padded(199) + "\nTooLong=" + padded(200) + "\nWords=no string at all\n");
+  struct Row {
+    const char *file;
+    const char *group;
+    const char *key;
+    const char *expected;  // null: not opened
+  };
+  const Row rows[] = {{"db.ini", "Group", "Driver", "server"}, {"db.ini", "GROUP", "provider", "file"},
+                      {"db.ini", "Group", "Long", "file"},     {"db.ini", "Group", "TooLong", nullptr},
+                      {"db.ini", "Group", "Words", nullptr},   {"db.ini", "Group", "Missing", nullptr},
+                      {"db.ini", "Other", "Driver", nullptr},  {"no.ini", "Group", "Driver", nullptr}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(std::string(row.file) + ' ' + row.group + ' ' + row.key);
+    fixture.configure(std::string("MainDBType=100\nMainDBName=") + row.file + "\nMainDBConnStrIniGroup=" + row.group +
+                      "\nMainDBConnStrIniKey=" + row.key + '\n' + kNoBackup);
+    ASSERT_EQ(fixture.connection.Open(false), row.expected == nullptr ? 0 : 1);
+    if (row.expected == nullptr) continue;
+    EXPECT_EQ(fixture.connection.GetCurrentType(), 100);
+    ASSERT_TRUE(fixture.connection.OpenRecordset("SELECT a FROM t"));
+    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("a")), row.expected);
+    (void)fixture.connection.Close();
+  }
+}
+
+// Settings are cut to their widths, and a connection string that does not fit is refused.
+TEST(Connection, CutsSettingsToTheirWidths) {
+  Fixture fixture;
+  const FileStore store(fixture.root);
+  const std::string folder = fixture.root.path("data/");
+  const std::string name = folder + std::string(63 - folder.size(), 'n');
+  fs::copy_file(store.path(), name);
+  fixture.configure("MainDBType=1\nMainDBName=" + name + "x\n" + kNoBackup);
+  EXPECT_EQ(fixture.connection.Open(false), 1) << "the 64th character is cut";
+  (void)fixture.connection.Close();
+  // 61 characters of the provider, 31 between the values, 63 of the name: 44 are left.
+  for (const std::size_t user : {21U, 22U}) {
+    fixture.configure("MainDBType=1\nMainDBName=" + name + "\nMainDBUser=" + std::string(user, 'u') +
+                      "\nMainDBPasswd=" + std::string(40, 'p') + '\n' + kNoBackup);
+    EXPECT_EQ(fixture.connection.Open(false), user == 21 ? 1 : 0) << user;
+    (void)fixture.connection.Close();
+  }
+}
+
+TEST(Connection, ReadsRows) {
+  for (const bool file : {true, false}) {
+    SCOPED_TRACE(file ? "file" : "server");
+    Fixture fixture;
+    FileStore store(fixture.root);
+    fixture.configure((file ? fixture.file("MainDB", "data/store.db") : server("MainDB", 7, local(postgres().port()))) +
+                      kNoBackup);
+    CDbConnection &reader = fixture.connection;
+    EXPECT_FALSE(reader.OpenRecordset("SELECT 1"));
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("a")));
+    ASSERT_EQ(reader.Open(true), 1);
+    ASSERT_TRUE(reader.OpenRecordset("SELECT 7 AS Alpha, 'x' AS beta UNION SELECT 8, 'y' ORDER BY 1"));
+    EXPECT_EQ(reader.GetRecordCount(), 2);
+    EXPECT_EQ(quillanest::to_int32(reader.GetFieldValue("ALPHA")), 7U);
+    reader.MoveNext();
+    EXPECT_EQ(quillanest::to_text(reader.GetFieldValue("Beta")), "y");
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("gamma"))) << "an unknown column";
+    EXPECT_FALSE(reader.IsEOF());
+    for (int i = 0; i < 3; ++i) reader.MoveNext();
+    EXPECT_TRUE(reader.IsEOF());
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("Alpha"))) << "behind the last row";
+    reader.MoveFirst();
+    EXPECT_EQ(quillanest::to_int32(reader.GetFieldValue("Alpha")), 7U);
+    ASSERT_TRUE(reader.OpenRecordset("SELECT 1 AS a WHERE 1 = 0"));
+    EXPECT_EQ(reader.GetRecordCount(), 0);
+    EXPECT_TRUE(reader.IsEOF());
+    EXPECT_TRUE(reader.Close());
+    EXPECT_TRUE(reader.IsEOF());
+    EXPECT_EQ(reader.GetRecordCount(), 0);
+  }
+}
+
+// --- Servers that do not answer
+// -----------------------------------------------------------------------------------------
+
+std::ptrdiff_t threads() { return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()); }
+
+TEST(Connection, SilentServersAreGivenUp) {
+  for (const int type : {0, 3, 7}) {
+    SCOPED_TRACE(type);
+    SilentServer silent;
+    Fixture fixture(server("MainDB", type, local(silent.port())) + kNoBackup);
+    EXPECT_LT(fixture.open(false), 4);
+    EXPECT_EQ(fixture.mask, 0);
+    EXPECT_EQ(silent.connections(), 1);
+  }
+}
+
+TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
+  const std::ptrdiff_t before = threads();
+  SilentServer silent;
+  Fixture fixture(server("MainDB", 3, local(silent.port())) + kNoBackup);
+  for (int i = 0; i < 10; ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_LT(fixture.open(false), i < 3 ? 4 : kAtOnce);
+    EXPECT_EQ(fixture.mask, 0);
+  }
+  EXPECT_EQ(silent.connections(), 3);
+  EXPECT_LE(threads(), before + 3);
+  // Other servers are tried as before.
+  SilentServer other;
+  fixture.configure(server("MainDB", 3, local(other.port())) + kNoBackup);
+  EXPECT_LT(fixture.open(false), 4);
+  EXPECT_EQ(other.connections(), 1);
+}
+
+// --- Deliberate behaviours
+// ----------------------------------------------------------------------------------------------
+
+TEST(ByDesign, BackupByDefault) {
+  Fixture fixture;
+  EXPECT_LT(fixture.open(false), kAtOnce);
+  EXPECT_EQ(fixture.mask, 0);
+  const FileStore store(fixture.root);
+  SilentServer silent;
+  fixture.configure(fixture.file("MainDB", "data/store.db"));
+  EXPECT_LT(fixture.open(false), kAtOnce) << "an empty data source fails at once";
+  EXPECT_EQ(fixture.mask, 1);
+  (void)fixture.connection.Close();
+  // With a name the backup is tried, in the words of its type.
+  fixture.configure(fixture.file("MainDB", "data/store.db") + "BackDBName=" + local(silent.port()) + '\n');
+  (void)fixture.open(false);
+  EXPECT_EQ(fixture.mask, 1);
+  ASSERT_EQ(silent.connections(), 1);
+  EXPECT_EQ(silent.first_byte(), 0x12);
+}
+
+// Main and backup in two files.
+struct MirrorFixture : Fixture {
+  MirrorFixture() : main(root) {
+    back_path = root.path("data/back.db");
+    fs::copy_file(main.path(), back_path);
+    configure(file("MainDB", "data/store.db") + file("BackDB", "data/back.db"));
+    mask = connection.Open(false);
+  }
+  // Runs statements on the backup alone.
+  std::string run_on_backup(const std::string &statements) {
+    return main.run("ATTACH '" + back_path + "' AS back; " + statements);
+  }
+  FileStore main;
+  std::string back_path;
+};
+
+TEST(ByDesign, FirstErrorStops) {
+  MirrorFixture fixture;
+  ASSERT_EQ(fixture.mask, 3);
+  (void)fixture.run_on_backup("CREATE TABLE back.b(x); CREATE TABLE main.m(x);");
+  EXPECT_EQ(fixture.connection.Execute("INSERT INTO b VALUES(1)", 3), -1);
+  EXPECT_EQ(fixture.run_on_backup("SELECT count(*) FROM back.b"), "0\n") << "the backup ran what the main one refused";
+  EXPECT_EQ(fixture.connection.Execute("INSERT INTO m VALUES(1)", 3), -1);
+  EXPECT_EQ(fixture.main.run("SELECT count(*) FROM m"), "1\n") << "what the main one ran stays";
+  EXPECT_EQ(fixture.connection.Execute("INSERT INTO b VALUES(1)", 2), 1);
+  EXPECT_EQ(fixture.connection.Execute("INSERT INTO m VALUES(1)", 1), 1);
+  EXPECT_EQ(fixture.connection.Execute("INSERT INTO m VALUES(1)", 0), 0);
+}
+
+TEST(ByDesign, CountOfLastSlot) {
+  struct Row {
+    int rows;
+    int count;
+  };
+  MirrorFixture fixture;
+  ASSERT_EQ(fixture.mask, 3);
+  (void)fixture.run_on_backup("CREATE TABLE main.t(x); CREATE TABLE back.t(x)");
+  const auto fill = [](const std::string &table, int rows) {
+    return "INSERT INTO " + table + " WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+           std::to_string(rows) + ") SELECT i FROM n;";
+  };
+  for (const Row &row : {Row{32767, 32767}, Row{32768, -32768}, Row{65535, -1}, Row{65536, 0}, Row{70000, 4464}}) {
+    SCOPED_TRACE(row.rows);
+    (void)fixture.run_on_backup(fill("main.t", 5) + fill("back.t", row.rows));
+    EXPECT_EQ(fixture.connection.Execute("DELETE FROM t", 3), row.count);
+    EXPECT_EQ(fixture.connection.Execute("DELETE FROM t", 3), 0);
+  }
+  (void)fixture.run_on_backup(fill("main.t", 5));
+  EXPECT_EQ(fixture.connection.Execute("DELETE FROM t", 3), 0) << "the backup had no rows";
+}
+
+TEST(ByDesign, EofUnknownIsFalse) {
+  Fixture fixture;
+  const FileStore store(fixture.root);
+  fixture.configure(fixture.file("MainDB", "data/store.db") + kNoBackup);
+  EXPECT_TRUE(fixture.connection.IsEOF()) << "no slot";
+  ASSERT_EQ(fixture.connection.Open(false), 1);
+  EXPECT_FALSE(fixture.connection.IsEOF()) << "no query yet";
+  ASSERT_TRUE(fixture.connection.OpenRecordset("SELECT 1 WHERE 1 = 0"));
+  EXPECT_TRUE(fixture.connection.IsEOF());
+  EXPECT_FALSE(fixture.connection.OpenRecordset("SELECT nonsense"));
+  EXPECT_FALSE(fixture.connection.IsEOF()) << "the query failed";
+  EXPECT_EQ(fixture.connection.GetRecordCount(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,607 @@
+// One suite of scenarios for both engines, alone and as main and backup of each other.
+#include <array>
+#include <chrono>
+#include <gtest/gtest.h>
+
+#include "quillanest/persist/RtdbMedia.h"
+#include "tests/store/StoreFixture.h"
+
+namespace {
+
+struct Backend {
+  const char *name;
+  const char *slots;
+};
+void PrintTo(const Backend &backend, std::ostream *out) { *out << backend.name; }
+
+class StoreScenario : public testing::TestWithParam<Backend> {};
+
+INSTANTIATE_TEST_SUITE_P(Backends, StoreScenario,
+                         testing::Values(Backend{"File", "F"}, Backend{"Server", "S"},
+                                         Backend{"FileWithServerBackup", "FS"}, Backend{"ServerWithFileBackup", "SF"}),
+                         [](const auto &test) { return std::string(test.param.name); });
+
+// --- Values ----------------------------------------------------------------------------------------------------------
+
+const TableSpec kKinds{21,
+                       "Kinds",
+                       4,
+                       {"ID UINT 4", "aChar CHAR 1", "aUchar UCHAR 1", "aShort SHORT 2", "aUshort USHORT 2",
+                        "anInt INT 4", "aUint UINT 4", "aLong LONG 4", "aUlong ULONG 4", "aFloat FLOAT 4",
+                        "aDouble DOUBLE 8", "aText STRING 24", "aTime TIME 16", "aPass PASSWD 16"}};
+constexpr const char *kKindsColumns =
+    "(ID bigint, aChar integer, aUchar integer, aShort integer, aUshort integer, anInt integer, aUint bigint, aLong "
+    "integer, aUlong bigint, aFloat real, aDouble double precision, aText varchar(100), aTime timestamp, aPass "
+    "varchar(100));";
+
+#pragma pack(push, 1)
+struct Kinds {
+  std::uint32_t id;
+  char a_char;
+  unsigned char a_uchar;
+  std::int16_t a_short;
+  std::uint16_t a_ushort;
+  std::int32_t an_int;
+  std::uint32_t a_uint;
+  std::int32_t a_long;
+  std::uint32_t a_ulong;
+  float a_float;
+  double a_double;
+  char a_text[24];
+  SYSTEMTIME a_time;
+  char a_pass[16];
+};
+#pragma pack(pop)
+
+struct KindsImage : StoreImage {
+  explicit KindsImage(std::string_view slots) : StoreImage(slots, {kKinds}) {
+    run("CREATE TABLE plant_Kinds" + std::string(kKindsColumns));
+    EXPECT_EQ(plant.GetDBTableFromID(kinds, 21), 1);
+  }
+  [[nodiscard]] Kinds record(int position) const {
+    Kinds record{};
+    std::memcpy(&record, kinds.GetAt(position), sizeof record);
+    return record;
+  }
+  CRtTable kinds;
+};
+
+// Each type at the ends of its range, bit for bit.
+TEST_P(StoreScenario, EveryTypeComesBack) {
+  KindsImage image(GetParam().slots);
+  ASSERT_TRUE(image.started);
+  const SYSTEMTIME time{2008, 5, 6, 3, 14, 7, 9, 0};  // a Saturday
+  const std::array<Kinds, 3> saved{{
+      {1, '0', '9', -32768, 65535, INT32_MIN, 4294967295U, INT32_MIN, 2147483648U, -3.4028234663852886e38F, -1e300,
+       "Gr\xC3\xB6\xC3\x9F"
+       "e \xE2\x82\xAC\xF0\x9F\x98\x80",
+       time, "p\xC3\xA4ss;word"},
+      {2,
+       '1',
+       '2',
+       32767,
+       1,
+       INT32_MAX,
+       2147483648U,
+       INT32_MAX,
+       1,
+       0.1F,
+       1234567.890625,
+       "100% {x} ?\\ #;--\"$1",
+       {1601, 1, 1, 1, 0, 0, 0, 0},
+       ""},
+      {2147483647, '5', '6', 0, 0, 0, 0, 0, 0, 16777216.0F, -0.000001, "x", {9999, 12, 5, 31, 23, 59, 59, 0}, "'"},
+  }};
+  for (Kinds record : saved) ASSERT_GE(image.kinds.Insert(reinterpret_cast<char *>(&record), 0), 0);
+
+  EXPECT_TRUE(image.kinds.SaveData(0));
+  // Times go to both slots in the words of the current one, and only a file understands "#...#".
+  const std::string numbers = "SELECT aChar, aUchar, aShort, aUshort, anInt, aUint, aLong, aUlong FROM plant_Kinds";
+  const std::string expected =
+      "0|9|-32768|65535|-2147483648|4294967295|-2147483648|2147483648\n"
+      "1|2|32767|1|2147483647|2147483648|2147483647|1\n"
+      "5|6|0|0|0|0|0|0\n";
+  const bool foreign_times = std::string_view(GetParam().slots) == "FS";
+  EXPECT_EQ(image.rows(numbers + " ORDER BY ID"), foreign_times ? "main: " + expected + "backup: " : expected);
+  EXPECT_EQ(image.stores[0]->run("SELECT count(*) FROM plant_Kinds WHERE aPass LIKE '%word%' OR length(aPass) < 8"),
+            "0\n");
+
+  image.kinds.DeleteAllRecord();
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  ASSERT_EQ(image.kinds.GetRecordCount(), 3);
+  for (int i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
+    const Kinds loaded = image.record(i);
+    Kinds as_number = saved[static_cast<std::size_t>(i)];
+    as_number.a_char = static_cast<char>(as_number.a_char - '0');
+    as_number.a_uchar = static_cast<unsigned char>(as_number.a_uchar - '0');
+    EXPECT_EQ(std::memcmp(&loaded, &as_number, offsetof(Kinds, a_text)), 0)
+        << +loaded.a_float << ' ' << +loaded.a_double;
+    EXPECT_STREQ(loaded.a_text, as_number.a_text);
+    EXPECT_EQ(std::memcmp(&loaded.a_time, &as_number.a_time, sizeof(SYSTEMTIME)), 0) << +loaded.a_time.wYear;
+    EXPECT_STREQ(loaded.a_pass, as_number.a_pass);
+  }
+  EXPECT_EQ(image.kinds.GetIDExclusive(), 2147483648U);
+}
+
+TEST_P(StoreScenario, NullsAndForeignValuesByType) {
+  KindsImage image(GetParam().slots);
+  Kinds full;
+  std::memset(&full, 0x55, sizeof full);
+  full.id = 7;
+  ASSERT_EQ(image.kinds.Insert(reinterpret_cast<char *>(&full), 0), 0);
+  image.run("INSERT INTO plant_Kinds(ID, aFloat, aDouble) VALUES(7, 1, 2);");
+  image.run(
+      "INSERT INTO plant_Kinds VALUES(8, 256 + 65, 255, 65535, 65536, -1, 4294967296, 2147483647, -1, 0.5, 1.5, "
+      "'A text that is longer than its field', '2008-02-29 00:00:00', 'typed in clear, too long');");
+
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  ASSERT_EQ(image.kinds.GetRecordCount(), 2);
+  const Kinds nulls = image.record(0);
+  Kinds expected{};
+  expected.id = 7;
+  expected.a_float = 1;
+  expected.a_double = 2;
+  EXPECT_EQ(std::memcmp(&nulls, &expected, offsetof(Kinds, a_text)), 0);
+  EXPECT_STREQ(nulls.a_text, "");
+  EXPECT_EQ(std::memcmp(&nulls.a_time, &expected.a_time, sizeof(SYSTEMTIME)), 0);
+  EXPECT_STREQ(nulls.a_pass, "");
+
+  const Kinds cut = image.record(1);
+  EXPECT_EQ(+cut.a_char, 'A');
+  EXPECT_EQ(+cut.a_uchar, 255);
+  EXPECT_EQ(+cut.a_short, -1);
+  EXPECT_EQ(+cut.a_ushort, 0);
+  EXPECT_EQ(+cut.an_int, -1);
+  EXPECT_EQ(+cut.a_uint, 0U);
+  EXPECT_EQ(+cut.a_ulong, 4294967295U);
+  EXPECT_STREQ(cut.a_text, "A text that is longer t");
+  EXPECT_STREQ(cut.a_pass, "typed in clear,");
+  EXPECT_EQ(+cut.a_time.wDay, 29);
+}
+
+// A column value that is none of its field's type reaches the client, and what was loaded before it stays.
+TEST_P(StoreScenario, ValuesThatDoNotConvertReachTheClient) {
+  struct Row {
+    const char *value;
+    const char *column;
+    const char *type;
+    std::int32_t code;
+  };
+  const Row rows[] = {{"NULL", "aDouble", "double precision", quillanest::kTypeMismatch},
+                      {"NULL", "aFloat", "real", quillanest::kTypeMismatch},
+                      {"'abc'", "aDouble", "varchar(9)", quillanest::kTypeMismatch},
+                      {"''", "aFloat", "varchar(9)", quillanest::kTypeMismatch},
+                      {"1e39", "aFloat", "double precision", quillanest::kOverflow}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(std::string(row.column) + ' ' + row.value);
+    KindsImage image(GetParam().slots);
+    std::string columns = kKindsColumns;
+    const std::size_t at = columns.find(row.column) + std::strlen(row.column) + 1;
+    columns.replace(at, columns.find(',', at) - at, row.type);
+    image.run("DROP TABLE plant_Kinds; CREATE TABLE plant_Kinds" + columns);
+    image.run(
+        "INSERT INTO plant_Kinds(ID, aFloat, aDouble, anInt) VALUES(3, 1, 2, 33); INSERT INTO "
+        "plant_Kinds(ID, aFloat, aDouble) VALUES(4, 1, 2);");
+    image.run("UPDATE plant_Kinds SET " + std::string(row.column) + " = " + row.value + " WHERE ID = 4;");
+    Kinds old{};
+    old.id = 1;
+    ASSERT_EQ(image.kinds.Insert(reinterpret_cast<char *>(&old), 0), 0);
+
+    std::int32_t code = 0;
+    try {
+      (void)image.manager->LoadAllCustomizedDB(0);
+    } catch (const _com_error &error) {
+      code = error.Error();
+    }
+    EXPECT_EQ(code, row.code);
+    EXPECT_EQ(image.kinds.GetRecordCount(), 1) << "the count is that of before";
+    EXPECT_EQ(+image.record(0).an_int, 33);
+
+    image.run("DELETE FROM plant_Kinds WHERE ID = 4;");
+    EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+    EXPECT_EQ(image.kinds.GetRecordCount(), 1);
+  }
+}
+
+TEST_P(StoreScenario, ErrorsOfTheStartReachTheClient) {
+  StoreImage image(GetParam().slots);
+  image.run(
+      "CREATE TABLE system_Account(ID bigint, Name varchar(9), Level integer, Value double precision, Since "
+      "timestamp, bModified integer, iProjectID integer, iEditStatus integer); INSERT INTO "
+      "system_Account(ID, iProjectID) VALUES(1, 0);");
+  image.item = CRtTable();
+  image.plant = CRtDataBase();
+  image.manager.reset();
+  {
+    CRtdbManager manager;
+    EXPECT_THROW((void)manager.RtdbManagerInit(false, image.root.path("schema.txt").c_str()), _com_error);
+    EXPECT_EQ(manager.GetRtdbStatus(), 1);
+  }
+  image.run("UPDATE system_Account SET Value = 2.5;");
+  CRtdbManager manager;
+  CRtTable account;
+  EXPECT_TRUE(manager.RtdbManagerInit(false, image.root.path("schema.txt").c_str()));
+  EXPECT_EQ(manager.GetRtdbStatus(), 2);
+  ASSERT_EQ(manager.GetSystemTable(account, 10U), 1);
+  EXPECT_EQ(account.GetRecordCount(), 1);
+}
+
+// --- Base rows and project rows
+// -----------------------------------------------------------------------------------------
+
+TEST_P(StoreScenario, SavesReplaceTheRowsTheyAreMeantFor) {
+  StoreImage image(GetParam().slots);
+  image.run("INSERT INTO plant_Item VALUES(1,'old',0,0,'',0,0,0),(99,'gone',0,0,'',0,0,0),(1,'six',6,0,'',0,6,3);");
+  image.add(1, "one", 11);
+  poke(image.add(2, "two", 22), kStatus, 1);
+  image.add(3, "three", 33);
+  EXPECT_TRUE(image.manager->SaveData(0));
+  const std::string base = "1|one|11|0|0|0\n2|two|22|0|0|1\n3|three|33|0|0|0\n";
+  EXPECT_EQ(image.item_rows(), base + "1|six|6|0|6|3\n");
+  EXPECT_FALSE(image.item.IsModified());
+  EXPECT_EQ(image.items(), "1 one 11 pass1 0 0 0\n2 two 22 pass2 0 0 1\n3 three 33 pass3 0 0 0\n");
+
+  // Only what is modified is written, under the project's number and beside the base rows.
+  std::array<char, 60> record{};
+  std::memcpy(record.data(), image.item.GetAt(1), record.size());
+  poke(record.data(), kLevel, 222);
+  ASSERT_EQ(image.item.Update(record.data(), 1, 5), 1);
+  ASSERT_EQ(image.item.Delete(3, 2, 5), 1);
+  poke(image.item.GetAt(0), kLevel, 111);
+  EXPECT_TRUE(image.item.SaveData(5));
+  const std::string edited = "2|two|222|0|5|3\n3|three|33|0|5|4\n";
+  EXPECT_EQ(image.item_rows(), base + edited + "1|six|6|0|6|3\n");
+  EXPECT_FALSE(image.item.IsModified());
+
+  // A second save of the project replaces its rows by key.
+  poke(record.data(), kLevel, 223);
+  ASSERT_EQ(image.item.Update(record.data(), 1, 5), 1);
+  EXPECT_TRUE(image.plant.SaveData(5));
+  EXPECT_EQ(image.item_rows(), base + "2|two|223|0|5|3\n3|three|33|0|5|4\n1|six|6|0|6|3\n");
+
+  // A full save writes every record as it stands, with the project number it carries.
+  EXPECT_TRUE(image.manager->SaveDataTo(false) == 1);
+  EXPECT_EQ(image.rows("SELECT ID, Level, iProjectID FROM plant_Item ORDER BY iProjectID, ID"),
+            "1|111|0\n2|223|5\n2|223|5\n3|33|5\n3|33|5\n1|6|6\n");
+}
+
+TEST_P(StoreScenario, ProjectRowsAreMergedOverBaseRows) {
+  StoreImage image(GetParam().slots);
+  image.run(
+      "INSERT INTO plant_Item VALUES(9,'nine',9,0,'typed',0,0,1),(3,'three',3,0,'',0,0,1),(7,'seven',7,0,'own',0,0,1);"
+      "INSERT INTO plant_Item "
+      "VALUES(7,'SEVEN',77,0,'other',0,5,3),(12,'new',12,0,'mine',1,5,2),(9,'nine',9,0,'',0,5,4),"
+      "(3,'six',66,0,'',0,6,3);");
+  image.add(1, "stale", 1);
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_EQ(image.items(), "3 three 3  0 0 1\n7 seven 7 own 0 0 1\n9 nine 9 typed 0 0 1\n");
+  EXPECT_EQ(image.item.GetIDExclusive(), 10U);
+
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(5), 1);
+  EXPECT_EQ(image.items(), "3 three 3  0 0 1\n7 SEVEN 77 own 0 5 3\n9 nine 9 typed 0 5 4\n12 new 12  1 5 2\n");
+  EXPECT_EQ(image.item.GetIDExclusive(), 13U);
+
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(-6), 1) << "only positive numbers name a project";
+  EXPECT_EQ(image.items(), "3 three 3  0 0 1\n7 seven 7 own 0 0 1\n9 nine 9 typed 0 0 1\n");
+
+  // A full table leaves further new rows out and still merges the known ones.
+  image.run(
+      "INSERT INTO plant_Item VALUES(1,'','1',0,'',0,0,1),(2,'',2,0,'',0,0,1),(20,'no',0,0,'',0,6,2),"
+      "(9,'NINE',0,0,'',0,6,2);");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(6), 1);
+  ASSERT_EQ(image.item.GetRecordCount(), 5);
+  EXPECT_STREQ(image.item.GetAt(2) + kName, "six");
+  EXPECT_STREQ(image.item.GetAt(4) + kName, "NINE");
+}
+
+TEST_P(StoreScenario, CommitMakesTheImageTheBaseRows) {
+  StoreImage image(GetParam().slots);
+  image.run("INSERT INTO plant_Item VALUES(1,'base',1,0,'',0,0,0),(2,'project',2,0,'',0,5,3);");
+  for (const std::uint32_t key : {10U, 20U, 30U, 40U}) poke(image.add(key, "n", 1), kProject, 5);
+  poke(image.item.GetAt(0), kStatus, 4);
+  EXPECT_TRUE(image.manager->CommitProject());
+  const std::string expected = "10|n|1|0|0|4\n20|n|1|0|0|1\n30|n|1|0|0|1\n";
+  EXPECT_EQ(image.item_rows(), expected + "2|project|2|0|5|3\n");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_EQ(image.items(), "10 n 1 pass10 0 0 4\n20 n 1 pass20 0 0 1\n30 n 1 pass30 0 0 1\n");
+}
+
+TEST_P(StoreScenario, CountAndCounterAfterLoads) {
+  StoreImage image(GetParam().slots);
+  image.add(1, "one", 1);
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_EQ(image.item.GetRecordCount(), 0);
+  EXPECT_EQ(image.item.GetIDExclusive(), 2U) << "an empty result keeps the counter";
+
+  image.run(
+      "INSERT INTO plant_Item VALUES(1,'',1,0,'',0,0,0),(2,'',2,0,'',0,0,0),(2,'',3,0,'',0,0,0),(5,'',4,0,'',0,0,0)"
+      ",(6,'',5,0,'',0,0,0),(9,'',6,0,'',0,0,0);");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0) << "more rows than the table holds";
+  EXPECT_EQ(image.items(), "1  1  0 0 0\n2  2  0 0 0\n2  3  0 0 0\n5  4  0 0 0\n6  5  0 0 0\n");
+  EXPECT_EQ(image.item.GetIDExclusive(), 7U);
+}
+
+// --- Statements that fail
+// ---------------------------------------------------------------------------------------------
+
+TEST_P(StoreScenario, RejectedInsertCostsOnlyItsRow) {
+  StoreImage image(GetParam().slots);
+  image.run("INSERT INTO plant_Item VALUES(9,'former',9,0,'',0,0,0);");
+  image.add(1, "one", 1);
+  image.add(2, "O'Brien", 2);
+  image.add(3, "three", 1000);  // the store's own condition
+  image.add(4, "four", 4);
+  EXPECT_TRUE(image.item.SaveData(0));
+  EXPECT_EQ(image.item_rows(), "1|one|1|0|0|0\n4|four|4|0|0|0\n");
+  EXPECT_EQ(image.items(),
+            "1 one 1 pass1 0 0 0\n2 O'Brien 2 pass2 0 0 0\n3 three 1000 pass3 0 0 0\n4 four 4 pass4 0 0 0\n");
+}
+
+TEST_P(StoreScenario, MissingStoreTableFailsAndChangesNothing) {
+  StoreImage image(GetParam().slots);
+  image.add(1, "one", 1);
+  image.run("DROP TABLE plant_Item");
+  EXPECT_FALSE(image.item.SaveData(0));
+  EXPECT_FALSE(image.item.SaveData(5));
+  EXPECT_FALSE(image.plant.SaveData(0));
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0);
+  EXPECT_EQ(image.items(), "1 one 1 pass1 1 0 0\n");
+  EXPECT_TRUE(image.manager->SaveData(0)) << "the whole is true whatever becomes of single tables";
+  EXPECT_EQ(image.items(), "1 one 1 pass1 1 0 0\n");
+}
+
+// One slot that refuses a full save may not leave the other one empty.
+TEST_P(StoreScenario, BackupThatRefusesLeavesTheMainRows) {
+  StoreImage image(GetParam().slots);
+  image.run("INSERT INTO plant_Item VALUES(9,'former',9,0,'',0,0,0);");
+  image.add(1, "one", 1);
+  (void)image.stores.back()->run("DROP TABLE plant_Item");
+  EXPECT_FALSE(image.item.SaveData(0));
+  if (image.stores.size() > 1) {
+    EXPECT_EQ(image.stores[0]->run("SELECT ID FROM plant_Item"), "9\n");
+  }
+  EXPECT_TRUE(image.item.IsModified());
+}
+
+// What is kept only at the end of the transaction may be refused there.
+TEST_P(StoreScenario, SaveThatCannotBeKeptIsFalseAndMarksAgain) {
+  StoreImage image(GetParam().slots);
+  image.add(1, "former", 1);
+  ASSERT_TRUE(image.item.SaveData(0));
+  poke(image.item.GetAt(0), kModified, 3);
+  image.add(2, "second", 2);
+  std::string_view slots = GetParam().slots;
+  sqlite3 *reader = nullptr;
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (slots[i] == 'F') {  // a reader in the middle of its rows keeps the file from changing
+      ASSERT_EQ(sqlite3_open(image.root.path("data/store.db").c_str(), &reader), SQLITE_OK);
+      ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT * FROM plant_Item", nullptr, nullptr, nullptr), SQLITE_OK);
+    } else {
+      (void)image.stores[i]->run(
+          "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'no'; END $$;"
+          "CREATE CONSTRAINT TRIGGER late AFTER INSERT ON plant_Item DEFERRABLE INITIALLY DEFERRED FOR EACH ROW "
+          "EXECUTE "
+          "FUNCTION refuse()");
+    }
+  }
+  EXPECT_FALSE(image.item.SaveData(0));
+  sqlite3_close(reader);
+  EXPECT_EQ(image.item_rows(), "1|former|1|0|0|0\n");
+  EXPECT_EQ(image.items(), "1 former 1 pass1 3 0 0\n2 second 2 pass2 1 0 0\n");
+}
+
+TEST_P(StoreScenario, EmptyTextsByCurrentSlot) {
+  StoreImage image(GetParam().slots);
+  image.add(1, "", 1);
+  EXPECT_TRUE(image.item.SaveData(0));
+  const bool blank = GetParam().slots[0] == 'F';
+  EXPECT_EQ(image.rows("SELECT length(Name) FROM plant_Item"), blank ? "1\n" : "0\n");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_STREQ(image.item.GetAt(0) + kName, blank ? " " : "");
+}
+
+// --- Single records
+// ---------------------------------------------------------------------------------------------------
+
+TEST_P(StoreScenario, InsertRecordCountsItsRow) {
+  const TableSpec stamped{30, "Stamped", 2, {"ID UINT 4", "Since TIME 16"}};
+  StoreImage image(GetParam().slots, {stamped});
+  std::string columns = "CREATE TABLE plant_Stamped(ID bigint, Since timestamp); ";
+  image.run(columns + "INSERT INTO plant_Stamped VALUES(1, '2001-02-03 04:05:06')");
+  CRtTable table;
+  ASSERT_EQ(image.plant.GetDBTableFromID(table, 30), 1);
+  quillanest::CRtdbMedia media(image.manager.get());
+  std::array<std::byte, 20> record{std::byte{2}};
+  const _field_attr *fields = table.GetFieldAddress();
+  EXPECT_FALSE(media.InsertRecord("plant_Stamped", record, fields, 2)) << "nothing is open";
+  ASSERT_NE(media.Open(false), 0);
+  EXPECT_FALSE(media.InsertRecord("plant_Stamped", record, fields, 0)) << "an incomplete statement";
+  EXPECT_FALSE(media.InsertRecord("plant_Missing", record, fields, 2));
+  const bool accepted = std::string_view(GetParam().slots) != "FS";
+  EXPECT_EQ(media.InsertRecord("plant_Stamped", record, fields, 2), accepted);
+  EXPECT_EQ(image.stores[0]->run("SELECT ID FROM plant_Stamped ORDER BY ID"), "1\n2\n");
+}
+
+// The operations for single records carry nothing to a store, and stamp the empty time of the caller's record.
+TEST_P(StoreScenario, WriteThroughLeavesTheStoreAlone) {
+  const TableSpec stamped{30, "Stamped", 2, {"ID UINT 4", "Since TIME 16", "iProjectID INT 4"}};
+  StoreImage image(GetParam().slots, {stamped});
+  image.run(
+      "CREATE TABLE plant_Stamped(ID bigint, Since timestamp, iProjectID integer); INSERT INTO plant_Stamped "
+      "VALUES(1, '2001-02-03 04:05:06', 0)");
+  CRtTable table;
+  ASSERT_EQ(image.plant.GetDBTableFromID(table, 30), 1);
+  std::array<char, 24> inserted{2};
+  std::array<char, 24> updated{1};
+  EXPECT_FALSE(table.InsertRecordToDb(inserted.data()));
+  EXPECT_FALSE(table.UpdateRecordToDb(updated.data()));
+  EXPECT_TRUE(table.RemoveRecordInDb(1, 0));
+  EXPECT_GE(peek(inserted.data(), 4) & 0xFFFF, 2020) << "no time was stamped";
+  EXPECT_GE(peek(updated.data(), 4) & 0xFFFF, 2020) << "no time was stamped";
+  EXPECT_EQ(image.rows("SELECT ID, iProjectID FROM plant_Stamped"), "1|0\n");
+  std::array<char, 24> unmapped{1};
+  ASSERT_EQ(image.plant.DetachShareMemory(), 1);
+  EXPECT_FALSE(table.UpdateRecordToDb(unmapped.data()));
+}
+
+// --- Files only
+// -------------------------------------------------------------------------------------------------------
+
+TEST(FileDatabase, DatesInEveryForm) {
+  struct Row {
+    const char *value;
+    const char *expected;
+  };
+  const Row rows[] = {{"'2008-5-3 14:7:9'", "2008-5-3 14:7:9 6"},
+                      {"'2008-05-03T14:07:09.999'", "2008-5-3 14:7:9 6"},
+                      {"'2008-05-03'", "2008-5-3 0:0:0 6"},
+                      {"39571.5", "2008-5-3 12:0:0 6"},
+                      {"39571", "2008-5-3 0:0:0 6"},
+                      {"'2008-2-30 1:2:3'", "0-0-0 0:0:0 0"},
+                      {"'soon'", "0-0-0 0:0:0 0"},
+                      {"''", "0-0-0 0:0:0 0"},
+                      {"NULL", "0-0-0 0:0:0 0"}};
+  const TableSpec stamped{30, "Stamped", 20, {"ID UINT 4", "Since TIME 16"}};
+  for (const char *type : {"DATETIME", "TEXT", "", "timestamp"}) {
+    StoreImage image("F", {stamped});
+    image.run("CREATE TABLE plant_Stamped(ID INTEGER, Since " + std::string(type) + ")");
+    for (const Row &row : rows) image.run("INSERT INTO plant_Stamped VALUES(1," + std::string(row.value) + ")");
+    CRtTable table;
+    ASSERT_EQ(image.plant.GetDBTableFromID(table, 30), 1);
+    ASSERT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+    ASSERT_EQ(table.GetRecordCount(), 9);
+    for (int i = 0; i < 9; ++i) {
+      SCOPED_TRACE(std::string(type) + ' ' + rows[i].value);
+      SYSTEMTIME time{};
+      std::memcpy(&time, table.GetAt(i) + 4, sizeof time);
+      std::array<char, 80> text{};
+      std::snprintf(text.data(), text.size(), "%d-%d-%d %d:%d:%d %d", time.wYear, time.wMonth, time.wDay, time.wHour,
+                    time.wMinute, time.wSecond, time.wDayOfWeek);
+      EXPECT_STREQ(text.data(), rows[i].expected);
+    }
+  }
+}
+
+TEST(FileDatabase, DatesAreWrittenUnpadded) {
+  const TableSpec stamped{30, "Stamped", 2, {"ID UINT 4", "Since TIME 16", "Name STRING 24"}};
+  StoreImage image("F", {stamped});
+  image.run("CREATE TABLE plant_Stamped(ID INTEGER, Since DATETIME, Name TEXT)");
+  CRtTable table;
+  ASSERT_EQ(image.plant.GetDBTableFromID(table, 30), 1);
+  char *record = table.GetAt(table.Insert(1U, 0, 0));
+  const SYSTEMTIME time{2008, 5, 0, 3, 14, 7, 9, 0};
+  std::memcpy(record + 4, &time, sizeof time);
+  std::memcpy(record + 20, "#1 is not a #date#", 18);
+  EXPECT_TRUE(table.SaveData(0));
+  EXPECT_EQ(image.rows("SELECT * FROM plant_Stamped"), "1|2008-5-3 14:7:9|#1 is not a #date#\n");
+}
+
+// A row may end the whole transaction: what follows it may not be kept on its own then.
+TEST(FileDatabase, TransactionThatEndsEarlyKeepsTheFormerRows) {
+  StoreImage image;
+  image.add(1, "former", 1);
+  ASSERT_TRUE(image.item.SaveData(0));
+  image.run(
+      "CREATE TRIGGER refuse BEFORE INSERT ON plant_Item WHEN NEW.Level = 2 BEGIN SELECT RAISE(ROLLBACK, 'no'); "
+      "END");
+  for (const std::uint32_t key : {2U, 3U, 4U}) image.add(key, "new", static_cast<std::int32_t>(key));
+  EXPECT_FALSE(image.item.SaveData(0));
+  EXPECT_EQ(image.item_rows(), "1|former|1|0|0|0\n");
+  EXPECT_EQ(image.items(), "1 former 1 pass1 0 0 0\n2 new 2 pass2 1 0 0\n3 new 3 pass3 1 0 0\n4 new 4 pass4 1 0 0\n");
+}
+
+// A save larger than any cache waits for a reader of the file once, not at every page.
+TEST(FileDatabase, ReaderDelaysASaveOnce) {
+  StoreImage image("F", {}, 30'000);
+  image.run("INSERT INTO plant_Item VALUES(1,'former',1,0,'',0,0,0)");
+  while (image.item.GetRecordCount() < 30'000)
+    std::memset(image.item.GetAt(image.item.Insert(0U, 0, 0)) + kName, 'n', 15);
+  sqlite3 *reader = nullptr;
+  ASSERT_EQ(sqlite3_open(image.root.path("data/store.db").c_str(), &reader), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT * FROM plant_Item", nullptr, nullptr, nullptr), SQLITE_OK);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(image.item.SaveData(0));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  sqlite3_close(reader);
+  EXPECT_EQ(image.item_rows(), "1|former|1|0|0|0\n");
+  EXPECT_TRUE(image.item.SaveData(0));
+  EXPECT_EQ(image.rows("SELECT count(*), sum(Level), max(ID) FROM plant_Item"), "30000|0|30000\n");
+}
+
+// --- Deliberate behaviours
+// --------------------------------------------------------------------------------------------
+
+TEST(ByDesign, QuotesNotEscaped) {
+  StoreImage image;
+  image.add(1, "O'Brien", 1);
+  image.add(2, "twice''", 2);
+  EXPECT_TRUE(image.item.SaveData(0));
+  EXPECT_EQ(image.item_rows(), "2|twice'|2|0|0|0\n");
+}
+
+TEST(ByDesign, RejectedInsertIgnored) {
+  StoreImage image;
+  image.run(
+      "DROP TABLE plant_Item; CREATE TABLE plant_Item(ID INTEGER, iProjectID INTEGER); INSERT INTO plant_Item "
+      "VALUES(1, 0)");
+  image.add(1, "one", 1);
+  EXPECT_TRUE(image.item.SaveData(0)) << "no row fits the store's table";
+  EXPECT_EQ(image.rows("SELECT * FROM plant_Item"), "");
+  EXPECT_FALSE(image.item.IsModified());
+}
+
+TEST(ByDesign, CharIsNumber) {
+  struct Row {
+    char written;
+    int loaded;  // -1: the store rejects the row
+  };
+  const Row rows[] = {{'0', 0}, {'9', 9}, {'A', -1}, {'\0', -1}, {' ', -1}, {'?', -1}, {'\'', -1}, {7, -1}};
+  const TableSpec marked{30, "Marked", 2, {"ID UINT 4", "Mark CHAR 1", "Sign UCHAR 1"}};
+  for (const char *slots : {"F", "S"}) {
+    StoreImage image(slots, {marked});
+    image.run("CREATE TABLE plant_Marked(ID bigint, Mark integer, Sign integer)");
+    CRtTable table;
+    ASSERT_EQ(image.plant.GetDBTableFromID(table, 30), 1);
+    for (const Row &row : rows) {
+      SCOPED_TRACE(std::string(slots) + ' ' + std::to_string(row.written));
+      table.DeleteAllRecord();
+      char *record = table.GetAt(table.Insert(1U, 0, 0));
+      record[4] = record[5] = row.written;
+      EXPECT_TRUE(table.SaveData(0));
+      EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+      ASSERT_EQ(table.GetRecordCount(), row.loaded < 0 ? 0 : 1);
+      if (row.loaded < 0) continue;
+      EXPECT_EQ(table.GetAt(0)[4], row.loaded);
+      EXPECT_EQ(table.GetAt(0)[5], row.loaded);
+    }
+  }
+}
+
+TEST(ByDesign, MergeKeepsPasswords) {
+  StoreImage image;
+  image.add(7, "seven", 7);
+  image.run("INSERT INTO plant_Item VALUES(7,'SEVEN',77,0,'other',0,5,3),(8,'eight',8,0,'mine',0,5,2)");
+  quillanest::CRtdbMedia media(image.manager.get());
+  EXPECT_FALSE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Item")) << "nothing is open";
+  ASSERT_EQ(media.Open(true), 1);
+  EXPECT_FALSE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Missing"));
+  EXPECT_TRUE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Item ORDER BY ID"));
+  EXPECT_EQ(image.items(), "7 SEVEN 77 pass7 0 5 3\n8 eight 8  0 5 2\n");
+}
+
+TEST(ByDesign, OpenNeverFails) {
+  StoreImage image;
+  image.configure("MainDBType=8\nBackDBType=-1\n");
+  image.add(1, "one", 1);
+  quillanest::CRtdbMedia media(image.manager.get());
+  EXPECT_EQ(media.Open(false), 0);
+  EXPECT_EQ(media.GetCurrentSlot(), -1);
+  EXPECT_EQ(media.GetCurrentType(), -1);
+  EXPECT_FALSE(media.LoadTable(image.plant, image.item, 0)) << "a load finds no slot to ask";
+  EXPECT_EQ(image.items(), "1 one 1 pass1 1 0 0\n");
+  EXPECT_TRUE(media.SaveTable(image.plant, image.item, 0)) << "a save goes on all the same";
+  EXPECT_EQ(image.item_rows(), "");
+}
+
+}  // namespace

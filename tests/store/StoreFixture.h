@@ -46,10 +46,12 @@ class FileStore : public Store {
   std::string run(const std::string &statements) override {
     sqlite3 *database = nullptr;
     const auto add = [](void *rows, int count, char **values, char **) {
+      std::string &text = *static_cast<std::string *>(rows);
       for (int i = 0; i < count; ++i) {
-        *static_cast<std::string *>(rows) += (i > 0 ? "|" : "") + std::string(values[i] == nullptr ? "" : values[i]);
+        if (i > 0) text += '|';
+        if (values[i] != nullptr) text += values[i];
       }
-      *static_cast<std::string *>(rows) += '\n';
+      text += '\n';
       return 0;
     };
     std::string rows;

@@ -63,7 +63,6 @@ class CRtdbMedia : public CDbConnection {
   void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
                      ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);
-  static std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id);
   void append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value);
 
   CRtdbManager *manager_;

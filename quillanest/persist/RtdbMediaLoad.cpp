@@ -82,6 +82,28 @@ std::string select_base(const std::string &store_table, const VersionFields &fie
   return query + " ORDER BY ID";
 }
 
+// The record that a project row changes: the one with its key, else a new one; null when the table takes no more.
+std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
+  const std::uint32_t key = to_int32(id);
+  const KeyPlace place = find_key(view, key);
+  return view.at(place.found ? place.position : table.Insert(key, 0, 0));
+}
+
+// Applies one row of a project. The record is known once the column "ID" has been met, which is the first one.
+void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std::size_t row,
+               const PasswordCipher &cipher) {
+  std::byte *record = nullptr;
+  for (const auto &column : map.columns()) {
+    const Variant value = map.value(row, column);
+    if (equal_ignoring_case(block_text(*column.field, offsetof(_field_attr, FieldName)), "ID")) {
+      record = record_to_merge(table, view, value);
+    } else if (record != nullptr && column.field->FieldType != kPasswd) {
+      // By design [MergeKeepsPasswords]: the rows of a project never change a password.
+      store_value(*column.field, view.value(record, *column.field), value, cipher);
+    }
+  }
+}
+
 }  // namespace
 
 // Stores the reader's next `count` rows as the first records of the table.
@@ -118,13 +140,6 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   return count == found;
 }
 
-// The record that a project row changes: the one with its key, else a new one; null when the table takes no more.
-std::byte *CRtdbMedia::record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
-  const std::uint32_t key = to_int32(id);
-  const KeyPlace place = find_key(view, key);
-  return view.at(place.found ? place.position : table.Insert(key, 0, 0));
-}
-
 bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
   if (!OpenRecordset(query)) return false;
   const TableView view = TableView::of(table);
@@ -132,19 +147,7 @@ bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
   const RowSet *set = rows();
   if (!view || set == nullptr) return true;
   const ColumnMap map(view, *set);
-  for (; !IsEOF(); MoveNext()) {
-    std::byte *record = nullptr;
-    for (const auto &column : map.columns()) {
-      const Variant value = map.value(row(), column);
-      if (equal_ignoring_case(block_text(*column.field, offsetof(_field_attr, FieldName)), "ID")) {
-        record = record_to_merge(table, view, value);
-        continue;
-      }
-      // By design [MergeKeepsPasswords]: the rows of a project never change a password.
-      if (record == nullptr || column.field->FieldType == kPasswd) continue;
-      store_value(*column.field, view.value(record, *column.field), value, cipher_);
-    }
-  }
+  for (; !IsEOF(); MoveNext()) merge_row(table, view, map, row(), cipher_);
   return true;
 }
 

@@ -168,3 +168,14 @@ TEST(StoreDeath, OfTheDiskLeavesTheRowsOfAFile) {
 }
 
 }  // namespace
+
+// The number of rows that a DELETE removes may be negative in 16 bits; that is no failure.
+TEST(LargeSave, ReplacesFortyThousandRows) {
+  PointsImage image("F");
+  ASSERT_TRUE(image.ready);
+  for (const int level : {1, 2}) {
+    set_level(image.points, 40'000, level);
+    EXPECT_TRUE(image.points.SaveData(0)) << level;
+  }
+  EXPECT_EQ(image.rows(PointsImage::kLevels), "2|40000|1|40000\n");
+}

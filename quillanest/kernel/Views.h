@@ -45,8 +45,6 @@ struct DatabaseView {
     return attr_at<_table_attr>(segment(database),
                                 database.attr_.TableOffset + std::int64_t{slot} * std::int64_t{sizeof(_table_attr)});
   }
-
-  static void set_manager(CRtDataBase &database, CRtdbManager *manager) noexcept { database.manager_ = manager; }
 };
 
 struct TableView {

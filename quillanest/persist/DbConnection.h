@@ -68,7 +68,6 @@ class CDbConnection {
   [[nodiscard]] int GetCurrentSlot() const { return current_slot_; }
 
  protected:
-  [[nodiscard]] const std::string &ini_file() const { return ini_file_; }
   [[nodiscard]] int slot_type(int slot) const { return slots_[static_cast<std::size_t>(slot)].type; }
   // The row set and row that the reader stands on, for readers that look columns up once; null without a row.
   [[nodiscard]] const RowSet *rows() const;

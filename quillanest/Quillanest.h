@@ -5,6 +5,7 @@
 #include "quillanest/kernel/RtField.h"
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/platform/MessageBox.h"
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/platform/dataaccess/ComError.h"
 #include "quillanest/shm/ImageLayout.h"

@@ -78,8 +78,38 @@ class QUILLANEST_API CRtdbManager {
   int GetSystemTable(CRtTable &table, const char *name);
   bool IsSysTableModified();
 
-  // Forgets who is logged in and all rights.
+  // --- Users and rights ---------------------------------------------------------------------------------------------
+  // The identity and 128 right bits of one user, shared by every manager of the image: the last login wins. The users
+  // are the records of table 104 of the system database, 92 bytes each: ID at byte 0, name at 4 (up to 16 bytes),
+  // password at 20, key of the rights record at 64. That record, in table 106, has the four right words at byte 20.
+  // Threads: no lock is taken; see docs/users.md.
+  //
+  // 1: logged in; the identity and the login time are set. 0: the password is wrong, or a table is missing, the users'
+  // records are not 92 bytes or those of the rights shorter than 36. -1: no user has that name. Nothing changes unless
+  // it is 1. Names compare without regard to ASCII case, the first match in storage order counts; a name of 16
+  // characters is kept cut to 15. Passwords compare byte for byte; an enciphered text that no key opened never matches.
+  // The rights are set in this object only: while the image is mapped, CheckRights and GetRights go on reading the
+  // image's. A program that wants them there hands them on with SetRights.
+  int UserLogin(const char *name, const char *password);
+  // Forgets who is logged in and all rights; the login time stays.
   void UserLogout();
+  // Whether the user has right `n`: 0 to 32 stand in word 0, 33 to 64 in word 1, 65 to 96 in word 2, 97 to 127 in word
+  // 3, each in bit `n` modulo 32. So 32 is the same bit as 0. False from 128 on.
+  bool CheckRights(unsigned int n) const;
+  // Right word 0 to 3. Other words are other bytes of the attributes, 4 x `word` from the rights on; of those outside
+  // the attributes the getter gives 0 and the setter sets none.
+  unsigned int GetRights(int word) const;
+  void SetRights(int word, unsigned int value);
+  // The ID of the logged-in user, 0 for nobody.
+  unsigned int GetSysUserID() const;
+  void SetSysUserID(unsigned int id);
+  // At most 15 characters fit; a longer name runs on into the rights and the login time and is cut at 47. Null is
+  // ignored. The getter returns the address in the attributes in force.
+  char *GetSysUserName();
+  void SetSysUserName(const char *name);
+  // The local time of the last login, all zero before the first.
+  void GetLoginUseTime(SYSTEMTIME &time) const;
+  void SetLoginUseTime(SYSTEMTIME &time);
 
   // --- Catalogue ----------------------------------------------------------------------------------------------------
   // Takes ownership of `database` and returns 1; 0, without ownership, when no slot is free or it is null.
@@ -108,6 +138,14 @@ class QUILLANEST_API CRtdbManager {
   bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
   // Commits all projects of all tables. False when there is no database.
   bool CommitProject();
+
+  // --- C headers ----------------------------------------------------------------------------------------------------
+  // Writes `directory`/NAME.h for every database; docs/c-headers.md shows what is in it. True when the directory of
+  // databases could be walked, also when no file could be written; a file that cannot be created shows a message.
+  // Afterwards this manager is attached neither to the image nor to the system database. A manager that built the
+  // image, and whose view on it is the only one, thereby gives it up: write headers last, or from a second manager.
+  // False when there is no image, or no system or other database in it.
+  bool BuildIncludeFile(const char *directory);
 
  private:
   int CreateMem(int bReopen);

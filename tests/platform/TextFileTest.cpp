@@ -1,12 +1,11 @@
 #include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 
 #include "quillanest/platform/TextFile.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/TestRoot.h"
 
 namespace {
@@ -55,22 +54,18 @@ TEST(FileReplacement, FormerFileStandsUntilTheCommit) {
 TEST(FileReplacement, FormerFileStandsAfterAFailedWrite) {
   const TestRoot root;
   const std::string path = root.write("data/file", "old");
-  rlimit former{};
-  getrlimit(RLIMIT_FSIZE, &former);
-  const rlimit full{4096, former.rlim_max};
-  const auto former_handler = signal(SIGXFSZ, SIG_IGN);
-  setrlimit(RLIMIT_FSIZE, &full);
   {
-    FileReplacement file(path);
-    ASSERT_TRUE(file.write("begin"));
-    EXPECT_FALSE(file.write(std::string(10'000, 'x')));
-    EXPECT_FALSE(file.write("")) << "a later write hides the failure";
-    EXPECT_FALSE(file.commit());
+    const FullDisk full(4096);
+    {
+      FileReplacement file(path);
+      ASSERT_TRUE(file.write("begin"));
+      EXPECT_FALSE(file.write(std::string(10'000, 'x')));
+      EXPECT_FALSE(file.write("")) << "a later write hides the failure";
+      EXPECT_FALSE(file.commit());
+    }
+    EXPECT_FALSE(replace(root.path("data/other"), std::string(4097, 'x')));
+    EXPECT_TRUE(replace(root.path("data/fits"), std::string(4096, 'x')));
   }
-  EXPECT_FALSE(replace(root.path("data/other"), std::string(4097, 'x')));
-  EXPECT_TRUE(replace(root.path("data/fits"), std::string(4096, 'x')));
-  setrlimit(RLIMIT_FSIZE, &former);
-  signal(SIGXFSZ, former_handler);
   EXPECT_EQ(root.read("data/file"), "old");
   EXPECT_EQ(root.files("data"), (Names{"file", "fits"}));
 }

@@ -10,6 +10,7 @@
 
 #include "tests/store/StoreFixture.h"
 #include "tests/support/Child.h"
+#include "tests/support/FullDisk.h"
 
 namespace {
 
@@ -153,15 +154,10 @@ TEST(StoreDeath, OfTheDiskLeavesTheRowsOfAFile) {
   ASSERT_TRUE(image.ready);
   const std::string path = image.root.path("data/store.db");
   set_level(image.points, kRecords, 1);
-  rlimit former{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
-  const auto handler = signal(SIGXFSZ, SIG_IGN);
-  const rlimit full{fs::file_size(path), former.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
-  const bool saved = image.points.SaveData(0);
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
-  signal(SIGXFSZ, handler);
-  EXPECT_FALSE(saved);
+  {
+    const FullDisk full(fs::file_size(path));
+    EXPECT_FALSE(image.points.SaveData(0));
+  }
   EXPECT_EQ(peek(image.points.GetAt(kRecords - 1), 8), 1);
   EXPECT_EQ(image.rows(PointsImage::kLevels), "0|2000|1|2000\n");
   EXPECT_EQ(image.rows("PRAGMA integrity_check"), "ok\n");

@@ -133,7 +133,9 @@ std::optional<std::string> PasswordCipher::open(std::string_view text) const {
   return open_with(built_in_key(), *sealed);
 }
 
-bool PasswordCipher::is_foreign(std::string_view text) const { return text.starts_with(kPrefix) && !open(text); }
+bool PasswordCipher::is_text_form(std::string_view text) { return text.starts_with(kPrefix); }
+
+bool PasswordCipher::is_foreign(std::string_view text) const { return is_text_form(text) && !open(text); }
 
 std::string PasswordCipher::encrypt(std::string_view clear) const {
   if (is_foreign(clear)) return std::string(clear);
@@ -149,7 +151,7 @@ std::string PasswordCipher::encrypt(std::string_view clear) const {
 }
 
 std::string PasswordCipher::decrypt(std::string_view text) const {
-  if (!text.starts_with(kPrefix)) return std::string(text);
+  if (!is_text_form(text)) return std::string(text);
   return open(text).value_or(std::string(text));
 }
 

@@ -21,6 +21,9 @@ class PasswordCipher {
   // The keys that the configuration file names now.
   [[nodiscard]] static PasswordCipher from_configuration(const std::string &configuration_file);
 
+  // True for a text with the prefix of a text form.
+  [[nodiscard]] static bool is_text_form(std::string_view text);
+
   // True for a text form that these keys do not open.
   [[nodiscard]] bool is_foreign(std::string_view text) const;
 

@@ -1,0 +1,172 @@
+// Generated C headers, byte for byte, and what a generator run leaves behind.
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "quillanest/Quillanest.h"
+#include "tests/support/FullDisk.h"
+#include "tests/support/TestRoot.h"
+
+namespace {
+
+constexpr const char *kSystem = "#Name=system Describe=S ID=1 Type=0 TableCount=1\n";
+constexpr const char *kAccount = "#DBID=1 NAME=Account CNAME=A ID=10 INDEX=0 MAX=2 FIELDNUM=0\n";
+
+std::string schema_of(const std::string &databases, const std::string &tables, const std::string &fields = {}) {
+  return "#Database_Start\n" + databases + "#Database_Finish\n#Table_Start\n" + tables +
+         "#Table_Finish\n#Field_Start\n" + fields + "#Field_Finish\n";
+}
+
+// Every type, slots that no line fills, names beyond the padding, and captions with bytes that mean something in C or
+// in formats. The third table slot stays empty.
+std::string demo_schema() {
+  const struct {
+    const char *name;
+    const char *caption;
+    const char *type;
+  } fields[] = {
+      {"ID", "Key", "UINT SIZE=4"},
+      {"letter", "cLetter", "CHAR SIZE=1"},
+      {"bytes", "cBytes", "UCHAR SIZE=3"},
+      {"small", "cSmall", "SHORT SIZE=2"},
+      {"words", "cWords", "USHORT SIZE=5"},
+      {"whole", "cWhole", "INT SIZE=4"},
+      {"pair", "cPair", "INT SIZE=8"},
+      {"Long", "cLong", "LONG SIZE=4"},
+      {"ulong", "cUlong", "ULONG SIZE=4"},
+      {"real", "cReal", "FLOAT SIZE=4"},
+      {"doubles", "cDoubles", "DOUBLE SIZE=16"},
+      {"NAME", "Label", "STRING SIZE=16"},
+      {"at", "cAt", "TIME SIZE=16"},
+      {"when", "cWhen", "TIME SIZE=32"},
+      {"secret", "cSecret", "PASSWD SIZE=24"},
+      {"half", "cHalf", "SHORT SIZE=1"},
+  };
+  std::string lines;
+  for (const auto &field : fields) {
+    lines += std::string("#DBID=5 TABLEID=10 NAME=") + field.name + " CNAME=" + field.caption +
+             " ID=1 INDEX=" + std::to_string(&field - fields) + " TYPE=" + field.type + " Default=\n";
+  }
+  lines +=
+      "#DBID=5 TABLEID=4294967295 NAME=and_a_field_of_22_chars CNAME=percent%s%%d ID=1 INDEX=0 TYPE=UINT SIZE=4 "
+      "Default=\n";
+  return schema_of(std::string(kSystem) + "#Name=DEMO Describe=D ID=5 Type=0 TableCount=3\n",
+                   std::string(kAccount) +
+                       "#DBID=5 NAME=Types CNAME=Every_Type ID=10 INDEX=0 MAX=2 FIELDNUM=17\n"
+                       "#DBID=5 NAME=a_name_of_23_characters CNAME=\xB1\xED ID=4294967295 INDEX=1 MAX=2 FIELDNUM=1\n",
+                   lines);
+}
+
+struct IncludeFileTest : testing::Test {
+  void start(const std::string &schema) {
+    ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema).c_str()));
+    root.write("data/DEMO.h", "a former header");
+  }
+
+  TestRoot root;
+  CRtdbManager manager;
+};
+
+std::vector<std::string> g_messages;
+void keep_message(const char *text) { g_messages.emplace_back(text); }
+
+TEST_F(IncludeFileTest, GoldenHeader) {
+  start(demo_schema());
+  CRtDataBase demo;
+  ASSERT_EQ(manager.GetDataBaseFromName(demo, "DEMO"), 1);
+  ASSERT_EQ(demo.AttachShareMemory(), 1);
+  EXPECT_EQ(demo.BuildIncludeFile(root.path("data").c_str()), 1);
+  std::ifstream golden(QUILLANEST_GOLDEN_FILE, std::ios::binary);
+  const std::string expected{std::istreambuf_iterator<char>(golden), {}};
+  ASSERT_GT(expected.size(), 3000U);
+  EXPECT_EQ(root.read("data/DEMO.h"), expected);
+}
+
+// A database that is not mapped has no tables to show.
+TEST_F(IncludeFileTest, NoTables) {
+  start(demo_schema());
+  CRtDataBase demo;
+  demo.SetDBName("NONE");
+  demo.SetDBID(9);
+  EXPECT_EQ(demo.BuildIncludeFile(root.path("data/").c_str()), 1);
+  EXPECT_EQ(root.read("data/NONE.h"),
+            "#ifndef __NONE_h__\r\n#define __NONE_h__\r\n\r\n#include \"gSystemDef.h\"\r\n"
+            "#define DB_ID_OF_NONE                               9\r\n"
+            "//\xB8\xF7\xB1\xED\x49\x44\r\n"
+            "//\xB8\xF7\xB1\xED\xD4\xDA\xCA\xFD\xBE\xDD\xBF\xE2\xD6\xD0\xB5\xC4\xCB\xF7\xD2\xFD\r\n"
+            "\r\n\r\n\r\n\r\n#endif   //__NONE_h__\r\n");
+}
+
+TEST_F(IncludeFileTest, ManagerWritesEveryDatabase) {
+  start(demo_schema());
+  CRtdbManager second;
+  EXPECT_TRUE(second.BuildIncludeFile(root.path("data").c_str()));
+  EXPECT_EQ(root.files("data"), (std::vector<std::string>{"DEMO.h", "system.h"}));
+  EXPECT_EQ(root.read("data/DEMO.h").find("a former header"), std::string::npos);
+  EXPECT_NE(root.read("data/system.h").find("#define system_TAB_Account_INDEX"), std::string::npos);
+  EXPECT_EQ(manager.GetRtdbStatus(), RTDB_STATUS_LOADED);
+}
+
+// A folder that does not exist costs a message a database, and nothing else.
+TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
+  start(demo_schema());
+  const std::string folder = root.path("no such folder");
+  g_messages.clear();
+  quillanest::set_message_handler(keep_message);
+  CRtdbManager second;
+  EXPECT_TRUE(second.BuildIncludeFile(folder.c_str()));
+  EXPECT_EQ(manager.GetSystemDB()->BuildIncludeFile(folder.c_str()), 0);
+  EXPECT_EQ(manager.GetSystemDB()->BuildIncludeFile(nullptr), 0);
+  quillanest::set_message_handler(nullptr);
+  EXPECT_EQ(g_messages, (std::vector<std::string>{"Fail to create file " + folder + "/system.h",
+                                                  "Fail to create file " + folder + "/DEMO.h",
+                                                  "Fail to create file " + folder + "/system.h"}));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(manager.GetSystemDB()->BuildIncludeFile(folder.c_str()), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Fail to create file " + folder + "/system.h\n");
+}
+
+TEST_F(IncludeFileTest, ManagerWithoutImage) {
+  EXPECT_FALSE(manager.BuildIncludeFile(root.folder().c_str()));
+  start(schema_of(std::string(kSystem), kAccount));
+  manager.SetRtdbStatus(RTDB_STATUS_BUILDING);  // the directory is not to be used yet
+  EXPECT_FALSE(manager.BuildIncludeFile(root.path("data").c_str()));
+  EXPECT_EQ(root.files("data"), std::vector<std::string>{"DEMO.h"});
+}
+
+TEST(ByDesign, TimeIsScalar) {
+  TestRoot root;
+  CRtdbManager manager;
+  const std::string schema = schema_of(std::string(kSystem), "#DBID=1 NAME=T CNAME=A ID=10 INDEX=0 MAX=2 FIELDNUM=1\n",
+                                       "#DBID=1 TABLEID=10 NAME=t CNAME=c ID=1 INDEX=0 TYPE=TIME SIZE=64 Default=\n");
+  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema).c_str()));
+  ASSERT_EQ(manager.GetSystemDB()->BuildIncludeFile(root.path("data/..").c_str()), 1);
+  EXPECT_NE(root.read("system.h").find("\tSYSTEMTIME  \t\tt; "), std::string::npos);
+}
+
+// The only view on the manager segment goes, and the directory with it; the databases stay.
+TEST(ByDesign, HeadersDetach) {
+  TestRoot root;
+  CRtdbManager manager;
+  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema_of(kSystem, kAccount)).c_str()));
+  EXPECT_TRUE(manager.BuildIncludeFile(root.folder().c_str()));
+  EXPECT_EQ(manager.GetSystemDB()->GetStartAddress(), nullptr);
+  EXPECT_EQ(manager.AttachShareMemory(), 0);
+  EXPECT_NE(CShareMemory(1).Attach(), nullptr);
+}
+
+TEST(ByDesign, HeaderWriteUnchecked) {
+  TestRoot root;
+  CRtdbManager manager;
+  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema_of(kSystem, kAccount)).c_str()));
+  root.write("system.h", "a former header");
+  {
+    const FullDisk full(100);
+    EXPECT_EQ(manager.GetSystemDB()->BuildIncludeFile(root.folder().c_str()), 1);
+  }
+  EXPECT_EQ(root.read("system.h"), "a former header");
+}
+
+}  // namespace

@@ -7,13 +7,14 @@
 
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 
 namespace quillanest {
 
 // The text at an offset of the descriptor equals `text` without regard to case; `text` must outlive the condition.
 template <class Attr>
 auto text_is(std::size_t offset, const char *text) {
-  return [offset, wanted = std::string_view(text)](const Attr &attr) {
+  return [offset, wanted = text_at(text)](const Attr &attr) {
     return equal_ignoring_case(block_text(attr, offset), wanted);
   };
 }

@@ -1,10 +1,14 @@
 // Descriptor, mapping and whole-database operations of CRtDataBase.
 #include "quillanest/kernel/RtDataBase.h"
 
+#include <array>
+#include <string_view>
+
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 using quillanest::SegmentAccess;
@@ -79,7 +83,7 @@ CRtdbManager *CRtDataBase::GetRtdbManager() const { return manager_; }
 _table_attr *CRtDataBase::GetTableAddress() const { return DatabaseView::table(*this, 0); }
 
 _field_attr *CRtDataBase::GetFieldAddress() const {
-  return quillanest::attr_at<_field_attr>(DatabaseView::segment(*this), attr_.FieldOffset);
+  return quillanest::attrs_at<_field_attr>(DatabaseView::segment(*this), attr_.FieldOffset);
 }
 
 _db_attr &CRtDataBase::in_force() {
@@ -104,11 +108,17 @@ void CRtDataBase::refresh_directory(DirectoryKey key) {
 }
 
 void CRtDataBase::set_text(std::size_t offset, std::size_t width, const char *text) {
+  // A copy: the text may lie in the very descriptor that is written first.
+  std::array<char, RTDB_CNAME_SIZE + 1> copy{};
+  if (text == nullptr) return;
+  const std::string_view measured = quillanest::text_at(text);
+  if (measured.size() > width) return;
+  measured.copy(copy.data(), width);
   if (DatabaseView::is_mapped(*this)) {
-    if (!quillanest::set_block_text(in_force(), offset, width, text)) return;
+    (void)quillanest::set_block_text(in_force(), offset, width, copy.data());
     refresh_directory(DirectoryKey::kByID);
   }
-  (void)quillanest::set_block_text(attr_, offset, width, text);
+  (void)quillanest::set_block_text(attr_, offset, width, copy.data());
 }
 
 template <class Member>

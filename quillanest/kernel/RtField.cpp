@@ -38,8 +38,7 @@ void copy_attr(_field_attr &to, const _field_attr &from) {
 }
 
 void copy_with_terminator(char *to, std::string_view text) {
-  if (!text.empty()) std::memmove(to, text.data(), text.size());
-  to[text.size()] = '\0';
+  quillanest::copy_text({quillanest::as_bytes(to), quillanest::room_at(to, text.size() + 1)}, text);
 }
 
 // How many bytes of a number or time are read; the caller answers for them, except at the end of a segment.

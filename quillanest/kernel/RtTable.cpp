@@ -3,6 +3,7 @@
 
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 #include "quillanest/shm/ValueBytes.h"
 
 using quillanest::as_bytes;
@@ -136,13 +137,14 @@ bool CRtTable::IsModified() const {
 void CRtTable::InitRecordDefault(char *record) const {
   const TableView view = TableView::of(*this);
   if (!view || record == nullptr) return;
-  const std::span<std::byte> bytes(as_bytes(record), view.record_bytes());
+  const std::span<std::byte> bytes(as_bytes(record), quillanest::room_at(record, view.record_bytes()));
   for (int i = 0; i < view.attr->TableFieldNum; ++i) {
     const _field_attr *field = view.field(i);
     if (field == nullptr) return;
-    if (field->FieldOffset < 0 || field->FieldOffset >= view.record_size) continue;
+    const std::int32_t offset = field->FieldOffset;  // read once: it may change meanwhile
+    if (offset < 0 || static_cast<std::size_t>(offset) >= bytes.size()) continue;
     const std::string_view text =
         quillanest::text_in({as_bytes(static_cast<const void *>(field->DefaultValue)), RTDB_DEFAULT_SIZE});
-    quillanest::store_default(field->FieldType, bytes.subspan(static_cast<std::size_t>(field->FieldOffset)), text);
+    quillanest::store_default(field->FieldType, bytes.subspan(static_cast<std::size_t>(offset)), text);
   }
 }

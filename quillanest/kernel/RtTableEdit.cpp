@@ -9,6 +9,7 @@
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/HeldMutex.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::as_bytes;
 using quillanest::find_key;
@@ -92,12 +93,21 @@ VersionFields find_version_fields(const TableView &view) noexcept {
 
 }  // namespace quillanest
 
+namespace {
+
+// A caller's buffer that holds a whole record of the table.
+bool is_record(const TableView &view, const char *record) {
+  return record != nullptr && view && quillanest::room_at(record, view.record_bytes()) == view.record_bytes();
+}
+
+}  // namespace
+
 int CRtTable::Insert(char *record, int projectID) {
   const TableView view = TableView::of(*this);
-  if (record == nullptr || !view) return -1;
+  if (!is_record(view, record)) return -1;
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();
-  if (count < 0 || count >= view.capacity()) return -1;
+  if (count >= view.capacity() || quillanest::load_shared(view.attr->RecordCount) < 0) return -1;
   const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
   if (!lock.is_open()) return -1;
 
@@ -146,7 +156,7 @@ int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
 
 int CRtTable::Update(const char *record, int hint, int projectID) {
   const TableView view = TableView::of(*this);
-  if (record == nullptr || !view) return -1;
+  if (!is_record(view, record)) return -1;
   const std::byte *buffer = as_bytes(record);
   const KeyPlace place = find_key_near(view, view.key_of(buffer), hint);
   if (!place.found) return -1;

@@ -6,6 +6,7 @@
 #include "quillanest/kernel/Views.h"
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::find_key;
 using quillanest::KeyPlace;
@@ -66,7 +67,7 @@ int CRtTable::FindIDExclusive(unsigned int key, char *buffer) const {
   const TableView view = TableView::of(*this);
   if (!view || buffer == nullptr) return 0;
   const KeyPlace place = find_key(view, key);
-  if (!place.found) return 0;
+  if (!place.found || quillanest::room_at(buffer, view.record_bytes()) < view.record_bytes()) return 0;
   std::memmove(buffer, view.record(place.position), view.record_bytes());
   return 1;
 }
@@ -91,7 +92,7 @@ char *CRtTable::FindRecordbyStringField(int fieldIndex, const char *text) const 
   if (!view || fieldIndex < 0 || text == nullptr) return nullptr;
   const _field_attr *field = view.field_unchecked(fieldIndex);
   if (field == nullptr) return nullptr;
-  const std::string_view wanted = text;
+  const std::string_view wanted = quillanest::text_at(text);
   const std::int32_t count = view.count();
   for (std::int32_t i = 0; i < count; ++i) {
     std::byte *record = view.record(i);

@@ -26,9 +26,8 @@ void read_value(const TableView &view, std::byte *record, const _field_attr &fie
   const std::span<std::byte> value = view.value(record, field);
   if (quillanest::is_text_type(field.FieldType)) {
     const std::string_view text = quillanest::text_in(value);
-    if (!text.empty()) std::memmove(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
-  } else if (const std::size_t size = field_bytes(value, field); size > 0) {
+    quillanest::copy_text({as_bytes(buffer), quillanest::room_at(buffer, text.size() + 1)}, text);
+  } else if (const std::size_t size = quillanest::room_at(buffer, field_bytes(value, field)); size > 0) {
     std::memmove(buffer, value.data(), size);
   }
 }
@@ -37,14 +36,14 @@ void write_value(const TableView &view, std::byte *record, const _field_attr &fi
   const std::span<std::byte> value = view.value(record, field);
   if (quillanest::is_text_type(field.FieldType)) {
     quillanest::copy_text(value, quillanest::text_at(buffer));
-  } else if (const std::size_t size = field_bytes(value, field); size > 0) {
+  } else if (const std::size_t size = quillanest::room_at(buffer, field_bytes(value, field)); size > 0) {
     std::memmove(value.data(), buffer, size);
   }
 }
 
-// Stores a text in a field and cuts the caller's text to what was stored. A field without room for one stores nothing.
-void store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
-  if (field.FieldSize < 1) return;
+// Stores a text in a field and cuts the caller's text to what was stored. False for a field without room for one.
+bool store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
+  if (field.FieldSize < 1) return false;
   const auto size = static_cast<std::size_t>(field.FieldSize);
   std::string_view stored = quillanest::text_at(text);
   if (stored.size() >= size) {
@@ -53,6 +52,7 @@ void store_text(std::span<std::byte> value, const _field_attr &field, char *text
     stored = stored.substr(0, size - 1);
   }
   quillanest::copy_text(value, stored);
+  return true;
 }
 
 bool store_field_text(std::span<std::byte> value, const _field_attr &field, char *text) {
@@ -63,8 +63,7 @@ bool store_field_text(std::span<std::byte> value, const _field_attr &field, char
       return true;
     case quillanest::kString:
     case quillanest::kPasswd:
-      store_text(value, field, text);
-      return true;
+      return store_text(value, field, text);
     case quillanest::kTime: {
       SYSTEMTIME time{};
       quillanest::read_time(quillanest::text_at(text), {as_bytes(static_cast<void *>(&time)), sizeof time});
@@ -130,7 +129,8 @@ int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int
   end = std::min(end, view.capacity());  // slots past the area belong to another table
   for (int i = first; i < end; ++i) {
     const std::span<std::byte> place = view.value(view.record(i), *field);
-    if (const std::size_t size = field_bytes(place, *field); size > 0) std::memmove(place.data(), value, size);
+    const std::size_t size = quillanest::room_at(value, field_bytes(place, *field));
+    if (size > 0) std::memmove(place.data(), value, size);
   }
   return 1;
 }

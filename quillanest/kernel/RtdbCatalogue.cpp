@@ -59,8 +59,8 @@ int CRtdbManager::CreateDBMem() {
     if (catalogue_database(database->GetDBID()) != database) return 0;
     database->manager_ = this;
     if (database->CreateMem() == 0) return 0;
-    quillanest::store_shared(entries.flags[slot], 1);
     entries.records[slot] = database->attr_;
+    quillanest::store_shared(entries.flags[slot], 1);
   }
   SetRtdbStatus(RTDB_STATUS_LAID_OUT);
   return 1;

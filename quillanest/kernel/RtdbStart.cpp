@@ -1,5 +1,7 @@
 // Start-up: attaching to an image, building one, re-opening one.
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <string>
 
@@ -18,6 +20,15 @@ using quillanest::SegmentAccess;
 namespace {
 
 constexpr const char *kSystemName = "system";
+
+// Copies the attributes; the status, which another thread may look at meanwhile, as a whole.
+void write_attributes(_rtdb_attr &to, const _rtdb_attr &from) {
+  constexpr std::size_t kStatus = offsetof(_rtdb_attr, RtdbStatus);
+  constexpr std::size_t kBehind = kStatus + sizeof from.RtdbStatus;
+  std::memcpy(&to, &from, kStatus);
+  quillanest::store_shared(to.RtdbStatus, from.RtdbStatus);
+  std::memcpy(quillanest::as_bytes(&to) + kBehind, quillanest::as_bytes(&from) + kBehind, sizeof from - kBehind);
+}
 
 }  // namespace
 
@@ -46,7 +57,7 @@ int CRtdbManager::CreateMem(int bReopen) {
   if (segment_.Create(quillanest::manager_segment_size(slots), false, creates) == nullptr) return 0;
   const std::span<std::byte> bytes = segment_bytes();
   if (bytes.empty()) return 0;
-  if (creates) quillanest::store(bytes.data() + sizeof(_rtdb_head), attr_);
+  if (creates) write_attributes(in_force(), attr_);
   _rtdb_head head{};
   head.DbInfoOffset = quillanest::kDirectoryOffset;
   head.DbInfoIndexOffset = quillanest::kDirectoryOffset + slots * std::int32_t{sizeof(_db_attr)};

@@ -12,6 +12,7 @@
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/LineReader.h"
 #include "quillanest/shm/NumberText.h"
+#include "quillanest/shm/TextAt.h"
 
 namespace quillanest {
 namespace {
@@ -181,7 +182,7 @@ class SchemaReader {
 
 bool read_schema(const char *path, CRtdbManager &manager) {
   if (path == nullptr || *path == '\0') return false;
-  std::optional<FileText> file = read_file(path);
+  std::optional<FileText> file = read_file(std::string(text_at(path)));
   if (!file) return false;
   LineReader lines(file->chars(), kLineMax);
   SchemaReader schema(manager);

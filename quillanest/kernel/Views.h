@@ -30,6 +30,14 @@ Attr *attr_at(std::span<std::byte> segment, std::int64_t offset) {
   return reinterpret_cast<Attr *>(segment.data() + offset);
 }
 
+// The address where an array of descriptors begins, which may be empty and then ends with the segment.
+template <class Attr>
+Attr *attrs_at(std::span<std::byte> segment, std::int64_t offset) {
+  const bool inside = offset >= 0 && !segment.empty() && offset <= static_cast<std::int64_t>(segment.size());
+  return inside && offset % std::int64_t{alignof(Attr)} == 0 ? reinterpret_cast<Attr *>(segment.data() + offset)
+                                                             : nullptr;
+}
+
 struct DatabaseView {
   // The segment while the object is mapped, else empty. A flag without a view, as a copy of a mapped object has it,
   // counts as not mapped.
@@ -130,13 +138,7 @@ struct TableView {
   }
 
   // The address of the first field descriptor, also when the table has none; null outside the segment.
-  [[nodiscard]] _field_attr *fields() const noexcept {
-    const std::int64_t offset = attr->FieldOffset;
-    const bool inside = offset >= 0 && offset <= static_cast<std::int64_t>(segment.size());
-    return inside && offset % std::int64_t{alignof(_field_attr)} == 0
-               ? reinterpret_cast<_field_attr *>(segment.data() + offset)
-               : nullptr;
-  }
+  [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, attr->FieldOffset); }
 
   // Of records without bytes no more are counted than the segment has bytes.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {

@@ -133,7 +133,7 @@ std::string configuration_of(const CRtTable &table) {
 }  // namespace
 
 bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char *path, int) {
-  const std::optional<std::string> own_path = path == nullptr ? path_of(*database, *table) : path;
+  const std::optional<std::string> own_path = path == nullptr ? path_of(*database, *table) : std::string(text_at(path));
   if (!own_path) return false;
   std::optional<FileText> file = read_file(*own_path);
   if (!file) return true;
@@ -166,7 +166,7 @@ bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char
 
 bool LoadSomeDataFile(CRtDataBase *, CRtTable *table, const char *path, bool use_caption_names, char separator) {
   if (path == nullptr) return true;
-  std::optional<FileText> file = read_file(path);
+  std::optional<FileText> file = read_file(std::string(text_at(path)));
   if (!file) return true;
   const TableView view = TableView::of(*table);
   if (!view) return false;

@@ -128,13 +128,14 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
   if (!view) return false;
   const std::optional<std::string> path = path_of(*database, *table);
   if (!path) return false;
+  // First, because it reads files: without a descriptor for them the key would not be found.
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
+  if (!passwords_are_whole(view, cipher)) return false;
   FileReplacement file(*path);
   if (!file.is_open()) return false;
 
   ModifiedMarks marks(view, find_version_fields(view).modified);
   try {
-    const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
-    if (!passwords_are_whole(view, cipher)) return false;
     TableWriter writer(view, file, cipher, separator_);
     writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
     const std::int32_t count = view.count();

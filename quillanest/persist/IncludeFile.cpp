@@ -12,6 +12,7 @@
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 
@@ -102,7 +103,7 @@ std::string with_carriage_returns(std::string_view text) {
 
 // The path of a database's header; the separator is added whatever the folder ends with.
 std::string header_path(CRtDataBase &database, const char *folder) {
-  return joined({folder, "/", name_of(database), ".h"});
+  return joined({text_at(folder), "/", name_of(database), ".h"});
 }
 
 }  // namespace

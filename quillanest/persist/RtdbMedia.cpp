@@ -90,47 +90,61 @@ bool CRtdbMedia::save_all_rows(const TableView &view, const std::string &store_t
 }
 
 bool CRtdbMedia::save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                                   int project, ModifiedMarks &marks) {
+                                   int project, std::int32_t &end, ModifiedMarks &marks) {
   if (fields.modified == nullptr) return true;
-  const std::int32_t count = view.count();
-  for (std::int32_t i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < end; ++i) {
     std::byte *record = view.record(i);
     const std::uint32_t key = view.key_of(record);
     if (key == 0 || version_value(view, record, *fields.modified) == 0) continue;
     const std::string statement = "DELETE FROM " + store_table +
                                   " WHERE ID = " + std::to_string(static_cast<std::int32_t>(key)) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (!run(statement.c_str(), TARGET_BOTH)) return false;
+    if (!run(statement.c_str(), TARGET_BOTH)) {
+      end = i;
+      return false;
+    }
     insert_record(view, store_table, i, marks);
   }
   return true;
 }
 
+// Runs save(marks) in a transaction, which is kept when it is true. Otherwise the former rows stand and the records are
+// marked as before.
+template <class Save>
+bool CRtdbMedia::keep(const TableView &view, const VersionFields &fields, Save save) {
+  if (!begin_transaction()) return false;
+  ModifiedMarks marks(view, fields.modified);
+  bool kept = false;
+  try {
+    kept = save(marks) && commit_transaction();
+  } catch (const std::exception &) {
+    kept = false;
+  }
+  if (kept) return true;
+  rollback_transaction();
+  marks.restore();
+  return false;
+}
+
 bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) {
   open_for(database, false);
   const TableView view = TableView::of(table);
-  if (!view) return false;
+  if (!view || !passwords_are_whole(view, cipher_)) return false;
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
-  if (!passwords_are_whole(view, cipher_) || !begin_transaction()) return false;
-  ModifiedMarks marks(view, fields.modified);
-  const bool full = project == 0 || fields.project == nullptr;
-  bool saved = false;
-  bool kept = false;
-  try {
-    saved = full ? save_all_rows(view, store_table, fields, marks)
-                 : save_project_rows(view, store_table, fields, project, marks);
-    // A project save that ends at a rejected DELETE keeps what it has written; a full save has written nothing then,
-    // and must not leave one slot empty because the other refused.
-    if (saved || !full) kept = commit_transaction();
-  } catch (const std::exception &) {
-    saved = false;
+  if (project == 0 || fields.project == nullptr) {
+    return keep(view, fields, [&](ModifiedMarks &marks) { return save_all_rows(view, store_table, fields, marks); });
   }
-  if (!kept) {
-    rollback_transaction();
-    marks.restore();
-  }
-  return saved && kept;
+  const std::int32_t count = view.count();
+  std::int32_t end = count;
+  const auto save = [&](ModifiedMarks &marks) {
+    return save_project_rows(view, store_table, fields, project, end, marks);
+  };
+  if (keep(view, fields, save)) return true;
+  // A rejected DELETE ends the save and keeps the records before it. They are saved anew, because the database that did
+  // run it would otherwise lose that row.
+  if (end < count) (void)keep(view, fields, save);
+  return false;
 }
 
 bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int project) {

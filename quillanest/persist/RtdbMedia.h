@@ -32,8 +32,9 @@ class CRtdbMedia : public CDbConnection {
 
   // By design [ClosedStoreSaves]: a save with no slot open runs its statements nowhere, clears the marks of the records
   // that it would have written, and is true.
-  // False when the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept; in
-  // the last case the former rows stand and the records are marked modified again.
+  // False when the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept. Then
+  // the former rows stand and the records are marked modified again, except that a project save keeps the records in
+  // front of the one whose DELETE was rejected.
   bool SaveTable(CRtDataBase &database, CRtTable &table, int project);
   bool SaveDataBase(CRtDataBase &database, int project);
   // Every mapped database, each with connections of its own; true unless the directory is empty.
@@ -58,8 +59,11 @@ class CRtdbMedia : public CDbConnection {
   void open_for(CRtDataBase &database, bool first_only);
   bool save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
                      ModifiedMarks &marks);
+  // The records in front of `end`, which a rejected DELETE sets to the place of its record.
   bool save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                         int project, ModifiedMarks &marks);
+                         int project, std::int32_t &end, ModifiedMarks &marks);
+  template <class Save>
+  bool keep(const TableView &view, const VersionFields &fields, Save save);
   void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
                      ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);

@@ -85,7 +85,8 @@ std::string select_base(const std::string &store_table, const VersionFields &fie
 // The record that a project row changes: the one with its key, else a new one; null when the table takes no more.
 std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
   const std::uint32_t key = to_int32(id);
-  const KeyPlace place = find_key(view, key);
+  // Key 0 names no record; a row that has it gets the next key.
+  const KeyPlace place = key == 0 ? KeyPlace{false, 0} : find_key(view, key);
   return view.at(place.found ? place.position : table.Insert(key, 0, 0));
 }
 

@@ -27,7 +27,8 @@ class NamedRegion {
 
   // The same, but a region that does not exist yet is backed by the file at `path`, which is created or grown to
   // `size` bytes as needed and keeps its former bytes and, afterwards, those of the region. When the file cannot be
-  // opened the region is anonymous. The file is never removed.
+  // opened the region is anonymous; there is no view when it was opened but cannot be grown. A region that exists is
+  // opened as it is, and the file is not touched then. The file is never removed.
   [[nodiscard]] static NamedRegion open_or_create_file(std::string_view name, const std::string &path,
                                                        std::size_t size);
 

@@ -66,16 +66,16 @@ inline void copy_text(std::span<std::byte> to, std::string_view text) {
   if (length < to.size()) to[length] = std::byte{0};
 }
 
-// Counters of the image that readers and editors touch at the same time. A reader may get a stale value, never a torn
-// one; the order of what it sees beside the counter is the business of the database's mutex.
+// Counters and flags of the image that one thread reads while another writes. A reader may get a stale value, never a
+// torn one, and sees whatever was written before the value that it gets.
 template <class T>
 T load_shared(const T &counter) {
-  return std::atomic_ref<T>(const_cast<T &>(counter)).load(std::memory_order_relaxed);
+  return std::atomic_ref<T>(const_cast<T &>(counter)).load(std::memory_order_acquire);
 }
 
 template <class T>
 void store_shared(T &counter, T value) {
-  std::atomic_ref<T>(counter).store(value, std::memory_order_relaxed);
+  std::atomic_ref<T>(counter).store(value, std::memory_order_release);
 }
 
 // Texts of descriptors.
@@ -87,18 +87,6 @@ void store_shared(T &counter, T value) {
 template <class Block>
 std::string_view block_text(const Block &block, std::size_t offset) {
   return text_in({as_bytes(static_cast<const void *>(&block)) + offset, sizeof(Block) - offset});
-}
-
-// Stores a text of at most `width` characters and its terminator; false, with nothing changed, for a longer one.
-// By design [FullWidthText]: a text of full width is accepted and its terminator falls on the byte behind it.
-// The one behind the block's last byte is dropped.
-template <class Block>
-bool set_block_text(Block &block, std::size_t offset, std::size_t width, const char *text) {
-  if (text == nullptr) return false;
-  const std::size_t length = std::strlen(text);
-  if (length > width) return false;
-  copy_text({as_bytes(static_cast<void *>(&block)) + offset, sizeof(Block) - offset}, {text, length});
-  return true;
 }
 
 // Copies the text at `offset` from one block to another of its kind, terminator included; the bytes behind the

@@ -1,15 +1,18 @@
 #include "quillanest/shm/MutexEx.h"
 
 #include "quillanest/platform/NamedMutex.h"
+#include "quillanest/shm/TextAt.h"
 
 CMutexEx::CMutexEx(const char *pszName) {
-  if (pszName != nullptr) handle_ = quillanest::open_mutex(pszName);
+  if (pszName != nullptr) handle_ = quillanest::open_mutex(quillanest::text_at(pszName));
 }
 
 CMutexEx::~CMutexEx() { quillanest::close_mutex(handle_); }
 
 bool CMutexEx::Create(const char *pszName) {
-  if (handle_ == quillanest::kNoMutex && pszName != nullptr) handle_ = quillanest::open_mutex(pszName);
+  if (handle_ == quillanest::kNoMutex && pszName != nullptr) {
+    handle_ = quillanest::open_mutex(quillanest::text_at(pszName));
+  }
   return handle_ != quillanest::kNoMutex;
 }
 

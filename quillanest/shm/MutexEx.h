@@ -13,7 +13,7 @@
 class QUILLANEST_API CMutexEx {
  public:
   // Without a name: no handle. With a name: as Create.
-  explicit CMutexEx(const char *pszName = nullptr);
+  CMutexEx(const char *pszName = nullptr);
 
   // Copies share one handle: the first destructor closes it, and every other copy then fails as without a handle.
   // Assignment does not close the handle that the target had.

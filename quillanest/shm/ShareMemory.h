@@ -18,7 +18,7 @@ struct SegmentAccess;
 class QUILLANEST_API CShareMemory {
  public:
   // The effective key is `nKey` plus the process identifier. No view, size 0, not file-backed.
-  explicit CShareMemory(int nKey = -1);
+  CShareMemory(int nKey = -1);
 
   // Takes over key, file flag and size, never the view: an unmapped target stays unmapped, a mapped one keeps its own.
   CShareMemory(const CShareMemory &other);

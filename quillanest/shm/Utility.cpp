@@ -3,15 +3,19 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
+#include <string>
+#include <string_view>
 
+#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/Thread.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 #include "quillanest/shm/ValueBytes.h"
 
 namespace {
@@ -24,15 +28,28 @@ struct FileClose {
 
 // Empties the file, creating it when it does not exist, and makes it `words` zero words of 4 bytes.
 void write_zero_words(const char *path, std::uintmax_t words) {
-  std::unique_ptr<std::FILE, FileClose> file(std::fopen(path, "wb"));
-  if (file == nullptr) return;
-  file.reset();
-  std::error_code error;  // a full disk leaves the file empty
-  std::filesystem::resize_file(path, words * 4, error);
+  try {
+    const std::string name(quillanest::text_at(path));
+    std::unique_ptr<std::FILE, FileClose> file(std::fopen(name.c_str(), "wb"));
+    if (file == nullptr) return;
+    file.reset();
+    std::error_code error;  // a full disk leaves the file empty
+    std::filesystem::resize_file(name, words * 4, error);
+  } catch (const std::bad_alloc &) {
+    // As when the file cannot be opened.
+  }
+}
+
+std::optional<std::int64_t> size_of(const char *path) {
+  if (path == nullptr) return std::nullopt;
+  return quillanest::neutral_on_failure(std::optional<std::int64_t>(),
+                                        [&] { return quillanest::file_size(std::string(quillanest::text_at(path))); });
 }
 
 // The bytes of a value that the caller promises room for.
-std::span<std::byte> promised_room(char *destination, std::size_t size) { return {as_bytes(destination), size}; }
+std::span<std::byte> promised_room(void *destination, std::size_t size) {
+  return {as_bytes(destination), quillanest::room_at(destination, size)};
+}
 
 }  // namespace
 
@@ -40,7 +57,7 @@ void GetLocalTime(SYSTEMTIME &time) { (void)quillanest::read_local_time(time); }
 
 void ReadTime(const char *text, SYSTEMTIME *time) {
   if (text == nullptr || time == nullptr) return;
-  quillanest::read_time(text, {as_bytes(static_cast<void *>(time)), sizeof *time});
+  quillanest::read_time(quillanest::text_at(text), promised_room(time, sizeof *time));
 }
 
 void KillProcess(int nProcessID) { quillanest::end_process(nProcessID); }
@@ -56,8 +73,7 @@ bool KillThreadEx(void *handle) {
 }
 
 int GetFileSize(const char *path) {
-  if (path == nullptr) return -1;
-  const std::optional<std::int64_t> size = quillanest::file_size(path);
+  const std::optional<std::int64_t> size = size_of(path);
   return size ? static_cast<int>(static_cast<std::uint32_t>(*size)) : -1;
 }
 
@@ -68,13 +84,12 @@ void ChangeFileSize(const char *path, int size) {
 }
 
 void ClearFile(const char *path) {
-  if (path == nullptr) return;
-  const std::optional<std::int64_t> size = quillanest::file_size(path);
+  const std::optional<std::int64_t> size = size_of(path);
   if (size) write_zero_words(path, static_cast<std::uintmax_t>(*size) / 4);
 }
 
 void SetDefaultField(int type, char *destination, const char *text) {
   if (destination == nullptr || text == nullptr || *text == '\0') return;
-  const std::size_t room = std::max(sizeof(SYSTEMTIME), std::strlen(text) + 1);
-  quillanest::store_default(type, promised_room(destination, room), text);
+  const std::string_view value = quillanest::text_at(text);
+  quillanest::store_default(type, promised_room(destination, std::max(sizeof(SYSTEMTIME), value.size() + 1)), value);
 }

@@ -19,6 +19,26 @@ struct Plant : Image {
   char *record;  // of the directory; the manager keeps its segment mapped
 };
 
+// The array of a database without fields is empty; it begins where it would.
+TEST(DataBase, FieldAddressWithoutFields) {
+  Image image({{11, "Bare", 2, {}}});
+  CRtDataBase &system = *image.manager.GetSystemDB();
+  EXPECT_EQ(reinterpret_cast<char *>(system.GetFieldAddress()), system.GetStartAddress() + 200);
+  system.DetachShareMemory();
+  EXPECT_EQ(system.GetFieldAddress(), nullptr);
+}
+
+// A name that is read while it is written would be measured twice, and once be too long.
+TEST(DataBase, NameOfItsOwnDescriptor) {
+  Image image({{11, "Bare", 2, {}}});
+  CRtDataBase &system = *image.manager.GetSystemDB();
+  system.SetDBName("exactly_24_characters_ab");
+  system.SetDBCName(system.GetDBName());
+  EXPECT_STREQ(system.GetDBCName(), "exactly_24_characters_ab");
+  system.DetachShareMemory();
+  EXPECT_STREQ(system.GetDBCName(), "exactly_24_characters_ab");
+}
+
 }  // namespace
 
 // A getter or a table walk that reads the other copy of the descriptor.

@@ -312,3 +312,48 @@ TEST(HostileImage, UnterminatedTextEndsWithTheSegment) {
   EXPECT_EQ('U', end[-1]);
   EXPECT_TRUE(table.SaveData(0));
 }
+
+// Texts and buffers that clients give may lie in a segment, too; texts there need no terminator.
+TEST(HostileImage, ArgumentsEndWithTheSegment) {
+  const Walls walls;
+  Hostile image;
+  char *end = image.start + Hostile::kPage;
+  std::memset(end - 104, 'T', 104);
+  CRtTable table = image.table(12);
+  CRtTable &last = table;
+  CRtDataBase &database = *image.database;
+  CRtField field;
+  SYSTEMTIME time{};
+  std::string text(300, '?');
+  char *tail = end - 5;
+  ReadTime(tail, &time);
+  ReadTime("1-2-3 4:5:6", reinterpret_cast<SYSTEMTIME *>(end - 4));
+  std::memset(end - 104, 'T', 104);
+  SetDefaultField(13, text.data(), tail);
+  EXPECT_STREQ(text.c_str(), "TTTTT");
+  SetDefaultField(13, end - 3, "longer than the room");
+  SetDefaultField(14, end - 3, "2001-2-3");
+  std::memset(end - 104, 'T', 104);
+  EXPECT_TRUE(CMutexEx(tail).Create(nullptr));
+  EXPECT_EQ(GetFileSize(tail), -1);
+  field.SetFieldName(tail);
+  EXPECT_STREQ(field.GetFieldName(), "TTTTT");
+  field.SetDefaultValue(end - 40);
+  EXPECT_STREQ(field.GetDefaultValue(), "");
+  EXPECT_EQ(last.FindRecordbyStringField(4, end - 104), last.GetAt(8));
+  EXPECT_EQ(last.FindFieldFromName(tail, false), -1);
+  EXPECT_EQ(database.GetTableDataAddress(tail), nullptr);
+  EXPECT_EQ(image.manager.GetDataBaseFromName(image.plant, tail), 0);
+  EXPECT_EQ(image.manager.UserLogin(tail, tail), 0);
+  EXPECT_EQ(last.SetFieldDataAt(0, 3, end - 3), 1);
+  EXPECT_EQ(last.SetColumnValueAt(3, end - 3, 0, 3), 1);
+  EXPECT_EQ(last.GetFieldDataAt(0, 3, end - 3), 1);
+  EXPECT_EQ(last.GetFieldDataAt(0, 4, end - 3), 1);
+  EXPECT_EQ(last.Update(end - 135, 0, 0), -1);
+  EXPECT_EQ(last.FindIDExclusive(1, end - 135), 0);
+  CRtField::GetDisplayText(13, text.data(), end - 3);
+  last.InitRecordDefault(end - 3);
+  last.SetRecordCount(1);
+  EXPECT_EQ(last.Insert(end - 135, 0), -1);
+  EXPECT_EQ(last.GetRecordCount(), 1);
+}

@@ -70,6 +70,14 @@ int edit_that_waits(LockedAccounts &accounts, const std::function<int(CRtTable &
   return result;
 }
 
+// A negative count is no table that could take a record.
+TEST(TableEdit, NegativeCountTakesNoRecord) {
+  Accounts accounts({1}, 2);
+  accounts.table.SetRecordCount(-3);
+  EXPECT_EQ(accounts.table.Insert(account(7).data(), 0), -1);
+  EXPECT_EQ(accounts.table.GetRecordCount(), -3);
+}
+
 }  // namespace
 
 // A record in the wrong place, a counter that moves when it should stay, a refused insert that changes something.

@@ -153,9 +153,9 @@ TEST(UsersTest, FaultyCountDoesNotReachTheNextTable) {
 }
 
 TEST(ByDesign, UserRecordStride) {
-  const auto with = [](TableSpec spec, const char *last) {
-    spec.fields.back() = last;
-    return spec;
+  const auto with = [](TableSpec table, const char *last) {
+    table.fields.back() = last;
+    return table;
   };
   const struct {
     const char *what;

@@ -208,4 +208,32 @@ const RegisterChild kWithoutRoom{"save_without_room", save_without_room};
 
 TEST(DataFileSave, FullFileSystemKeepsTheFormerFile) { EXPECT_EQ(Child("save_without_room").wait(), 0); }
 
+// Without a free descriptor nobody knows whether a file is there; taken for missing, the configuration named no store
+// and the save went nowhere, and the key file gave way to the built-in key.
+TEST(DataFileSave, NoFreeDescriptor) {
+  AccountImage image("PasswdKeyFile=key\n");
+  add(image.account, 1, "ann", 5);
+  poke(image.account.GetAt(0), kModified, 1);
+  ASSERT_TRUE(image.account.SaveData(0));
+  const std::string before = image.root.read(kFile);
+  poke(image.account.GetAt(0), kModified, 1);
+  poke(image.account.GetAt(0), kLevel, 6);
+  rlimit former{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
+  const int next = dup(0);
+  close(next);
+  for (const rlim_t spare : {rlim_t{0}, rlim_t{1}}) {
+    SCOPED_TRACE(spare);
+    const rlimit few{static_cast<rlim_t>(next) + spare, former.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const bool saved = image.account.SaveData(0);
+    const bool loaded = image.manager.LoadTableData(1, 10, nullptr);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
+    EXPECT_FALSE(spare == 0 && (saved || loaded));
+    if (!saved) {
+      EXPECT_EQ(image.root.read(kFile), before);
+    }
+  }
+}
+
 }  // namespace

@@ -119,4 +119,13 @@ TEST(FileReplacement, ConcurrentReplacementsWaitForOneAnother) {
   EXPECT_EQ(root.files("data"), Names{"file"});
 }
 
+TEST(FileReplacement, FollowsALinkToAFileThatIsNotThereYet) {
+  const TestRoot root;
+  std::filesystem::create_symlink("../conf/target", root.path("data/first"));
+  std::filesystem::create_symlink("first", root.path("data/link"));
+  EXPECT_TRUE(replace(root.path("data/link"), "content"));
+  EXPECT_EQ(root.read("conf/target"), "content");
+  EXPECT_TRUE(std::filesystem::is_symlink(root.path("data/first")));
+}
+
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "quillanest/Quillanest.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/TestRoot.h"
 
 namespace {
@@ -102,6 +103,13 @@ TEST(ShareMemory, FileBackedSegmentKeepsItsBytesInTheNamedFile) {
   }
   setenv("MAP_FILE_PATH", root.path("missing/").c_str(), 1);
   EXPECT_EQ(text_at(segment.Create(12, true, false), 12), std::string(12, '\0')) << "not an ordinary segment";
+  setenv("MAP_FILE_PATH", root.path("data/full").c_str(), 1);
+  {
+    const FullDisk full(100);
+    EXPECT_EQ(segment.Create(12, true, false), segment.Attach()) << "what the folder held is a view still";
+    segment.Destroy();
+    EXPECT_EQ(segment.Create(1000, true, false), nullptr) << "what is written to a lost segment is lost";
+  }
   unsetenv("MAP_FILE_PATH");
 }
 

@@ -2,7 +2,9 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <pthread.h>
 #include <signal.h>
 #include <time.h>
@@ -191,6 +193,47 @@ TEST(Utility, KillThreadExAbandonsMutexesAndHitsNobodyThroughAStaleHandle) {
     EXPECT_TRUE(mutex.Release());
     stale.push_back(handle);
   }
+}
+
+struct StartsAnother {
+  ~StartsAnother() { CreateThreadEx(end_by_itself, nullptr); }
+};
+
+unsigned long starts_another_at_its_end(void *) {
+  thread_local const StartsAnother at_the_end;
+  (void)&at_the_end;
+  return 0;
+}
+
+unsigned long leaves_through_exit(void *) {
+  say_of_thread(true);
+  pthread_exit(nullptr);
+}
+
+std::ptrdiff_t mappings() {
+  std::ifstream maps("/proc/self/maps");
+  return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
+}
+
+// A thread's own destructors run when it counts as ended already; it may not wait for itself then.
+TEST(Utility, CreateThreadExAtTheEndOfAThread) {
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_NE(CreateThreadEx(starts_another_at_its_end, nullptr), nullptr);
+    ASSERT_EQ(hear(), 'y');
+  }
+}
+
+// What a routine leaves open in pthread_exit is its stack.
+TEST(Utility, ThreadsThatExitAreCleanedUp) {
+  std::ptrdiff_t before = 0;
+  void *handle = nullptr;
+  for (int i = 0; i < 100; ++i) {
+    handle = CreateThreadEx(leaves_through_exit, nullptr);
+    ASSERT_EQ(hear(), 'y');
+    if (i == 20) before = mappings();
+  }
+  EXPECT_LE(mappings(), before + 20);
+  EXPECT_TRUE(KillThreadEx(handle));
 }
 
 }  // namespace

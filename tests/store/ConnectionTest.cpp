@@ -1,15 +1,19 @@
 // Opening, asking and closing connections.
 #include <arpa/inet.h>
 #include <array>
+#include <barrier>
 #include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "quillanest/persist/DbConnection.h"
 #include "tests/store/StoreFixture.h"
+#include "tests/support/Child.h"
 
 namespace {
 
@@ -282,6 +286,40 @@ TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   EXPECT_LT(fixture.open(false), 4);
   EXPECT_EQ(other.connections(), 1);
 }
+
+// Attempts that are merely under way, each a moment from its end, were taken for hanging ones, and the save of the
+// fourth thread went nowhere.
+TEST(Connection, ManyThreadsConnectAtOnce) {
+  const ServerStore store;
+  const std::string lines = store.settings("MainDB") + kNoBackup;
+  std::array<std::unique_ptr<Fixture>, 8> fixtures;
+  for (auto &fixture : fixtures) fixture = std::make_unique<Fixture>(lines);
+  std::barrier together(static_cast<std::ptrdiff_t>(fixtures.size()));
+  std::vector<std::thread> threads;
+  for (auto &fixture : fixtures) {
+    threads.emplace_back([&] {
+      together.arrive_and_wait();
+      fixture->open(false);
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  for (const auto &fixture : fixtures) EXPECT_EQ(fixture->mask, 1);
+}
+
+// A file that may only be read opened as one that may be written, and every save failed in both databases.
+int open_read_only(const std::vector<std::string> &) {
+  Fixture fixture("MainDBType=1\nMainDBName=data/store.db\nBackDBType=-1\n");
+  { const FileStore store(fixture.root); }
+  chmod(fixture.root.path("data/store.db").c_str(), 0444);
+  chmod(fixture.root.folder().c_str(), 0755);
+  if (geteuid() == 0 && seteuid(65534) != 0) return 1;
+  fixture.open(false);
+  const int mask = fixture.mask;
+  return geteuid() == 65534 && seteuid(0) != 0 ? 1 : mask;
+}
+const RegisterChild kReadOnly{"open_read_only", open_read_only};
+
+TEST(Connection, FileThatMayOnlyBeReadIsNoSlot) { EXPECT_EQ(Child("open_read_only").wait(), 0); }
 
 // --- Deliberate behaviours
 // ----------------------------------------------------------------------------------------------

@@ -364,6 +364,28 @@ TEST_P(StoreScenario, BackupThatRefusesLeavesTheMainRows) {
   EXPECT_TRUE(image.item.IsModified());
 }
 
+// A database that ran the DELETE of a record, which the other one refused, keeps the row; records in front of it are
+// saved.
+TEST_P(StoreScenario, RejectedDeleteOfAProjectRow) {
+  StoreImage image(GetParam().slots);
+  image.run(
+      "INSERT INTO plant_Item VALUES(1,'old',1,0,'',0,5,3); INSERT INTO plant_Item VALUES(2,'old',2,0,'',0,5,3);");
+  for (const std::uint32_t key : {1U, 2U}) {
+    poke(image.add(key, "new", 7), kProject, 5);
+    poke(image.item.GetAt(static_cast<int>(key) - 1), kModified, 1);
+  }
+  const bool file = std::string_view(GetParam().slots).back() == 'F';
+  (void)image.stores.back()->run(
+      file ? "CREATE TRIGGER keep BEFORE DELETE ON plant_Item WHEN OLD.ID = 2 BEGIN SELECT RAISE(ABORT, 'no'); END"
+           : "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN IF OLD.ID = 2 THEN RAISE 'no'; END "
+             "IF; RETURN OLD; END $$; CREATE TRIGGER keep BEFORE DELETE ON plant_Item FOR EACH ROW EXECUTE FUNCTION "
+             "refuse()");
+  EXPECT_FALSE(image.item.SaveData(5));
+  EXPECT_EQ(image.item_rows(), "1|new|7|0|5|0\n2|old|2|0|5|3\n");
+  EXPECT_EQ(peek(image.item.GetAt(0), kModified), 0);
+  EXPECT_EQ(peek(image.item.GetAt(1), kModified), 1);
+}
+
 // What is kept only at the end of the transaction may be refused there.
 TEST_P(StoreScenario, SaveThatCannotBeKeptIsFalseAndMarksAgain) {
   StoreImage image(GetParam().slots);

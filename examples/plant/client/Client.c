@@ -9,7 +9,9 @@
 #define MEMBER_SIZE(type, member) sizeof(((type *)0)->member)
 #include "Places.inc"
 
-struct Places places_in_c(void) { return kPlaces; }
+struct Places places_in_c(void) {
+  return kPlaces;
+}
 
 void print_alarm(const void *record) {
   const plant_alarms *alarm = record;

@@ -34,17 +34,40 @@ struct Places {
 #define FOR_EACH_TABLE(X) X(system, users) X(system, rights) X(plant, alarms)
 
 /* Their members, and those of the other tables up to the first FLOAT or DOUBLE. */
-#define FOR_EACH_FIELD(X)                                                                                             \
-  X(system, users, ID) X(system, users, name) X(system, users, password) X(system, users, fullName)                   \
-  X(system, users, rightsID) X(system, users, phone) X(system, users, shift)                                          \
-  X(system, rights, ID) X(system, rights, role) X(system, rights, rights0) X(system, rights, rights1)                 \
-  X(system, rights, rights2) X(system, rights, rights3)                                                               \
-  X(plant, stations, ID) X(plant, stations, code) X(plant, stations, street) X(plant, stations, district)             \
-  X(plant, measurements, ID) X(plant, measurements, stationID) X(plant, measurements, name)                           \
-  X(plant, measurements, unit)                                                                                        \
-  X(plant, alarms, ID) X(plant, alarms, measurementID) X(plant, alarms, priority) X(plant, alarms, state)             \
-  X(plant, alarms, text) X(plant, alarms, raised)                                                                     \
-  X(plant, setpoints, ID) X(plant, setpoints, stationID) X(plant, setpoints, name) X(plant, setpoints, unit)
+/* clang-format off */
+#define FOR_EACH_FIELD(X) \
+  X(system, users, ID) \
+  X(system, users, name) \
+  X(system, users, password) \
+  X(system, users, fullName) \
+  X(system, users, rightsID) \
+  X(system, users, phone) \
+  X(system, users, shift) \
+  X(system, rights, ID) \
+  X(system, rights, role) \
+  X(system, rights, rights0) \
+  X(system, rights, rights1) \
+  X(system, rights, rights2) \
+  X(system, rights, rights3) \
+  X(plant, stations, ID) \
+  X(plant, stations, code) \
+  X(plant, stations, street) \
+  X(plant, stations, district) \
+  X(plant, measurements, ID) \
+  X(plant, measurements, stationID) \
+  X(plant, measurements, name) \
+  X(plant, measurements, unit) \
+  X(plant, alarms, ID) \
+  X(plant, alarms, measurementID) \
+  X(plant, alarms, priority) \
+  X(plant, alarms, state) \
+  X(plant, alarms, text) \
+  X(plant, alarms, raised) \
+  X(plant, setpoints, ID) \
+  X(plant, setpoints, stationID) \
+  X(plant, setpoints, name) \
+  X(plant, setpoints, unit)
+/* clang-format on */
 
 #ifdef __cplusplus
 extern "C" {

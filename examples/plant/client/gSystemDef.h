@@ -18,9 +18,9 @@
  *     STRING, PASSWD                PASSWD         1 byte, an array of them
  *     TIME                          SYSTEMTIME     16 bytes
  *
- * Two types share a name with another one of another width, so their members have the wrong size and every member behind
- * them the wrong offset: FLOAT is declared as CHAR, DOUBLE as SYSTEMTIME. Do not use a structure from its first FLOAT or
- * DOUBLE member on, nor its sizeof; read such fields by their number, as CRtTable::GetFieldData does.
+ * Two types share a name with another one of another width, so their members have the wrong size and every member
+ * behind them the wrong offset: FLOAT is declared as CHAR, DOUBLE as SYSTEMTIME. Do not use a structure from its first
+ * FLOAT or DOUBLE member on, nor its sizeof; read such fields by their number, as CRtTable::GetFieldData does.
  *
  * A C++ program that includes headers of the library too has a SYSTEMTIME already. It includes the generated headers
  * inside a namespace, all in the same one:

@@ -72,6 +72,8 @@ class SqliteConnection : public Connection {
     const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(database);
     if (result != SQLITE_OK) raise(result);
+    // A file that may only be read opens all the same, and would fail the whole save later.
+    if (sqlite3_db_readonly(database, "main") != 0) raise(SQLITE_READONLY);
     sqlite3_busy_timeout(database, kBusyMilliseconds);
     // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the
     // end.

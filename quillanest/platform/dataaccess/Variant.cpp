@@ -1,5 +1,6 @@
 #include "quillanest/platform/dataaccess/Variant.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -146,7 +147,9 @@ std::string format_number(double value) {
   std::array<char, 64> text;
   const auto [end, error] =
       std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::general, 15);
-  return error == std::errc() ? std::string(text.data(), end) : std::string();
+  if (error != std::errc()) return {};
+  std::replace(text.data(), end, 'e', 'E');
+  return {text.data(), end};
 }
 
 std::string format_date(const SYSTEMTIME &date) {

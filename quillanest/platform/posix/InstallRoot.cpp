@@ -3,7 +3,10 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
+#include <memory>
 #include <string_view>
+
+#include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
 namespace {
@@ -30,6 +33,15 @@ fs::path module_file() {
   return fs::read_symlink("/proc/self/exe", error);
 }
 
+// Found once, when the library is loaded: a relative path counts from the folder in which it was given.
+const fs::path &loaded_module_file() {
+  static const fs::path &file = *std::make_unique<fs::path>(module_file()).release();
+  return file;
+}
+[[gnu::constructor]] void find_module_file() {
+  (void)neutral_on_failure(false, [] { return loaded_module_file().empty(); });
+}
+
 }  // namespace
 
 std::string install_root() {
@@ -38,7 +50,7 @@ std::string install_root() {
     if (root.back() != '/') root += '/';
     return root;
   }
-  const fs::path file = module_file();
+  const fs::path &file = loaded_module_file();
   if (!file.has_parent_path() || !file.parent_path().has_parent_path()) return {};
   std::string root = file.parent_path().lexically_normal().parent_path().string();
   if (root.empty() || root.back() != '/') root += '/';

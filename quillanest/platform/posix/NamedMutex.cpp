@@ -214,6 +214,7 @@ MutexHandle open_mutex(std::string_view name) {
 }
 
 int wait_mutex(MutexHandle handle, int timeout_ms) {
+  if (handle == kNoMutex) return kWaitFailed;
   const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
   if (mapped == nullptr) return kWaitFailed;
   switch (lock(*mapped->mutex, timeout_ms)) {
@@ -231,10 +232,13 @@ int wait_mutex(MutexHandle handle, int timeout_ms) {
 }
 
 bool release_mutex(MutexHandle handle) {
+  if (handle == kNoMutex) return false;
   const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
   return mapped != nullptr && pthread_mutex_unlock(mapped->mutex) == 0;
 }
 
-void close_mutex(MutexHandle handle) { (void)MutexTable::instance().handles.close(handle); }
+void close_mutex(MutexHandle handle) {
+  if (handle != kNoMutex) (void)MutexTable::instance().handles.close(handle);
+}
 
 }  // namespace quillanest

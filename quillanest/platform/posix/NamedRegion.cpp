@@ -3,8 +3,12 @@
 // share the mapping.
 #include "quillanest/platform/NamedRegion.h"
 
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <fcntl.h>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <sys/mman.h>
@@ -49,18 +53,13 @@ struct NameHash {
   std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
 };
 
-// Opens or creates the file and makes it at least `size` bytes long, with disk space behind every one of them: a view
-// must not find out on a write that the disk is full. -1 when the system refuses.
-int open_backing_file(const std::string &path, std::size_t size) {
-  const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
-  if (descriptor < 0) return -1;
+// Makes an open file at least `size` bytes long, with disk space behind every one of them: a view must not find out on
+// a write that the disk is full.
+bool grow_backing_file(int descriptor, std::size_t size) {
   struct stat status {};
-  const bool usable = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-                      (static_cast<std::size_t>(status.st_size) >= size ||
-                       posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0);
-  if (usable) return descriptor;
-  close(descriptor);
-  return -1;
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+         (static_cast<std::size_t>(status.st_size) >= size ||
+          posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0);
 }
 
 int open_memory_file(const std::string &name, std::size_t size) {
@@ -107,7 +106,11 @@ struct RegionRegistry {
     auto entry = std::make_unique<Entry>();
     entry->name = name;
     bool zero = false;
-    if (path != nullptr) entry->descriptor = open_backing_file(*path, size);
+    if (path != nullptr) {
+      entry->descriptor = ::open(path->c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+      // What is written to an anonymous region is lost; only a file that cannot be opened is answered with one.
+      if (entry->descriptor >= 0 && !grow_backing_file(entry->descriptor, size)) return {};
+    }
     if (entry->descriptor < 0) {
       entry->descriptor = open_memory_file(entry->name, size);
       zero = true;
@@ -121,6 +124,8 @@ struct RegionRegistry {
       entries_.erase(owned);
       throw;
     }
+    lowest_ = std::min(lowest_.load(), stored.start, std::less<>());
+    highest_ = std::max(highest_.load(), stored.start + stored.size, std::less<>());
     return open_view(stored, zero);
   }
 
@@ -133,8 +138,11 @@ struct RegionRegistry {
   }
 
   std::span<std::byte> bytes_from(const std::byte *address) {
-    const std::lock_guard lock(mutex_);
     const std::less<> before;
+    // Most addresses are those of the program's own data, on the stack or the heap. A region that holds the address was
+    // there before the caller got it, so its bounds are known here.
+    if (before(address, lowest_.load()) || !before(address, highest_.load())) return {};
+    const std::lock_guard lock(mutex_);
     for (const auto &[entry, owner] : entries_) {
       if (before(address, entry->start) || !before(address, entry->start + entry->size)) continue;
       const auto offset = static_cast<std::size_t>(address - entry->start);
@@ -158,6 +166,9 @@ struct RegionRegistry {
   std::mutex mutex_;
   std::unordered_map<std::string, Entry *, NameHash, std::equal_to<>> by_name_;
   std::unordered_map<Entry *, std::unique_ptr<Entry>> entries_;
+  // Every region so far lies between them.
+  std::atomic<std::byte *> lowest_{reinterpret_cast<std::byte *>(std::numeric_limits<std::uintptr_t>::max())};
+  std::atomic<std::byte *> highest_{nullptr};
 };
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept

@@ -135,27 +135,34 @@ class AbandonedAttempts {
     return table;
   }
 
-  // Whether another attempt may be made: while only a few hang, and otherwise once a minute. One that may is counted
-  // until end() is called for it.
-  [[nodiscard]] bool begin(Source source) {
+  // Whether another attempt may be made: while only a few hang, and otherwise once a minute.
+  [[nodiscard]] bool allows(Source source) {
+    const std::lock_guard lock(mutex_);
+    const auto found = attempts_.find(source);
+    if (found == attempts_.end() || found->second.hanging < kMostAbandoned) return true;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - found->second.last < kPause) return false;
+    found->second.last = now;
+    return true;
+  }
+
+  // Counts an attempt that its caller has given up, until end() is called for it.
+  void begin(Source source) {
     const std::lock_guard lock(mutex_);
     Attempts &attempts = attempts_[source];
-    const auto now = std::chrono::steady_clock::now();
-    if (attempts.running >= kMostAbandoned && now - attempts.last < kPause) return false;
-    ++attempts.running;
-    attempts.last = now;
-    return true;
+    ++attempts.hanging;
+    attempts.last = std::chrono::steady_clock::now();
   }
 
   void end(Source source) noexcept {
     const std::lock_guard lock(mutex_);
     const auto found = attempts_.find(source);
-    if (found != attempts_.end() && --found->second.running == 0) attempts_.erase(found);
+    if (found != attempts_.end() && --found->second.hanging == 0) attempts_.erase(found);
   }
 
  private:
   struct Attempts {
-    int running = 0;
+    int hanging = 0;
     std::chrono::steady_clock::time_point last;
   };
 
@@ -166,10 +173,13 @@ class AbandonedAttempts {
 // Runs on the attempt's own thread, which nobody may be waiting for any more.
 void run_attempt(const std::shared_ptr<Attempt> &attempt, const std::string &text) {
   Link link = connect(text);
-  AbandonedAttempts::instance().end(std::hash<std::string>{}(text));
   {
     const std::lock_guard lock(attempt->mutex);
-    if (!attempt->abandoned) attempt->link.emplace(std::move(link));
+    if (attempt->abandoned) {
+      AbandonedAttempts::instance().end(std::hash<std::string>{}(text));
+    } else {
+      attempt->link.emplace(std::move(link));
+    }
   }
   attempt->done.notify_one();
 }
@@ -184,18 +194,14 @@ void settle_text_encoding() {
 std::optional<Link> connect_in_time(const std::string &text) {
   const AbandonedAttempts::Source source = std::hash<std::string>{}(text);
   const auto attempt = std::make_shared<Attempt>();
-  if (!AbandonedAttempts::instance().begin(source)) return std::nullopt;
+  if (!AbandonedAttempts::instance().allows(source)) return std::nullopt;
   settle_text_encoding();
-  try {
-    std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
-  } catch (...) {
-    AbandonedAttempts::instance().end(source);
-    throw;
-  }
+  std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
   std::unique_lock lock(attempt->mutex);
   if (attempt->done.wait_for(lock, kPatience, [&] { return attempt->link.has_value(); })) {
     return std::move(attempt->link);
   }
+  AbandonedAttempts::instance().begin(source);
   attempt->abandoned = true;
   return std::nullopt;
 }

@@ -58,9 +58,16 @@ bool write_all(int descriptor, std::string_view bytes) {
 
 // The path behind symbolic links, so that replacing a file leaves the links to it alone.
 std::string resolved(const std::string &path) {
+  namespace fs = std::filesystem;
+  constexpr int kMostLinks = 40;
   std::error_code error;
-  const std::filesystem::path real = std::filesystem::canonical(path, error);
-  return error ? path : real.string();
+  if (const fs::path real = fs::canonical(path, error); !error) return real.string();
+  // No such file yet: it is made where a link to it points.
+  fs::path file = path;
+  for (int i = 0; i < kMostLinks && fs::is_symlink(file, error); ++i) {
+    file = file.parent_path() / fs::read_symlink(file, error);
+  }
+  return file.string();
 }
 
 bool same_file(int descriptor, const std::string &path) {
@@ -99,6 +106,10 @@ FileText::FileText(std::size_t size) : bytes_(std::make_unique_for_overwrite<cha
 std::optional<FileText> read_file(const std::string &path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
+  // Short of descriptors or memory, nobody knows whether the file is there.
+  if (file.get() < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EIO || errno == EINTR)) {
+    throw std::system_error(errno, std::generic_category());
+  }
   if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   FileText text(static_cast<std::size_t>(status.st_size));
   const std::optional<std::size_t> size = read_all(file.get(), text.chars());
@@ -123,7 +134,8 @@ FileReplacement::FileReplacement(const std::string &path) : target_(resolved(pat
   const bool exists = stat(target_.c_str(), &status) == 0;
   if (exists && (!S_ISREG(status.st_mode) || access(target_.c_str(), W_OK) != 0)) return;
   descriptor_ = open_temporary(temporary_);
-  // A file of passwords that only its owner may read stays so.
+  // A file of passwords that only its owner may read stays so, and stays that owner's where the system allows it.
+  if (descriptor_ >= 0 && exists) (void)!fchown(descriptor_, status.st_uid, status.st_gid);
   if (descriptor_ >= 0 && exists && fchmod(descriptor_, status.st_mode & 07777) != 0) abandon();
 }
 

@@ -79,18 +79,19 @@ struct ThreadTable {
   RunningThread *finished = nullptr;
 };
 
-// Joins the threads that have left by themselves, and frees their stacks.
+// Joins the threads that have left by themselves, and frees their stacks. One that is still on its way out, the caller
+// itself in a destructor of its thread-local objects for one, stays for the next time.
 void reap_finished() {
   ThreadTable &table = ThreadTable::instance();
-  RunningThread *finished = nullptr;
-  {
-    const std::lock_guard lock(table.leaving);
-    finished = std::exchange(table.finished, nullptr);
-  }
-  while (finished != nullptr) {
-    const std::unique_ptr<RunningThread> own(finished);
-    finished = own->next_finished;
-    pthread_join(own->thread, nullptr);
+  const std::lock_guard lock(table.leaving);
+  for (RunningThread **link = &table.finished; *link != nullptr;) {
+    RunningThread *running = *link;
+    if (pthread_tryjoin_np(running->thread, nullptr) != 0) {
+      link = &running->next_finished;
+      continue;
+    }
+    *link = running->next_finished;
+    const std::unique_ptr<RunningThread> own(running);
   }
 }
 
@@ -116,20 +117,31 @@ sigset_t mask_ending_signal(int how) {
 }
 
 // The signal comes through while the routine runs only: a thread that ended with the table's mutex held would hold it
-// for ever.
+// for ever. The destructor also runs for a routine that leaves through pthread_exit.
+class Run {
+ public:
+  explicit Run(RunningThread &running) : running_(running) {
+    const std::lock_guard started(ThreadTable::instance().leaving);  // the starter has filled in the handle by then
+    (void)mask_ending_signal(SIG_UNBLOCK);
+  }
+  ~Run() {
+    (void)mask_ending_signal(SIG_BLOCK);
+    ThreadTable &table = ThreadTable::instance();
+    const std::lock_guard lock(table.leaving);
+    if (table.handles.close(running_.handle) == nullptr) return;
+    running_.next_finished = std::exchange(table.finished, &running_);
+  }
+  Run(const Run &) = delete;
+  Run &operator=(const Run &) = delete;
+
+ private:
+  RunningThread &running_;
+};
+
 void *run(void *pointer) {
   auto *running = static_cast<RunningThread *>(pointer);
-  ThreadTable &table = ThreadTable::instance();
-  {
-    const std::lock_guard started(table.leaving);  // the starter has filled in the handle by then
-  }
-  (void)mask_ending_signal(SIG_UNBLOCK);
+  const Run until_the_end(*running);
   (void)running->routine(running->argument);
-  (void)mask_ending_signal(SIG_BLOCK);
-  const std::lock_guard lock(table.leaving);
-  if (table.handles.close(running->handle) != nullptr) {
-    running->next_finished = std::exchange(table.finished, running);
-  }
   return nullptr;
 }
 
@@ -171,6 +183,8 @@ ThreadHandle start_thread(ThreadRoutine routine, void *argument) {
 }
 
 void end_thread(ThreadHandle handle) {
+  if (handle == kNoThread) return;
+  reap_finished();
   static const bool handler_installed = install_handler();
   ThreadTable &table = ThreadTable::instance();
   std::unique_ptr<RunningThread> own;  // freed when the thread is gone

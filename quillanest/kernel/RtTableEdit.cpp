@@ -9,7 +9,6 @@
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/HeldMutex.h"
-#include "quillanest/shm/TextAt.h"
 
 using quillanest::as_bytes;
 using quillanest::find_key;
@@ -23,17 +22,9 @@ namespace {
 enum EditAction { kInsertAction = 2, kUpdateAction = 3, kDeleteAction = 4 };
 
 // The name of the mutex of a table's database: the one in the segment, at most to the descriptor's end.
-class DatabaseName {
- public:
-  explicit DatabaseName(const TableView &view) {
-    const auto &attr = *attr_at<_db_attr>(view.segment, 0);
-    block_text(attr, offsetof(_db_attr, DBName)).copy(text_, sizeof(_db_attr));
-  }
-  [[nodiscard]] const char *c_str() const noexcept { return text_; }
-
- private:
-  char text_[sizeof(_db_attr) + 1] = {};
-};
+std::string_view mutex_name(const TableView &view) {
+  return block_text(*attr_at<_db_attr>(view.segment, 0), offsetof(_db_attr, DBName));
+}
 
 // By design [UpdateKeepsStatus]: an update changes the status of a committed record only.
 void stamp_status(const TableView &view, std::byte *record, const _field_attr &status, int action) {
@@ -93,22 +84,13 @@ VersionFields find_version_fields(const TableView &view) noexcept {
 
 }  // namespace quillanest
 
-namespace {
-
-// A caller's buffer that holds a whole record of the table.
-bool is_record(const TableView &view, const char *record) {
-  return record != nullptr && view && quillanest::room_at(record, view.record_bytes()) == view.record_bytes();
-}
-
-}  // namespace
-
 int CRtTable::Insert(char *record, int projectID) {
   const TableView view = TableView::of(*this);
-  if (!is_record(view, record)) return -1;
+  if (!view.is_record(record)) return -1;
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();
   if (count >= view.capacity() || quillanest::load_shared(view.attr->RecordCount) < 0) return -1;
-  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  const quillanest::HeldMutex lock(quillanest::mutex_name(view));
   if (!lock.is_open()) return -1;
 
   std::byte *buffer = as_bytes(record);
@@ -156,11 +138,11 @@ int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
 
 int CRtTable::Update(const char *record, int hint, int projectID) {
   const TableView view = TableView::of(*this);
-  if (!is_record(view, record)) return -1;
+  if (!view.is_record(record)) return -1;
   const std::byte *buffer = as_bytes(record);
   const KeyPlace place = find_key_near(view, view.key_of(buffer), hint);
   if (!place.found) return -1;
-  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  const quillanest::HeldMutex lock(quillanest::mutex_name(view));
   if (!lock.is_open()) return -1;
   // By design [PositionNotRechecked]: the position found before the mutex was taken is the one that is written.
   std::memmove(view.record(place.position), buffer, view.record_bytes());
@@ -174,7 +156,7 @@ int CRtTable::Delete(unsigned int key, int hint, int projectID) {
   // By design [KeyZeroDeletesByPosition]: with key 0 the hint is the position, whatever key the record there has.
   const KeyPlace place = key != 0 ? find_key_near(view, key, hint) : KeyPlace{view.at(hint) != nullptr, hint};
   if (!place.found) return 0;
-  const quillanest::HeldMutex lock(quillanest::DatabaseName(view).c_str());
+  const quillanest::HeldMutex lock(quillanest::mutex_name(view));
   if (!lock.is_open()) return 0;
   if (projectID == 0) return quillanest::remove_record(view, place.position) ? 1 : 0;
   (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kDeleteAction);

@@ -14,12 +14,20 @@ using quillanest::TableView;
 
 namespace quillanest {
 
-KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
-  std::int32_t low = 0;
-  std::int32_t high = view.count() - 1;
+namespace {
+
+// Positions that may hold the key, both included: in front of them stand smaller keys only, behind them larger ones.
+struct Range {
+  std::int64_t low;
+  std::int64_t high;
+};
+
+KeyPlace halve(KeyArea area, std::uint32_t key, Range range) noexcept {
+  auto low = static_cast<std::int32_t>(range.low);
+  auto high = static_cast<std::int32_t>(range.high);
   while (low <= high) {
     const std::int32_t middle = low + (high - low) / 2;
-    const std::uint32_t found = view.key_at(middle);
+    const std::uint32_t found = area.key_at(middle);
     if (found == key) return {true, middle};
     if (key < found) {
       high = middle - 1;
@@ -30,10 +38,68 @@ KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
   return {false, low};
 }
 
-KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept {
-  const std::byte *at_hint = view.at(hint);
-  if (at_hint != nullptr && view.key_of(at_hint) == key) return {true, hint};
-  return find_key(view, key);
+// Up to here halving is as fast as anything.
+constexpr std::int32_t kFewRecords = 32;
+
+// Estimates that are worth a cache miss: each one's error is about the square root of the one's before.
+constexpr int kEstimates = 3;
+
+// Within this distance the neighbours are looked at one by one, which the processor fetches ahead.
+constexpr int kNear = 8;
+
+// Draws the upper end of the range to the key, which is expected a little above the lower end.
+Range close_above(KeyArea area, std::uint32_t key, Range range) noexcept {
+  const std::int64_t start = range.low;
+  for (std::int64_t at = start, step = 1; at <= range.high; at += step) {
+    if (area.key_at(at) >= key) return {range.low, at};
+    range.low = at + 1;
+    if (at - start >= kNear) step *= 2;
+  }
+  return range;
+}
+
+// The same for a key that is expected a little below the upper end.
+Range close_below(KeyArea area, std::uint32_t key, Range range) noexcept {
+  const std::int64_t start = range.high;
+  for (std::int64_t at = start, step = 1; at >= range.low; at -= step) {
+    if (area.key_at(at) <= key) return {at, range.high};
+    range.high = at - 1;
+    if (start - at >= kNear) step *= 2;
+  }
+  return range;
+}
+
+// The range around the place where the key would stand if keys were spread evenly.
+Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
+  const std::uint32_t first = area.key_at(0);
+  const std::uint32_t last = area.key_at(count - 1);
+  Range range{0, std::int64_t{count} - 1};
+  if (key < first) return {0, -1};
+  if (key > last) return {count, range.high};
+  if (first >= last) return range;
+  const double records_per_key = static_cast<double>(count - 1) / static_cast<double>(last - first);
+  double place = static_cast<double>(key - first) * records_per_key;
+  bool above = true;  // where the key stands, seen from the last estimate
+  for (int i = 0; i < kEstimates && range.low <= range.high; ++i) {
+    const std::int64_t at = std::clamp(static_cast<std::int64_t>(place), range.low, range.high);
+    const std::uint32_t found = area.key_at(at);
+    if (found == key) return {at, at};
+    above = found < key;
+    (above ? range.low : range.high) = above ? at + 1 : at - 1;
+    const double distance = (static_cast<double>(key) - static_cast<double>(found)) * records_per_key;
+    if (distance > -kNear && distance < kNear) break;
+    place = static_cast<double>(at) + distance;
+  }
+  return above ? close_above(area, key, range) : close_below(area, key, range);
+}
+
+}  // namespace
+
+KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
+  const Range whole{0, std::int64_t{count} - 1};
+  if (count <= kFewRecords) return halve(area, key, whole);
+  const KeyPlace place = halve(area, key, estimate(area, key, count));
+  return !place.found || area.is_only_one(key, place.position, count) ? place : halve(area, key, whole);
 }
 
 }  // namespace quillanest

@@ -4,6 +4,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 using quillanest::id_is;
@@ -90,7 +91,7 @@ int CRtdbManager::FindTable(unsigned int tableID, CRtDataBase &database, CRtTabl
 template <class Matches>
 int CRtdbManager::update_directory(const _db_attr *attr, Matches matches) {
   const Directory entries = usable_directory();
-  if (!entries || attr == nullptr) return 0;
+  if (!entries || attr == nullptr || quillanest::room_at(attr, sizeof *attr) < sizeof *attr) return 0;
   for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
     if (!matches(entries.records[slot])) continue;
     entries.records[slot] = *attr;

@@ -62,14 +62,17 @@ int CRtdbManager::ReadConfigInfo() {
   const std::string file = root + std::string(quillanest::kConfigurationFile);
   const std::string path =
       quillanest::profile_text(file, quillanest::kConfigurationSection, "RtdbDataPath").substr(0, RTDB_PATH_SIZE - 1);
+  const std::string folder = root + path;
+  const int key =
+      quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey);
+  // What can fail for lack of a resource is done by now: a manager has the whole configuration or nothing of it.
   // A path that does not fit its member is refused with the whole configuration: a cut one would name another place.
   if (root.empty() || !copy_path(attr_.SysIniFile, file)) return 0;
-  if (!copy_path(attr_.DataPath, root + path)) {
+  if (!copy_path(attr_.DataPath, folder)) {
     (void)copy_path(attr_.SysIniFile, {});
     return 0;
   }
-  segment_.SetKey(
-      quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey));
+  segment_.SetKey(key);
   return 1;
 }
 

@@ -22,7 +22,8 @@
 
 class QUILLANEST_API CRtdbManager {
  public:
-  // Reads the configuration file conf/fix_Rtdb.ini below the installation root; without one the defaults count.
+  // Reads the configuration file conf/fix_Rtdb.ini below the installation root; without one the defaults count. Where
+  // the system lacks a resource for that, RtdbManagerInit reads it.
   CRtdbManager();
   ~CRtdbManager();
 

@@ -100,6 +100,7 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
 }
 
 bool CRtdbManager::start(bool reopen, const char *schema_file) {
+  if (*attr_.SysIniFile == '\0') (void)ReadConfigInfo();  // could not be read by the constructor
   if (AttachShareMemory() != 0) return true;
   if (CreateMem(reopen ? 1 : 0) == 0) return false;
   if (!(reopen ? reopen_image() : build_image(schema_file))) return false;

@@ -1,7 +1,9 @@
 #include "quillanest/kernel/ValueText.h"
 
+#include <bit>
 #include <charconv>
-#include <type_traits>
+#include <cmath>
+#include <optional>
 
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
@@ -16,11 +18,41 @@ char *write_integer(char *to, Integer value) {
   return std::to_chars(to, to + kNumberTextMax, value).ptr;
 }
 
+// The value in millionths, rounded to the nearest and a tie to the even one, of a double that is not negative. Nothing
+// when they do not fit 64 bits.
+std::optional<std::uint64_t> millionths(double value) {
+  constexpr int kMantissaBits = 52;
+  constexpr int kExponentBias = 1075;  // of a mantissa that is an integer
+  constexpr int kShiftMin = 10;        // 53 bits and the 20 bits of a million fit 63 bits behind a shift of 10
+  constexpr int kShiftMax = 74;        // nothing is left, and less than a half
+  __extension__ using Wide = unsigned __int128;
+  const auto bits = std::bit_cast<std::uint64_t>(value);
+  const int shift = kExponentBias - static_cast<int>(bits >> kMantissaBits);
+  if (shift < kShiftMin) return std::nullopt;
+  if (shift > kShiftMax) return 0;
+  constexpr std::uint64_t kImplied = std::uint64_t{1} << kMantissaBits;
+  const Wide product = Wide{(bits & (kImplied - 1)) | kImplied} * 1'000'000U;
+  const Wide half = Wide{1} << (shift - 1);
+  const auto whole = static_cast<std::uint64_t>(product >> shift);
+  const Wide rest = product & ((half << 1) - 1);
+  return whole + (rest > half || (rest == half && whole % 2 == 1) ? 1 : 0);
+}
+
 // The form of "%f": fixed notation, six decimals.
 std::size_t write_fixed(char *to, double value) {
   constexpr int kDecimals = 6;
-  return static_cast<std::size_t>(
-      std::to_chars(to, to + kNumberTextMax, value, std::chars_format::fixed, kDecimals).ptr - to);
+  char *at = to;
+  if (std::signbit(value) && !std::isnan(value)) *at++ = '-';
+  const std::optional<std::uint64_t> scaled = millionths(std::fabs(value));
+  if (!scaled) {
+    return static_cast<std::size_t>(
+        std::to_chars(to, to + kNumberTextMax, value, std::chars_format::fixed, kDecimals).ptr - to);
+  }
+  at = write_integer(at, *scaled / 1'000'000U);
+  *at = '.';
+  auto decimals = static_cast<std::uint32_t>(*scaled % 1'000'000U);
+  for (int i = kDecimals; i > 0; --i, decimals /= 10) at[i] = static_cast<char>('0' + decimals % 10);
+  return static_cast<std::size_t>(at + 1 + kDecimals - to);
 }
 
 template <class Integer>

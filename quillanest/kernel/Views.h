@@ -16,6 +16,7 @@
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/ImageLayout.h"
 #include "quillanest/shm/SegmentAccess.h"
+#include "quillanest/shm/TextAt.h"
 
 namespace quillanest {
 
@@ -52,6 +53,24 @@ struct DatabaseView {
   static _table_attr *table(const CRtDataBase &database, int slot) noexcept {
     return attr_at<_table_attr>(segment(database),
                                 database.attr_.TableOffset + std::int64_t{slot} * std::int64_t{sizeof(_table_attr)});
+  }
+};
+
+// The keys of a record area: what a search needs, small enough for registers.
+struct KeyArea {
+  const std::byte *records;
+  std::int64_t record_size;
+
+  // A record shorter than a key has zeros in place of the missing bytes.
+  [[nodiscard]] std::uint32_t key_at(std::int64_t position) const noexcept {
+    const std::byte *bytes = records + position * record_size;
+    if (record_size >= std::int64_t{sizeof(std::uint32_t)}) return load<std::uint32_t>(bytes);
+    return load_part<std::uint32_t>({bytes, static_cast<std::size_t>(record_size)});
+  }
+
+  // Whether no neighbour of the record at `position`, one of the first `count`, has its key.
+  [[nodiscard]] bool is_only_one(std::uint32_t key, std::int64_t position, std::int64_t count) const noexcept {
+    return (position == 0 || key_at(position - 1) != key) && (position + 1 == count || key_at(position + 1) != key);
   }
 };
 
@@ -105,12 +124,16 @@ struct TableView {
     return position >= 0 && position < count() ? record(position) : nullptr;
   }
 
-  // A record's key; a record shorter than a key has zeros in place of the missing bytes.
+  [[nodiscard]] KeyArea keys() const noexcept { return {records, record_size}; }
   [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept {
-    if (record_size >= std::int64_t{sizeof(std::uint32_t)}) return load<std::uint32_t>(bytes);
-    return load_part<std::uint32_t>({bytes, record_bytes()});
+    return KeyArea{bytes, record_size}.key_at(0);
   }
-  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return key_of(record(position)); }
+  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return keys().key_at(position); }
+
+  // Whether a caller's buffer holds a whole record of the table, which must be attached.
+  [[nodiscard]] bool is_record(const char *buffer) const {
+    return records != nullptr && buffer != nullptr && room_at(buffer, record_bytes()) == record_bytes();
+  }
 
   void set_key(std::byte *bytes, std::uint32_t key) const noexcept { store_part({bytes, record_bytes()}, key); }
 
@@ -161,10 +184,35 @@ struct KeyPlace {
   bool found;
   std::int32_t position;
 };
-[[nodiscard]] KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept;
+
+// The place of a key among the first `count` records; find_key() has tried the cheapest one.
+[[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept;
+
+// The place of a key.
+//
+// On an ascending area the answer is that of plain halving, always. Halving costs a cache miss for nearly every one of
+// its steps, so other places are looked at first: the one where the key stands when keys follow one another without a
+// gap, then those where it would stand if keys were spread evenly. What they find counts only when its neighbours have
+// other keys, because halving could meet another one of several equal keys first; a key that is in no place has but one
+// place to be inserted. An area that a faulty file left unsorted is searched within its bounds, to some end.
+[[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
+  const std::int32_t count = view.count();
+  if (count <= 0) return {false, 0};
+  const KeyArea area = view.keys();
+  const std::uint32_t guess = key - area.key_at(0);
+  if (guess < static_cast<std::uint32_t>(count)) {
+    const auto position = static_cast<std::int32_t>(guess);
+    if (area.key_at(position) == key && area.is_only_one(key, position, count)) return {true, position};
+  }
+  return search_key(area, key, count);
+}
 
 // The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
-[[nodiscard]] KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept;
+[[nodiscard]] inline KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept {
+  const std::byte *at_hint = view.at(hint);
+  if (at_hint != nullptr && view.key_of(at_hint) == key) return {true, hint};
+  return find_key(view, key);
+}
 
 // The descriptors of the version fields, null where the table has none.
 struct VersionFields {

@@ -143,6 +143,13 @@ std::optional<std::int64_t> CDbConnection::run(const char *statement, int target
   return changed;
 }
 
+void CDbConnection::run_unseen(const std::string &statement, bool plain) {
+  // With two slots the second one waits for what the first one says.
+  const bool alone = (open_mask_ & (open_mask_ - 1)) == 0;
+  if (plain && alone && current() != nullptr) return current()->connection->execute_unseen(statement);
+  (void)run(statement.c_str(), TARGET_BOTH);
+}
+
 int CDbConnection::Execute(const char *statement, int targets) {
   const std::optional<std::int64_t> changed = run(statement, targets);
   // By design [CountOfLastSlot]: only the last slot's count is reported, in 16 bits.

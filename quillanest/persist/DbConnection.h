@@ -76,6 +76,9 @@ class CDbConnection {
   // What Execute does, with the whole count of the last slot; nothing when a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
+  // Runs a statement on every open slot, whatever becomes of it. `plain`: its texts hold no quotes and no backslashes.
+  void run_unseen(const std::string &statement, bool plain);
+
   // A transaction on every open slot. begin is false when a slot refuses, and none is begun then. commit is false when
   // a slot could not keep its changes; that slot and those after it are rolled back.
   [[nodiscard]] bool begin_transaction();

@@ -50,7 +50,7 @@ bool CRtTable::CommitProject() {
 // then changes no row, which is a failure; a DELETE changes none, which is not.
 bool CRtTable::InsertRecordToDb(char *record) {
   const TableView view = TableView::of(*this);
-  if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
+  if (!view.is_record(record) || database_->GetRtdbManager() == nullptr) return false;
   return neutral_on_failure(false, [&] {
     CRtdbMedia store(database_->GetRtdbManager());
     return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()},
@@ -60,7 +60,7 @@ bool CRtTable::InsertRecordToDb(char *record) {
 
 bool CRtTable::UpdateRecordToDb(char *record) {
   const TableView view = TableView::of(*this);
-  if (record == nullptr || !view || database_->GetRtdbManager() == nullptr) return false;
+  if (!view.is_record(record) || database_->GetRtdbManager() == nullptr) return false;
   const std::span<std::byte> bytes(as_bytes(record), view.record_bytes());
   return neutral_on_failure(false, [&] {
     std::string condition = "ID = " + std::to_string(static_cast<std::int32_t>(view.key_of(bytes.data())));

@@ -41,6 +41,7 @@ void CRtdbMedia::append_value(std::string &statement, const _field_attr &field, 
   std::string text;
   append_value_text(field.FieldType, value, cipher_, text);
   if (is_text_type(field.FieldType)) {
+    has_plain_texts_ = has_plain_texts_ && text.find_first_of("'\\") == std::string::npos;
     // By design [QuotesNotEscaped]: a text with a quote breaks its statement, and its row is missing then.
     statement += '\'';
     statement += text.empty() && type == DB_TYPE_JET ? " " : text;
@@ -55,8 +56,8 @@ void CRtdbMedia::append_value(std::string &statement, const _field_attr &field, 
   }
 }
 
-bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
-                              int count) {
+std::string CRtdbMedia::insert_statement(const std::string &store_table, std::span<std::byte> record,
+                                         const _field_attr *fields, int count) {
   std::string statement = "INSERT INTO " + store_table + " VALUES(";
   for (int i = 0; i < count; ++i) {
     const _field_attr &field = fields[i];
@@ -65,7 +66,12 @@ bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byt
                  inside ? record.subspan(static_cast<std::size_t>(field.FieldOffset)) : std::span<std::byte>());
     statement += i + 1 < count ? ',' : ')';
   }
-  return Execute(statement.c_str(), TARGET_BOTH) == 1;
+  return statement;
+}
+
+bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
+                              int count) {
+  return Execute(insert_statement(store_table, record, fields, count).c_str(), TARGET_BOTH) == 1;
 }
 
 void CRtdbMedia::insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
@@ -74,8 +80,10 @@ void CRtdbMedia::insert_record(const TableView &view, const std::string &store_t
   marks.remember(position);
   marks.clear(record);
   const std::span<std::byte> bytes = view.segment.subspan(static_cast<std::size_t>(record - view.segment.data()));
+  has_plain_texts_ = true;
   // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on.
-  (void)InsertRecord(store_table, bytes, view.field(0), view.field_count());
+  const std::string statement = insert_statement(store_table, bytes, view.field(0), view.field_count());
+  run_unseen(statement, has_plain_texts_);
 }
 
 bool CRtdbMedia::save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,

@@ -67,10 +67,13 @@ class CRtdbMedia : public CDbConnection {
   void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
                      ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);
+  std::string insert_statement(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
+                               int count);
   void append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value);
 
   CRtdbManager *manager_;
   PasswordCipher cipher_;
+  bool has_plain_texts_ = true;  // of the statement that is being made
   bool bSystemDB = false;
 };
 

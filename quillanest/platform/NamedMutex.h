@@ -25,6 +25,22 @@ inline constexpr int kWaitAbandoned = 0x80;
 inline constexpr int kWaitTimeout = 0x102;
 inline constexpr int kWaitFailed = -1;
 
+// --- Without a handle, for those who take a mutex and give it back in one go
+// ------------------------------------------
+
+// A mutex that this process has mapped, which it stays.
+struct MappedMutex;
+
+// The mutex called `name`, as open_mutex() finds or creates it; null when that gives no handle.
+[[nodiscard]] MappedMutex *find_mutex(std::string_view name);
+
+// As the functions of the same names below.
+[[nodiscard]] int wait_mutex(MappedMutex &mutex, int timeout_ms);
+bool release_mutex(MappedMutex &mutex);
+
+// --- With a handle
+// ----------------------------------------------------------------------------------------------------
+
 // A new handle on the mutex called `name`, which is created when it does not exist; not owned by this call.
 // kNoMutex when the system refuses or the per-user folder belongs to somebody else.
 [[nodiscard]] MutexHandle open_mutex(std::string_view name);

@@ -22,7 +22,11 @@ class FileText {
   void shrink(std::size_t size) noexcept { size_ = size < size_ ? size : size_; }
 
  private:
-  std::unique_ptr<char[]> bytes_;
+  struct Free {
+    void operator()(char *bytes) const noexcept;
+  };
+
+  std::unique_ptr<char, Free> bytes_;
   std::size_t size_ = 0;
 };
 

@@ -1,7 +1,9 @@
 // A named mutex taken for the life of an object.
 #pragma once
 
-#include "quillanest/shm/MutexEx.h"
+#include <string_view>
+
+#include "quillanest/platform/NamedMutex.h"
 
 namespace quillanest {
 
@@ -9,20 +11,19 @@ class HeldMutex {
  public:
   // Takes the mutex, without limit of time. is_open() tells whether there is one to take.
   // By design [WaitNotExamined]: whatever the wait returns, an abandoned mutex included, the work goes on.
-  explicit HeldMutex(const char *name) : open_(mutex_.Create(name)) {
-    if (open_) (void)mutex_.Wait(-1);
+  explicit HeldMutex(std::string_view name) : mutex_(find_mutex(name)) {
+    if (mutex_ != nullptr) (void)wait_mutex(*mutex_, -1);
   }
   ~HeldMutex() {
-    if (open_) (void)mutex_.Release();
+    if (mutex_ != nullptr) (void)release_mutex(*mutex_);
   }
   HeldMutex(const HeldMutex &) = delete;
   HeldMutex &operator=(const HeldMutex &) = delete;
 
-  [[nodiscard]] bool is_open() const noexcept { return open_; }
+  [[nodiscard]] bool is_open() const noexcept { return mutex_ != nullptr; }
 
  private:
-  CMutexEx mutex_;
-  bool open_;
+  MappedMutex *mutex_;
 };
 
 }  // namespace quillanest

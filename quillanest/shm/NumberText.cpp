@@ -1,13 +1,13 @@
 #include "quillanest/shm/NumberText.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <limits>
 
 namespace quillanest {
 namespace {
 
-bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 bool take_sign(std::string_view &text) {
@@ -60,32 +60,41 @@ std::optional<double> parse_magnitude(std::string_view text, std::chars_format f
   return value;
 }
 
-}  // namespace
-
-void skip_blanks(std::string_view &text) {
-  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-}
-
-std::optional<std::uint32_t> scan_int(std::string_view &text) {
-  skip_blanks(text);
-  std::string_view rest = text;
-  const bool negative = take_sign(rest);
-  if (rest.empty() || !is_digit(rest.front())) return std::nullopt;
-  std::uint32_t number = 0;
-  while (!rest.empty() && is_digit(rest.front())) {
-    number = number * 10 + static_cast<std::uint32_t>(rest.front() - '0');
-    rest.remove_prefix(1);
+// A plain decimal number whose digits are exact in a double, as most are: one division rounds it correctly. Nothing for
+// every other text.
+std::optional<double> parse_exact_decimal(std::string_view text) {
+  constexpr std::size_t kDigitsMax = 15;  // 10^15 is below 2^53, and 10^15 itself exact
+  constexpr std::array<double, kDigitsMax + 1> kPowers{1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  std::uint64_t mantissa = 0;
+  std::size_t digits = 0;
+  std::size_t decimals = 0;
+  bool behind_point = false;
+  std::size_t at = 0;
+  for (; at < text.size(); ++at) {
+    const char c = text[at];
+    if (is_digit(c)) {
+      mantissa = mantissa * 10 + static_cast<std::uint64_t>(c - '0');
+      if (++digits > kDigitsMax) return std::nullopt;
+      decimals += behind_point ? 1 : 0;
+    } else if (c == '.' && !behind_point) {
+      behind_point = true;
+    } else {
+      break;
+    }
   }
-  text = rest;
-  return negative ? 0 - number : number;
+  const bool goes_on = at < text.size() && (text[at] == 'e' || text[at] == 'E' || text[at] == 'x' || text[at] == 'X');
+  if (digits == 0 || goes_on) return std::nullopt;
+  return static_cast<double>(mantissa) / kPowers[decimals];
 }
 
-std::uint32_t parse_int(std::string_view text) { return scan_int(text).value_or(0); }
+}  // namespace
 
 double parse_double(std::string_view text) {
   skip_blanks(text);
   const bool negative = take_sign(text);
   if (text.starts_with('-')) return 0.0;  // a second sign is no number, although from_chars would take it
+  if (const std::optional<double> value = parse_exact_decimal(text)) return negative ? -*value : *value;
   const std::optional<double> value = is_hexadecimal(text) ? parse_magnitude(text.substr(2), std::chars_format::hex)
                                                            : parse_magnitude(text, std::chars_format::general);
   if (!value) return 0.0;  // a sign without a number does not count

@@ -1,8 +1,13 @@
 // Field descriptors: texts at their widths, assignment, type names, and the text form of every type.
+#include <array>
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
+#include <ios>
+#include <limits>
 #include <numeric>
+#include <random>
 #include <string>
 
 #include "tests/kernel/TableFixture.h"
@@ -146,6 +151,31 @@ TEST(Field, DisplayTextOfEveryType) {
 }
 
 // A range that is off by one or checks the calendar, a stamp that does not reach the record, text that pads.
+// Six decimals of the exact value, a tie to the even one, as the C library writes them.
+TEST(Field, DecimalsAreTheCLibrarys) {
+  const auto expect = [](double value) {
+    std::array<char, 400> expected;
+    std::array<char, 400> text;
+    std::snprintf(expected.data(), expected.size(), "%f", value);
+    CRtField::GetDisplayText(12, reinterpret_cast<char *>(&value), text.data());
+    EXPECT_STREQ(text.data(), expected.data()) << std::hexfloat << value;
+  };
+  for (const double value : {0.0, -0.0, 1.0, -0.0000001, 0.0000005, 0.0078125, 0.0234375, 0.5, 0.9999995, 0.99999949999,
+                             8796093022207.9999, 8796093022208.5, 9007199254740993.0, 1e22, 1e300, 5e-324, 2e-308,
+                             std::numeric_limits<double>::infinity(), std::nan("")}) {
+    expect(value);
+    expect(-value);
+  }
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(seed);
+  std::mt19937_64 random(seed);
+  for (int round = 0; round < 20'000 && !HasFailure(); ++round) {
+    expect(std::ldexp(static_cast<double>(random()), static_cast<int>(random() % 140) - 120));
+    // Ties: odd numbers of 2^-7 and less.
+    expect(static_cast<double>(random() % 1'000'000 * 2 + 1) / static_cast<double>(1 << (7 + random() % 10)));
+  }
+}
+
 TEST(ByDesign, TimeStamped) {
   const struct {
     std::uint16_t month, day;

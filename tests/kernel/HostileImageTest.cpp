@@ -351,6 +351,9 @@ TEST(HostileImage, ArgumentsEndWithTheSegment) {
   EXPECT_EQ(last.GetFieldDataAt(0, 4, end - 3), 1);
   EXPECT_EQ(last.Update(end - 135, 0, 0), -1);
   EXPECT_EQ(last.FindIDExclusive(1, end - 135), 0);
+  EXPECT_FALSE(last.InsertRecordToDb(end - 135));
+  EXPECT_FALSE(last.UpdateRecordToDb(end - 135));
+  EXPECT_EQ(image.manager.UpdateDBInfo(1U, reinterpret_cast<_db_attr *>(end - 92)), 0);
   CRtField::GetDisplayText(13, text.data(), end - 3);
   last.InitRecordDefault(end - 3);
   last.SetRecordCount(1);

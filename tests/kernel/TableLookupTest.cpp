@@ -38,6 +38,74 @@ TEST(TableLookup, SearchAgreesWithAMap) {
 }
 
 // A record of key 0 that the search by key alone delivers, or the one with a buffer misses.
+// Plain halving over the keys: the position of the key it meets first, or ~(the place for it).
+int halved(const std::vector<std::uint32_t> &keys, std::uint32_t key) {
+  int low = 0;
+  int high = static_cast<int>(keys.size()) - 1;
+  while (low <= high) {
+    const int middle = low + (high - low) / 2;
+    const std::uint32_t found = keys[static_cast<std::size_t>(middle)];
+    if (found == key) return middle;
+    if (key < found) {
+      high = middle - 1;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return ~low;
+}
+
+// Ascending keys of one kind: dense, with holes, with repetitions, in two clusters, at random.
+std::vector<std::uint32_t> ascending_keys(std::mt19937 &generator, int kind, std::size_t count) {
+  const auto random = [&] { return static_cast<std::uint32_t>(generator()); };
+  std::vector<std::uint32_t> keys(count);
+  std::uint32_t next = kind == 4 ? 0xFFFFFF00U - static_cast<std::uint32_t>(count) : random() % 3;
+  for (std::uint32_t &key : keys) {
+    key = next;
+    if (kind == 0 || kind == 4) next += 1;
+    if (kind == 1) next += 1 + (random() % 8 == 0 ? random() % 100 : 0);
+    if (kind == 2) next += random() % 2;
+    if (kind == 3) next += random() % 3 + (&key - keys.data() == static_cast<int>(count / 2) ? 4'000'000'000U : 0);
+    if (kind == 5) key = random();
+  }
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+// Whatever places are looked at first, the answer is that of halving, also among equal keys. An area that is not
+// ascending is searched within its bounds.
+TEST(TableLookup, SearchIsThatOfHalving) {
+  constexpr int kMost = 3000;
+  Accounts accounts(kMost);
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE(seed);
+  std::mt19937 random(seed);
+  for (int round = 0; round < 120 && !HasFailure(); ++round) {
+    const int kind = round % 7;
+    const std::size_t count = round < 20 ? static_cast<std::size_t>(round) : random() % kMost + 1;
+    std::vector<std::uint32_t> keys = ascending_keys(random, kind == 6 ? 1 : kind, count);
+    if (kind == 6) std::shuffle(keys.begin(), keys.end(), random);
+    accounts.fill(keys, 1);
+    std::vector<std::uint32_t> wanted = keys;
+    for (const std::uint32_t key : keys) wanted.push_back(key + (random() % 2 == 0 ? 1 : -1U));
+    wanted.insert(wanted.end(), {0, 1, ~0U, ~0U - 1, 0x80000000U});
+    for (const std::uint32_t key : wanted) {
+      int position = -7;
+      const int found = accounts.table.FindIDExclusive(key, position);
+      if (kind == 6) {
+        ASSERT_TRUE(position >= 0 && position <= static_cast<int>(count)) << key;
+        if (found == 1) {
+          ASSERT_EQ(keys[static_cast<std::size_t>(position)], key);
+        }
+        continue;
+      }
+      const int expected = halved(keys, key);
+      ASSERT_EQ(found, expected >= 0 ? 1 : 0) << kind << ' ' << count << ' ' << key;
+      ASSERT_EQ(position, expected >= 0 ? expected : ~expected) << kind << ' ' << count << ' ' << key;
+    }
+  }
+}
+
 TEST(ByDesign, KeyZeroNamesNothing) {
   Accounts accounts({0, 5}, 6);
   std::string buffer(kAccountSize + 1, '?');

@@ -12,7 +12,7 @@ namespace {
 
 const TableSpec kUsers{104,
                        "users",
-                       4,
+                       5,
                        {"ID UINT 4", "name STRING 16", "password PASSWD 24", "fullName STRING 20", "rightsID UINT 4",
                         "phone STRING 20", "shift UINT 4"}};
 const TableSpec kRights{
@@ -79,9 +79,12 @@ TEST(UsersTest, Login) {
       {"sixteen_letters", "pw", -1, "12 guest"},
       {"sixteen_letters_", "pw", 1, "14 sixteen_letters"},
       {"sixteen_letters_pw", "pw", -1, "14 sixteen_letters"},
+      {"long", "a password that runs on", 0, "14 sixteen_letters"},
+      {"long", "a password that runs on into the full name", 1, "15 long"},
   };
   Users image;
   image.add(14, full_name, "pw", 7);
+  image.add(15, "long", "a password that runs on into the full name", 7);
   for (const auto &row : rows) {
     SCOPED_TRACE(std::string(row.name == nullptr ? "null" : row.name) + " " + row.identity);
     EXPECT_EQ(image.manager.UserLogin(row.name, row.password), row.result);
@@ -145,7 +148,7 @@ TEST(UsersTest, SettersWriteImageAndObject) {
 // What stands behind the users' area is no user, whatever the record count says.
 TEST(UsersTest, FaultyCountDoesNotReachTheNextTable) {
   Users image;
-  char *behind = image.users.GetDataAddress() + 4 * 92;
+  char *behind = image.users.GetDataAddress() + 5 * 92;
   std::memcpy(behind + 4, "ghost", 6);
   std::memset(behind + 20, 0, 1);
   image.users.SetRecordCount(1000);
@@ -186,15 +189,26 @@ TEST(ByDesign, LoginRightsStayLocal) {
   EXPECT_EQ(image.words(), (Words{1, 2, 3, 4}));
   EXPECT_TRUE(image.manager.CheckRights(0));
   CRtdbManager copy = image.manager;  // has the object's own attributes and no mapping
+  EXPECT_EQ(copy.GetSysUserID(), 11U);
+  EXPECT_STREQ(copy.GetSysUserName(), "admin");
+  SYSTEMTIME time{};
+  copy.GetLoginUseTime(time);
+  EXPECT_GT(time.wYear, 2000);
   EXPECT_EQ(copy.GetRights(0), 0x10U);
   EXPECT_EQ(copy.GetRights(3), 0x80000040U);
   EXPECT_FALSE(copy.CheckRights(0));
   EXPECT_TRUE(copy.CheckRights(4));
 
-  ASSERT_EQ(image.manager.UserLogin("guest", ""), 1);  // its rights record does not exist
-  copy = image.manager;
-  EXPECT_EQ(copy.GetRights(0), 0U);
-  EXPECT_EQ(copy.GetRights(3), 0U);
+  // A rights record that does not exist, one in the slot behind the table, and key 0, which is never one.
+  std::memset(image.rights.GetAt(0), 0, 4);
+  for (const std::uint32_t key : {99U, 0U}) {
+    const char *guest = image.users.GetAt(1);
+    std::memcpy(const_cast<char *>(guest) + 64, &key, sizeof key);
+    ASSERT_EQ(image.manager.UserLogin("guest", ""), 1);
+    copy = image.manager;
+    EXPECT_EQ(copy.GetRights(0), 0U) << key;
+    EXPECT_EQ(copy.GetRights(3), 0U) << key;
+  }
   EXPECT_EQ(image.words(), (Words{1, 2, 3, 4}));
 }
 

@@ -211,7 +211,11 @@ TEST(DataFileSave, FullFileSystemKeepsTheFormerFile) { EXPECT_EQ(Child("save_wit
 // Without a free descriptor nobody knows whether a file is there; taken for missing, the configuration named no store
 // and the save went nowhere, and the key file gave way to the built-in key.
 TEST(DataFileSave, NoFreeDescriptor) {
-  AccountImage image("PasswdKeyFile=key\n");
+  AccountImage image("PasswdKeyFile=key\n", {{11, "Safe", 2, {"ID UINT 4", "Pass PASSWD 8"}}});
+  image.root.write("key", "a key of its own");
+  std::memcpy(image.table(11).GetAt(image.table(11).Insert(1U, 0, 0)) + 4, "secret", 7);
+  ASSERT_TRUE(image.table(11).SaveData(0));
+  const std::string safe = image.root.read("data/system_Safe.txt");
   add(image.account, 1, "ann", 5);
   poke(image.account.GetAt(0), kModified, 1);
   ASSERT_TRUE(image.account.SaveData(0));
@@ -227,12 +231,14 @@ TEST(DataFileSave, NoFreeDescriptor) {
     const rlimit few{static_cast<rlim_t>(next) + spare, former.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     const bool saved = image.account.SaveData(0);
+    (void)image.table(11).SaveData(0);
     const bool loaded = image.manager.LoadTableData(1, 10, nullptr);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
     EXPECT_FALSE(spare == 0 && (saved || loaded));
     if (!saved) {
       EXPECT_EQ(image.root.read(kFile), before);
     }
+    EXPECT_EQ(image.root.read("data/system_Safe.txt"), safe) << "enciphered with another key";
   }
 }
 

@@ -1,4 +1,5 @@
 // Generated C headers, byte for byte, and what a generator run leaves behind.
+#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -89,11 +90,11 @@ TEST_F(IncludeFileTest, NoTables) {
   start(demo_schema());
   CRtDataBase demo;
   demo.SetDBName("NONE");
-  demo.SetDBID(9);
+  demo.SetDBID(4294967295U);
   EXPECT_EQ(demo.BuildIncludeFile(root.path("data/").c_str()), 1);
   EXPECT_EQ(root.read("data/NONE.h"),
             "#ifndef __NONE_h__\r\n#define __NONE_h__\r\n\r\n#include \"gSystemDef.h\"\r\n"
-            "#define DB_ID_OF_NONE                               9\r\n"
+            "#define DB_ID_OF_NONE                               -1\r\n"
             "//\xB8\xF7\xB1\xED\x49\x44\r\n"
             "//\xB8\xF7\xB1\xED\xD4\xDA\xCA\xFD\xBE\xDD\xBF\xE2\xD6\xD0\xB5\xC4\xCB\xF7\xD2\xFD\r\n"
             "\r\n\r\n\r\n\r\n#endif   //__NONE_h__\r\n");
@@ -134,6 +135,20 @@ TEST_F(IncludeFileTest, ManagerWithoutImage) {
   manager.SetRtdbStatus(RTDB_STATUS_BUILDING);  // the directory is not to be used yet
   EXPECT_FALSE(manager.BuildIncludeFile(root.path("data").c_str()));
   EXPECT_EQ(root.files("data"), std::vector<std::string>{"DEMO.h"});
+}
+
+// An image whose directory lists nothing is given up, too.
+TEST_F(IncludeFileTest, ManagerWithEmptyDirectory) {
+  start(schema_of(std::string(kSystem), kAccount));
+  CRtdbManager second;
+  ASSERT_EQ(second.AttachShareMemory(), 1);
+  const int none = 0;
+  CShareMemory segment(333);
+  std::memcpy(static_cast<char *>(segment.Attach()) + 1256, &none, sizeof none);
+  EXPECT_FALSE(second.BuildIncludeFile(root.path("data").c_str()));
+  EXPECT_EQ(second.GetSystemDB()->GetStartAddress(), nullptr);
+  second.SetRtdbStatus(7);
+  EXPECT_EQ(manager.GetRtdbStatus(), RTDB_STATUS_LOADED) << "the manager is still attached";
 }
 
 TEST(ByDesign, TimeIsScalar) {

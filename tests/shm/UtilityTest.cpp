@@ -195,6 +195,15 @@ TEST(Utility, KillThreadExAbandonsMutexesAndHitsNobodyThroughAStaleHandle) {
   }
 }
 
+unsigned long runs_on(void *) {
+  for (;;) pause();
+}
+
+// A thread that was ended before it had begun took the lock of all threads along.
+TEST(Utility, ThreadEndedBeforeItHasBegun) {
+  for (int i = 0; i < 100; ++i) EXPECT_TRUE(KillThreadEx(CreateThreadEx(runs_on, nullptr)));
+}
+
 struct StartsAnother {
   ~StartsAnother() { CreateThreadEx(end_by_itself, nullptr); }
 };

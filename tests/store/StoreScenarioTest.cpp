@@ -386,6 +386,39 @@ TEST_P(StoreScenario, RejectedDeleteOfAProjectRow) {
   EXPECT_EQ(peek(image.item.GetAt(1), kModified), 1);
 }
 
+// Rows travel together where that is safe. A quote would let one statement swallow the next: two of them could then
+// make a row of what lies between.
+TEST_P(StoreScenario, QuotesCostTheirOwnRows) {
+  StoreImage image(GetParam().slots, {}, 400);
+  std::string expected;
+  for (std::uint32_t key = 1; key <= 300; ++key) {
+    const bool quoted = key % 60 == 10 || key % 60 == 11;
+    const bool rejected = key % 97 == 0;
+    image.add(key, quoted ? key % 60 == 10 ? "a'" : "'" : "plain", rejected ? 1000 : 7);
+    if (!quoted && !rejected) expected += std::to_string(key) + "|plain|7|0|0|0\n";
+  }
+  EXPECT_TRUE(image.item.SaveData(0));
+  EXPECT_EQ(image.item_rows(), expected);
+}
+
+// A value that is longer than the room for many rows at a time is read by itself.
+TEST_P(StoreScenario, LongTextsComeBackWhole) {
+  StoreImage image(GetParam().slots, {{21, "Note", 3, {"ID UINT 4", "Text STRING 5000"}}});
+  image.run("CREATE TABLE plant_Note(ID bigint, Text text)");
+  CRtTable note;
+  ASSERT_EQ(image.plant.GetDBTableFromID(note, 21), 1);
+  const std::string text(4000, 'x');
+  for (const std::uint32_t key : {1U, 2U, 3U}) {
+    char *record = note.GetAt(note.Insert(key, 0, 0));
+    if (key == 2) std::memcpy(record + 4, text.data(), text.size());
+  }
+  EXPECT_TRUE(note.SaveData(0));
+  note.DeleteAllRecord();
+  (void)image.manager->LoadAllCustomizedDB(0);
+  ASSERT_EQ(note.GetRecordCount(), 3);
+  EXPECT_EQ(std::string(note.GetAt(1) + 4), text);
+}
+
 // What is kept only at the end of the transaction may be refused there.
 TEST_P(StoreScenario, SaveThatCannotBeKeptIsFalseAndMarksAgain) {
   StoreImage image(GetParam().slots);

@@ -22,6 +22,9 @@
  * behind them the wrong offset: FLOAT is declared as CHAR, DOUBLE as SYSTEMTIME. Do not use a structure from its first
  * FLOAT or DOUBLE member on, nor its sizeof; read such fields by their number, as CRtTable::GetFieldData does.
  *
+ * The size of a field has to be a multiple of its element's, and that of a TIME 16 bytes; the members behind another
+ * one stand too low as well.
+ *
  * A C++ program that includes headers of the library too has a SYSTEMTIME already. It includes the generated headers
  * inside a namespace, all in the same one:
  *

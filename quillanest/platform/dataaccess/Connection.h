@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "quillanest/platform/dataaccess/ComError.h"
 #include "quillanest/platform/dataaccess/RowSet.h"
 
 namespace quillanest {
@@ -25,6 +26,16 @@ class Connection {
   // Runs a statement without result rows and returns the number of rows it changed. A statement that fails inside a
   // transaction undoes itself and nothing else.
   virtual std::int64_t execute(const std::string &statement) = 0;
+
+  // Runs a statement of which nobody needs to know what became of it, at the latest before the next operation. One that
+  // fails changes nothing. Its texts hold no quotes and no backslashes, because it may travel together with others.
+  virtual void execute_unseen(const std::string &statement) {
+    try {
+      (void)execute(statement);
+    } catch (const _com_error &) {
+      // Unseen.
+    }
+  }
 
   // Runs a query and fetches all of its rows.
   [[nodiscard]] virtual RowSet query(const std::string &statement) = 0;

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <openssl/evp.h>
 #include <pthread.h>
 #include <string>
@@ -27,6 +28,13 @@
 #include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
+
+struct MappedMutex {
+  std::string name;
+  pthread_mutex_t *mutex = nullptr;
+  MappedMutex *next = nullptr;  // of the same bucket
+};
+
 namespace {
 
 // What a mutex file holds. The magic number goes in last: a file without it was never finished and is made anew.
@@ -39,19 +47,13 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 // Changes with the layout of the file, so that programs of two builds never share a mutex they read differently.
 constexpr std::uint64_t kMagic = 0x514E4D5554583100 + sizeof(MutexFile);
 
-// One mutex that this process has mapped. It stays mapped until the process ends.
-struct MappedMutex {
-  std::string name;
-  pthread_mutex_t *mutex = nullptr;
-  MappedMutex *next = nullptr;  // of the same bucket
-};
-
 class MutexTable {
  public:
   // A fork finds the table whole: no other thread is adding to it then. The mutexes themselves stay their owners'.
   MutexTable() {
-    pthread_atfork([] { instance().growing_.lock(); }, [] { instance().growing_.unlock(); },
-                   [] { instance().growing_.unlock(); });
+    const int result = pthread_atfork([] { instance().growing_.lock(); }, [] { instance().growing_.unlock(); },
+                                      [] { instance().growing_.unlock(); });
+    if (result != 0) throw std::bad_alloc();
   }
 
   static MutexTable &instance() {
@@ -65,11 +67,10 @@ class MutexTable {
     if (MappedMutex *found = find_in(bucket, name)) return found;
     const std::lock_guard lock(growing_);
     if (MappedMutex *found = find_in(bucket, name)) return found;
-    pthread_mutex_t *mutex = map(name);
-    if (mutex == nullptr) return nullptr;
     auto mapped = std::make_unique<MappedMutex>();
     mapped->name = name;
-    mapped->mutex = mutex;
+    mapped->mutex = map(name);  // last of what can fail: nobody would undo the mapping
+    if (mapped->mutex == nullptr) return nullptr;
     mapped->next = bucket.load(std::memory_order_relaxed);
     bucket.store(mapped.get(), std::memory_order_release);
     return mapped.release();
@@ -205,6 +206,28 @@ int lock(pthread_mutex_t &mutex, int timeout_ms) {
 
 }  // namespace
 
+MappedMutex *find_mutex(std::string_view name) {
+  return neutral_on_failure(static_cast<MappedMutex *>(nullptr),
+                            [&] { return MutexTable::instance().find_or_map(name); });
+}
+
+int wait_mutex(MappedMutex &mutex, int timeout_ms) {
+  switch (lock(*mutex.mutex, timeout_ms)) {
+    case 0:
+      return kWaitSignalled;
+    case EOWNERDEAD:
+      // The mutex guards the image, which is whole record by record; nothing has to be repaired before going on.
+      return pthread_mutex_consistent(mutex.mutex) == 0 ? kWaitAbandoned : kWaitFailed;
+    case ETIMEDOUT:
+    case EBUSY:
+      return kWaitTimeout;
+    default:
+      return kWaitFailed;
+  }
+}
+
+bool release_mutex(MappedMutex &mutex) { return pthread_mutex_unlock(mutex.mutex) == 0; }
+
 MutexHandle open_mutex(std::string_view name) {
   return neutral_on_failure(MutexHandle{kNoMutex}, [&] {
     MutexTable &table = MutexTable::instance();
@@ -214,27 +237,13 @@ MutexHandle open_mutex(std::string_view name) {
 }
 
 int wait_mutex(MutexHandle handle, int timeout_ms) {
-  if (handle == kNoMutex) return kWaitFailed;
-  const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
-  if (mapped == nullptr) return kWaitFailed;
-  switch (lock(*mapped->mutex, timeout_ms)) {
-    case 0:
-      return kWaitSignalled;
-    case EOWNERDEAD:
-      // The mutex guards the image, which is whole record by record; nothing has to be repaired before going on.
-      return pthread_mutex_consistent(mapped->mutex) == 0 ? kWaitAbandoned : kWaitFailed;
-    case ETIMEDOUT:
-    case EBUSY:
-      return kWaitTimeout;
-    default:
-      return kWaitFailed;
-  }
+  MappedMutex *mapped = handle == kNoMutex ? nullptr : MutexTable::instance().handles.find(handle);
+  return mapped == nullptr ? kWaitFailed : wait_mutex(*mapped, timeout_ms);
 }
 
 bool release_mutex(MutexHandle handle) {
-  if (handle == kNoMutex) return false;
-  const MappedMutex *mapped = MutexTable::instance().handles.find(handle);
-  return mapped != nullptr && pthread_mutex_unlock(mapped->mutex) == 0;
+  MappedMutex *mapped = handle == kNoMutex ? nullptr : MutexTable::instance().handles.find(handle);
+  return mapped != nullptr && release_mutex(*mapped);
 }
 
 void close_mutex(MutexHandle handle) {

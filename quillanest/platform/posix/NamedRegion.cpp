@@ -11,6 +11,8 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -80,8 +82,9 @@ struct RegionRegistry {
   using Entry = NamedRegion::Entry;
 
   RegionRegistry() {
-    pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
-                   [] { instance().forget_names_of_parent(); });
+    const int result = pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
+                                      [] { instance().forget_names_of_parent(); });
+    if (result != 0) throw std::bad_alloc();
   }
 
   static RegionRegistry &instance() {
@@ -124,8 +127,9 @@ struct RegionRegistry {
       entries_.erase(owned);
       throw;
     }
-    lowest_ = std::min(lowest_.load(), stored.start, std::less<>());
-    highest_ = std::max(highest_.load(), stored.start + stored.size, std::less<>());
+    const auto start = reinterpret_cast<std::uintptr_t>(stored.start);
+    lowest_ = std::min(lowest_.load(), start);
+    highest_ = std::max(highest_.load(), start + stored.size);
     return open_view(stored, zero);
   }
 
@@ -137,13 +141,15 @@ struct RegionRegistry {
     entries_.erase(&entry);
   }
 
-  std::span<std::byte> bytes_from(const std::byte *address) {
+  // Without an instance there are no regions, and none is made here: every text that a caller gives comes this way.
+  static std::span<std::byte> bytes_from(const std::byte *address) {
     const std::less<> before;
     // Most addresses are those of the program's own data, on the stack or the heap. A region that holds the address was
     // there before the caller got it, so its bounds are known here.
-    if (before(address, lowest_.load()) || !before(address, highest_.load())) return {};
-    const std::lock_guard lock(mutex_);
-    for (const auto &[entry, owner] : entries_) {
+    const auto place = reinterpret_cast<std::uintptr_t>(address);
+    if (place < lowest_.load() || place >= highest_.load()) return {};
+    const std::lock_guard lock(instance().mutex_);
+    for (const auto &[entry, owner] : instance().entries_) {
       if (before(address, entry->start) || !before(address, entry->start + entry->size)) continue;
       const auto offset = static_cast<std::size_t>(address - entry->start);
       return {entry->start + offset, entry->size - offset};
@@ -167,8 +173,8 @@ struct RegionRegistry {
   std::unordered_map<std::string, Entry *, NameHash, std::equal_to<>> by_name_;
   std::unordered_map<Entry *, std::unique_ptr<Entry>> entries_;
   // Every region so far lies between them.
-  std::atomic<std::byte *> lowest_{reinterpret_cast<std::byte *>(std::numeric_limits<std::uintptr_t>::max())};
-  std::atomic<std::byte *> highest_{nullptr};
+  static constinit inline std::atomic<std::uintptr_t> lowest_{std::numeric_limits<std::uintptr_t>::max()};
+  static constinit inline std::atomic<std::uintptr_t> highest_{0};
 };
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept
@@ -209,7 +215,7 @@ void NamedRegion::keep_for_process_life() noexcept {
 }
 
 std::span<std::byte> NamedRegion::bytes_from(const void *address) {
-  return RegionRegistry::instance().bytes_from(static_cast<const std::byte *>(address));
+  return RegionRegistry::bytes_from(static_cast<const std::byte *>(address));
 }
 
 void NamedRegion::close() noexcept {

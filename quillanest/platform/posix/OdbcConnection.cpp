@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -139,7 +140,7 @@ class AbandonedAttempts {
   [[nodiscard]] bool allows(Source source) {
     const std::lock_guard lock(mutex_);
     const auto found = attempts_.find(source);
-    if (found == attempts_.end() || found->second.hanging < kMostAbandoned) return true;
+    if (found == attempts_.end() || found->second.hanging < kMostAbandoned || found->second.answers) return true;
     const auto now = std::chrono::steady_clock::now();
     if (now - found->second.last < kPause) return false;
     found->second.last = now;
@@ -151,7 +152,15 @@ class AbandonedAttempts {
     const std::lock_guard lock(mutex_);
     Attempts &attempts = attempts_[source];
     ++attempts.hanging;
+    attempts.answers = false;
     attempts.last = std::chrono::steady_clock::now();
+  }
+
+  // The source has answered: older attempts that still hang hold no other up.
+  void answered(Source source) noexcept {
+    const std::lock_guard lock(mutex_);
+    const auto found = attempts_.find(source);
+    if (found != attempts_.end()) found->second.answers = true;
   }
 
   void end(Source source) noexcept {
@@ -163,6 +172,7 @@ class AbandonedAttempts {
  private:
   struct Attempts {
     int hanging = 0;
+    bool answers = false;
     std::chrono::steady_clock::time_point last;
   };
 
@@ -199,6 +209,7 @@ std::optional<Link> connect_in_time(const std::string &text) {
   std::thread([attempt, text] { run_attempt(attempt, text); }).detach();
   std::unique_lock lock(attempt->mutex);
   if (attempt->done.wait_for(lock, kPatience, [&] { return attempt->link.has_value(); })) {
+    if (attempt->link->connected) AbandonedAttempts::instance().answered(source);
     return std::move(attempt->link);
   }
   AbandonedAttempts::instance().begin(source);
@@ -238,6 +249,21 @@ struct Column {
   std::string name;
   SQLSMALLINT type;
 };
+
+SYSTEMTIME date_of(const SQL_TIMESTAMP_STRUCT &stamp) {
+  std::array<char, 64> written;
+  const int size = std::snprintf(written.data(), written.size(), "%d-%d-%d %d:%d:%d", stamp.year, stamp.month,
+                                 stamp.day, stamp.hour, stamp.minute, stamp.second);
+  SYSTEMTIME date{};
+  (void)parse_date({written.data(), static_cast<std::size_t>(size)}, date);
+  return date;
+}
+
+// psqlodbc 13.02 writes exact decimals with the process locale's decimal comma.
+std::string_view with_points(char *decimal, std::size_t size) {
+  std::replace(decimal, decimal + size, ',', '.');
+  return {decimal, size};
+}
 
 // Reads the values of the current row. A value may be read only once.
 class RowReader {
@@ -280,13 +306,7 @@ class RowReader {
 
   Variant date(SQLUSMALLINT number) {
     const std::optional<SQL_TIMESTAMP_STRUCT> stamp = fetch<SQL_TIMESTAMP_STRUCT>(number, SQL_C_TYPE_TIMESTAMP);
-    if (!stamp) return {};
-    std::array<char, 64> written;
-    const int size = std::snprintf(written.data(), written.size(), "%d-%d-%d %d:%d:%d", stamp->year, stamp->month,
-                                   stamp->day, stamp->hour, stamp->minute, stamp->second);
-    SYSTEMTIME date{};
-    (void)parse_date({written.data(), static_cast<std::size_t>(size)}, date);
-    return date;
+    return stamp ? Variant(date_of(*stamp)) : Variant();
   }
 
   // A text comes in as many parts as the buffer makes of it.
@@ -305,9 +325,7 @@ class RowReader {
       if (whole) break;
       buffer_.resize(buffer_.size() * 2);
     }
-    // psqlodbc 13.02 writes exact decimals with the process locale's decimal comma.
-    if (decimal) std::replace(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(size), ',', '.');
-    return std::string_view(buffer_.data(), size);
+    return decimal ? with_points(buffer_.data(), size) : std::string_view(buffer_.data(), size);
   }
 
   void check(SQLRETURN result) const {
@@ -318,6 +336,125 @@ class RowReader {
   std::vector<char> buffer_;
 };
 
+// Reads the rows of a query many at a time, unless a value is longer than most.
+class BlockReader {
+ public:
+  explicit BlockReader(SQLHANDLE statement) : statement_(statement) {}
+  BlockReader(const BlockReader &) = delete;
+  BlockReader &operator=(const BlockReader &) = delete;
+  ~BlockReader() { SQLFreeStmt(statement_, SQL_UNBIND); }
+
+  // Adds all rows. False, with rows read or not, when the values have to be read one by one.
+  bool read_into(RowSet &rows, const std::vector<Column> &columns) {
+    if (!bind(columns)) return false;
+    SQLRETURN result = SQLFetch(statement_);
+    for (; succeeded(result); result = SQLFetch(statement_)) {
+      for (std::size_t row = 0; row < fetched_; ++row) {
+        if (!add_row(rows, row)) return false;
+      }
+    }
+    return result == SQL_NO_DATA;
+  }
+
+ private:
+  static constexpr std::size_t kTextMax = 1024;  // bytes, terminator included; a longer value ends the reading
+  static constexpr std::size_t kRows = 128;
+
+  struct Block {
+    Form form;
+    SQLSMALLINT type;
+    std::size_t width;
+    std::vector<char> values;
+    std::vector<SQLLEN> lengths;
+  };
+
+  struct CType {
+    SQLSMALLINT code;
+    std::size_t width;  // values stand that far apart
+  };
+
+  static CType c_type(Form form) {
+    switch (form) {
+      case Form::kInteger:
+        return {SQL_C_SBIGINT, sizeof(std::int64_t)};
+      case Form::kNumber:
+        return {SQL_C_DOUBLE, sizeof(double)};
+      case Form::kBool:
+        return {SQL_C_BIT, sizeof(unsigned char)};
+      case Form::kDate:
+        return {SQL_C_TYPE_TIMESTAMP, sizeof(SQL_TIMESTAMP_STRUCT)};
+      case Form::kText:
+        break;
+    }
+    return {SQL_C_CHAR, kTextMax};
+  }
+
+  bool bind(const std::vector<Column> &columns) {
+    if (!succeeded(SQLSetStmtAttr(statement_, SQL_ATTR_ROW_ARRAY_SIZE, attribute(kRows), 0)) ||
+        !succeeded(SQLSetStmtAttr(statement_, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0)) ||
+        !succeeded(SQLSetStmtAttr(statement_, SQL_ATTR_ROW_STATUS_PTR, states_.data(), 0))) {
+      return false;
+    }
+    blocks_.reserve(columns.size());
+    for (const Column &column : columns) {
+      const Form form = form_of(column.type);
+      const auto [code, width] = c_type(form);
+      Block &block = blocks_.emplace_back(Block{form, column.type, width, {}, {}});
+      block.values.resize(width * kRows);
+      block.lengths.resize(kRows);
+      if (!succeeded(SQLBindCol(statement_, static_cast<SQLUSMALLINT>(blocks_.size()), code, block.values.data(),
+                                static_cast<SQLLEN>(width), block.lengths.data()))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  bool add_row(RowSet &rows, std::size_t row) {
+    if (states_[row] != SQL_ROW_SUCCESS && states_[row] != SQL_ROW_SUCCESS_WITH_INFO) return false;
+    for (Block &block : blocks_) {
+      const SQLLEN length = block.lengths[row];
+      const bool is_cut = block.form == Form::kText && length != SQL_NULL_DATA &&
+                          (length < 0 || static_cast<std::size_t>(length) >= block.width);
+      if (is_cut) return false;
+      rows.add(length == SQL_NULL_DATA ? Variant() : value(block, row, static_cast<std::size_t>(length)));
+    }
+    return true;
+  }
+
+  template <class Value>
+  static Value value_at(const char *bytes) {
+    Value value;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+  }
+
+  static Variant value(Block &block, std::size_t row, std::size_t length) {
+    char *start = block.values.data() + row * block.width;
+    switch (block.form) {
+      case Form::kInteger:
+        return value_at<std::int64_t>(start);
+      case Form::kNumber:
+        return value_at<double>(start);
+      case Form::kBool:
+        return value_at<unsigned char>(start) != 0;
+      case Form::kDate:
+        return date_of(value_at<SQL_TIMESTAMP_STRUCT>(start));
+      case Form::kText:
+        break;
+    }
+    return is_decimal(block.type) ? with_points(start, length) : std::string_view(start, length);
+  }
+
+  SQLHANDLE statement_;
+  SQLULEN fetched_ = 0;
+  std::array<SQLUSMALLINT, kRows> states_{};
+  std::vector<Block> blocks_;
+};
+
+constexpr std::size_t kStatementsPerMessage = 50;
+constexpr std::size_t kMessagesPerSavepoint = 4;
+
 class OdbcConnection : public Connection {
  public:
   explicit OdbcConnection(Link link) : link_(std::move(link)), server_(server_name()) {}
@@ -327,26 +464,27 @@ class OdbcConnection : public Connection {
 
   std::int64_t execute(const std::string &text) override {
     if (!in_transaction_) return run(text);
-    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
-    try {
-      if (needs_savepoints()) set_savepoint();
-      return run(text);
-    } catch (const _com_error &) {
-      lost_ = !undo_statement();
-      throw;
-    }
+    flush();
+    return run_undoable(text);
+  }
+
+  void execute_unseen(const std::string &text) override {
+    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_unseen(text);
+    pending_.push_back(text);
+    if (pending_.size() >= kStatementsPerMessage) flush();
   }
 
   RowSet query(const std::string &text) override {
-    const Handle<SQL_HANDLE_STMT> statement = make_statement();
-    if (!succeeded(SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size())))) {
-      raise(SQL_HANDLE_STMT, statement.get());
+    flush();
+    {
+      const Handle<SQL_HANDLE_STMT> statement = run_query(text);
+      const std::vector<Column> columns = describe(statement.get());
+      RowSet rows = rows_of(columns);
+      if (BlockReader(statement.get()).read_into(rows, columns)) return rows;
     }
+    const Handle<SQL_HANDLE_STMT> statement = run_query(text);
     const std::vector<Column> columns = describe(statement.get());
-    std::vector<std::string> names;
-    names.reserve(columns.size());
-    for (const Column &column : columns) names.push_back(column.name);
-    RowSet rows(std::move(names));
+    RowSet rows = rows_of(columns);
     RowReader reader(statement.get());
     SQLRETURN result = SQLFetch(statement.get());
     for (; succeeded(result); result = SQLFetch(statement.get())) {
@@ -360,6 +498,7 @@ class OdbcConnection : public Connection {
   void begin() override { set_autocommit(SQL_AUTOCOMMIT_OFF); }
 
   void commit() override {
+    flush();
     if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
     // A conflict between transactions may show only here.
     const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_COMMIT);
@@ -373,6 +512,7 @@ class OdbcConnection : public Connection {
 
   void rollback() noexcept override {
     if (!in_transaction_) return;
+    pending_.clear();
     SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_ROLLBACK);
     SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, attribute(SQL_AUTOCOMMIT_ON), 0);
     in_transaction_ = false;
@@ -381,6 +521,42 @@ class OdbcConnection : public Connection {
  private:
   [[noreturn]] static void raise(SQLSMALLINT type, SQLHANDLE handle) {
     throw _com_error(kStatementFailed, diagnosis(type, handle));
+  }
+
+  // Runs a statement of a transaction. One that fails undoes itself.
+  std::int64_t run_undoable(const std::string &text) {
+    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
+    try {
+      if (needs_savepoints()) prepare_undo();
+      const std::int64_t changed = run(text);
+      if (needs_savepoints()) kept_.push_back(text);
+      return changed;
+    } catch (const _com_error &) {
+      lost_ = !undo_statement();
+      throw;
+    }
+  }
+
+  // Sends the statements that wait, in one message; when one of them fails, all of them once more, one by one.
+  void flush() {
+    const std::vector<std::string> statements = std::exchange(pending_, {});
+    if (statements.size() > 1 && !lost_) {
+      std::string message;
+      for (const std::string &statement : statements) message += statement + "\n;";
+      try {
+        (void)run_undoable(message);
+        return;
+      } catch (const _com_error &) {
+        // One by one, then.
+      }
+    }
+    for (const std::string &statement : statements) {
+      try {
+        (void)run_undoable(statement);
+      } catch (const _com_error &) {
+        // It has undone itself, or the transaction is lost, which the commit tells.
+      }
+    }
   }
 
   std::int64_t run(const std::string &text) const {
@@ -393,14 +569,25 @@ class OdbcConnection : public Connection {
     return std::max<SQLLEN>(count, 0);
   }
 
-  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in one
-  // message with the statement, fails when the statement does not parse: psqlodbc 13.02 then undoes the whole
-  // transaction and goes on in a new one.
+  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in front
+  // of the statement and in one message with it, fails when the statement does not parse: psqlodbc 13.02 then undoes
+  // the whole transaction and goes on in a new one.
   [[nodiscard]] bool needs_savepoints() const { return server_ == "PostgreSQL"; }
 
-  void set_savepoint() {
+  // A savepoint for every statement would cost the server more than most statements do. So there is one for some
+  // hundred, and behind a failure those of them that were kept run once more.
+  void prepare_undo() {
+    if (has_savepoint_ && kept_.size() < kMessagesPerSavepoint) return;
     run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
     has_savepoint_ = true;
+    kept_.clear();
+  }
+
+  void undo_to_savepoint() {
+    run("ROLLBACK TO SAVEPOINT quillanest");
+    for (const std::string &statement : kept_) run(statement);
+    run("RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest");
+    kept_.clear();
   }
 
   // Back to before the statement that failed. False when the server has undone the transaction instead: what followed
@@ -408,7 +595,7 @@ class OdbcConnection : public Connection {
   bool undo_statement() noexcept {
     try {
       if (needs_savepoints()) {
-        run("ROLLBACK TO SAVEPOINT quillanest");
+        undo_to_savepoint();
         return true;
       }
       // Other servers undo the statement by themselves, but some errors end the transaction too.
@@ -429,6 +616,21 @@ class OdbcConnection : public Connection {
     return succeeded(result) ? name.data() : std::string();
   }
 
+  [[nodiscard]] Handle<SQL_HANDLE_STMT> run_query(const std::string &text) const {
+    Handle<SQL_HANDLE_STMT> statement = make_statement();
+    if (!succeeded(SQLExecDirect(statement.get(), sql_text(text), static_cast<SQLINTEGER>(text.size())))) {
+      raise(SQL_HANDLE_STMT, statement.get());
+    }
+    return statement;
+  }
+
+  static RowSet rows_of(const std::vector<Column> &columns) {
+    std::vector<std::string> names;
+    names.reserve(columns.size());
+    for (const Column &column : columns) names.push_back(column.name);
+    return RowSet(std::move(names));
+  }
+
   [[nodiscard]] Handle<SQL_HANDLE_STMT> make_statement() const {
     Handle<SQL_HANDLE_STMT> statement(link_.connection.get());
     if (!statement) raise(SQL_HANDLE_DBC, link_.connection.get());
@@ -443,6 +645,8 @@ class OdbcConnection : public Connection {
     }
     in_transaction_ = value == SQL_AUTOCOMMIT_OFF;
     has_savepoint_ = lost_ = false;
+    kept_.clear();
+    pending_.clear();
   }
 
   static std::vector<Column> describe(SQLHANDLE statement) {
@@ -468,7 +672,9 @@ class OdbcConnection : public Connection {
   std::string server_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
-  bool lost_ = false;  // the transaction is not what begin() began any more
+  std::vector<std::string> pending_;  // statements that nobody waits for
+  std::vector<std::string> kept_;     // statements that the server has run since the savepoint
+  bool lost_ = false;                 // the transaction is not what begin() began any more
 };
 
 }  // namespace

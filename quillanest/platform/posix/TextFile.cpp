@@ -1,10 +1,14 @@
 #include "quillanest/platform/TextFile.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <errno.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <new>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -56,25 +60,51 @@ bool write_all(int descriptor, std::string_view bytes) {
   return true;
 }
 
-// The path behind symbolic links, so that replacing a file leaves the links to it alone.
+// The path behind symbolic links, so that replacing a file leaves the links to it alone; empty when the system does not
+// tell where they lead.
 std::string resolved(const std::string &path) {
   namespace fs = std::filesystem;
   constexpr int kMostLinks = 40;
   std::error_code error;
-  if (const fs::path real = fs::canonical(path, error); !error) return real.string();
+  const fs::path real = fs::canonical(path, error);
+  if (!error) return real.string();
+  if (error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory) return {};
   // No such file yet: it is made where a link to it points.
   fs::path file = path;
-  for (int i = 0; i < kMostLinks && fs::is_symlink(file, error); ++i) {
-    file = file.parent_path() / fs::read_symlink(file, error);
+  for (int i = 0; i < kMostLinks; ++i) {
+    const fs::file_type type = fs::symlink_status(file, error).type();
+    if (type == fs::file_type::none) return {};
+    if (type != fs::file_type::symlink) return file.string();
+    const fs::path link = fs::read_symlink(file, error);
+    if (error) return {};
+    file = file.parent_path() / link;
   }
-  return file.string();
+  return {};
 }
 
-bool same_file(int descriptor, const std::string &path) {
+enum class Presence { kThere, kMissing, kUnknown };
+
+// Whether the system's answer to a question about a path says that nothing is there, or says nothing.
+Presence presence(int result) {
+  if (result == 0) return Presence::kThere;
+  return errno == ENOENT || errno == ENOTDIR ? Presence::kMissing : Presence::kUnknown;
+}
+
+// Whether the path names the open file; unknown when the system does not tell.
+Presence presence_at(const std::string &path, int descriptor) {
   struct stat open_file {};
   struct stat named_file {};
-  return fstat(descriptor, &open_file) == 0 && lstat(path.c_str(), &named_file) == 0 &&
-         open_file.st_dev == named_file.st_dev && open_file.st_ino == named_file.st_ino;
+  if (fstat(descriptor, &open_file) != 0) return Presence::kUnknown;
+  const Presence named = presence(lstat(path.c_str(), &named_file));
+  if (named != Presence::kThere) return named;
+  const bool same = open_file.st_dev == named_file.st_dev && open_file.st_ino == named_file.st_ino;
+  return same ? Presence::kThere : Presence::kMissing;
+}
+
+// An ordinary file without another name: one that lies here as the name of a file elsewhere is nobody's to overwrite.
+bool is_own_file(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
 // Opens the temporary file of a target and holds its lock. A file that another replacement renamed away while this one
@@ -86,31 +116,50 @@ int open_temporary(const std::string &path) {
     while (flock(file.get(), LOCK_EX) != 0) {
       if (errno != EINTR) return -1;
     }
-    if (!same_file(file.get(), path)) continue;
-    if (ftruncate(file.get(), 0) != 0) return -1;
+    const Presence named = presence_at(path, file.get());
+    if (named == Presence::kMissing) continue;
+    if (named == Presence::kUnknown || !is_own_file(file.get()) || ftruncate(file.get(), 0) != 0) return -1;
     return file.release();
   }
 }
 
-void sync_folder_of(const std::string &path) {
+std::string folder_of(const std::string &path) {
   const std::size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+void sync_folder(const std::string &folder) {
   const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (descriptor.get() >= 0) (void)fsync(descriptor.get());
 }
 
 }  // namespace
 
-FileText::FileText(std::size_t size) : bytes_(std::make_unique_for_overwrite<char[]>(size)), size_(size) {}
+void FileText::Free::operator()(char *bytes) const noexcept { std::free(bytes); }
+
+// Large files lie in large pages where the system has them: making small ones costs more than reading into them.
+FileText::FileText(std::size_t size) : size_(size) {
+  constexpr std::size_t kLargePage = std::size_t{2} << 20;
+  const bool is_large = size >= 2 * kLargePage;
+  const std::size_t whole = (size + kLargePage - 1) / kLargePage * kLargePage;
+  void *bytes = is_large ? std::aligned_alloc(kLargePage, whole) : std::malloc(std::max<std::size_t>(size, 1));
+  if (bytes == nullptr) throw std::bad_alloc();
+  bytes_.reset(static_cast<char *>(bytes));
+  if (is_large) (void)madvise(bytes, whole, MADV_HUGEPAGE);
+}
 
 std::optional<FileText> read_file(const std::string &path) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  int opened = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  while (opened < 0 && errno == EINTR) opened = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const Descriptor file(opened);
   struct stat status {};
   // Short of descriptors or memory, nobody knows whether the file is there.
-  if (file.get() < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EIO || errno == EINTR)) {
+  if (file.get() < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EIO)) {
     throw std::system_error(errno, std::generic_category());
   }
-  if (file.get() < 0 || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (file.get() < 0) return std::nullopt;
+  if (fstat(file.get(), &status) != 0) throw std::system_error(errno, std::generic_category());
+  if (!S_ISREG(status.st_mode)) return std::nullopt;
   FileText text(static_cast<std::size_t>(status.st_size));
   const std::optional<std::size_t> size = read_all(file.get(), text.chars());
   if (!size) throw std::system_error(EIO, std::generic_category());
@@ -130,8 +179,11 @@ bool is_folder(const std::string &path) {
 }
 
 FileReplacement::FileReplacement(const std::string &path) : target_(resolved(path)), temporary_(target_ + kSuffix) {
+  if (target_.empty()) return;
   struct stat status {};
-  const bool exists = stat(target_.c_str(), &status) == 0;
+  const Presence target = presence(stat(target_.c_str(), &status));
+  if (target == Presence::kUnknown) return;
+  const bool exists = target == Presence::kThere;
   if (exists && (!S_ISREG(status.st_mode) || access(target_.c_str(), W_OK) != 0)) return;
   descriptor_ = open_temporary(temporary_);
   // A file of passwords that only its owner may read stays so, and stays that owner's where the system allows it.
@@ -149,6 +201,7 @@ bool FileReplacement::write(std::string_view bytes) {
 
 bool FileReplacement::commit() {
   if (!is_open()) return false;
+  const std::string folder = folder_of(target_);  // before the rename: nothing may fail behind it
   const bool done = !failed_ && fsync(descriptor_) == 0 && std::rename(temporary_.c_str(), target_.c_str()) == 0;
   if (!done) {
     abandon();
@@ -156,7 +209,7 @@ bool FileReplacement::commit() {
   }
   ::close(descriptor_);
   descriptor_ = -1;
-  sync_folder_of(target_);
+  sync_folder(folder);
   return true;
 }
 

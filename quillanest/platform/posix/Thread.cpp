@@ -121,7 +121,9 @@ sigset_t mask_ending_signal(int how) {
 class Run {
  public:
   explicit Run(RunningThread &running) : running_(running) {
-    const std::lock_guard started(ThreadTable::instance().leaving);  // the starter has filled in the handle by then
+    {
+      const std::lock_guard started(ThreadTable::instance().leaving);  // the starter has filled in the handle by then
+    }
     (void)mask_ending_signal(SIG_UNBLOCK);
   }
   ~Run() {

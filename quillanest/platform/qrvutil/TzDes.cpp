@@ -57,21 +57,25 @@ struct CipherFree {
   void operator()(EVP_CIPHER_CTX *context) const { EVP_CIPHER_CTX_free(context); }
 };
 
-// AES-SIV over one message; `tag` is written when enciphering and checked when deciphering. Nothing when the library
-// refuses or the message does not authenticate.
+// An empty text in place of an enciphered one would open the account, and a text that could not be deciphered would be
+// enciphered once more by the next save, so there is no result at all.
+[[noreturn]] void raise_cipher_failure() { throw std::runtime_error("passwords cannot be enciphered"); }
+
+// AES-SIV over one message; `tag` is written when enciphering and checked when deciphering. Nothing when the message
+// does not authenticate, or cannot be enciphered; raises when the library lacks what it needs for either.
 enum class Direction { kDecipher = 0, kEncipher = 1 };
 
 std::optional<Bytes> aes_siv(const Key &key, const Bytes &message, std::array<unsigned char, kTagSize> &tag,
                              Direction direction) {
   const std::unique_ptr<EVP_CIPHER, CipherFree> cipher(EVP_CIPHER_fetch(nullptr, "AES-256-SIV", nullptr));
   const std::unique_ptr<EVP_CIPHER_CTX, CipherFree> context(EVP_CIPHER_CTX_new());
-  if (cipher == nullptr || context == nullptr) return std::nullopt;
+  if (cipher == nullptr || context == nullptr) raise_cipher_failure();
   const bool enciphering = direction == Direction::kEncipher;
   if (EVP_CipherInit_ex(context.get(), cipher.get(), nullptr, key.data(), nullptr, enciphering ? 1 : 0) != 1) {
-    return std::nullopt;
+    raise_cipher_failure();
   }
   if (!enciphering && EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, kTagSize, tag.data()) != 1) {
-    return std::nullopt;
+    raise_cipher_failure();
   }
   Bytes result(message.size());
   int size = 0;
@@ -86,9 +90,6 @@ std::optional<Bytes> aes_siv(const Key &key, const Bytes &message, std::array<un
   }
   return result;
 }
-
-// An empty text in place of an enciphered one would open the account, so there is no result at all.
-[[noreturn]] void raise_cipher_failure() { throw std::runtime_error("passwords cannot be enciphered"); }
 
 Key digest_of(std::string_view secret) {
   Key key{};

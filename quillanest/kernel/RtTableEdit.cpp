@@ -65,6 +65,12 @@ bool remove_record(const TableView &view, std::int32_t position) {
   return true;
 }
 
+// Whether a field has that name, which is shorter than names may be. Every edit asks, so the first letter that differs
+// has to be the end of it.
+bool is_named(const _field_attr &field, std::string_view name) noexcept {
+  return field.FieldName[name.size()] == '\0' && equal_ignoring_case({field.FieldName, name.size()}, name);
+}
+
 }  // namespace
 
 VersionFields find_version_fields(const TableView &view) noexcept {
@@ -74,10 +80,9 @@ VersionFields find_version_fields(const TableView &view) noexcept {
     if (field == nullptr) break;
     const char first = field->FieldName[0];
     if (first != 'b' && first != 'B' && first != 'i' && first != 'I') continue;
-    const std::string_view name = block_text(*field, offsetof(_field_attr, FieldName));
-    if (fields.modified == nullptr && equal_ignoring_case(name, kModifiedField)) fields.modified = field;
-    if (fields.project == nullptr && equal_ignoring_case(name, kProjectField)) fields.project = field;
-    if (fields.edit_status == nullptr && equal_ignoring_case(name, kEditStatusField)) fields.edit_status = field;
+    if (fields.modified == nullptr && is_named(*field, kModifiedField)) fields.modified = field;
+    if (fields.project == nullptr && is_named(*field, kProjectField)) fields.project = field;
+    if (fields.edit_status == nullptr && is_named(*field, kEditStatusField)) fields.edit_status = field;
   }
   return fields;
 }

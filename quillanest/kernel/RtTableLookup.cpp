@@ -38,8 +38,21 @@ KeyPlace halve(KeyArea area, std::uint32_t key, Range range) noexcept {
   return {false, low};
 }
 
-// Up to here halving is as fast as anything.
-constexpr std::int32_t kFewRecords = 32;
+// Up to here the records lie in the processor's caches, and what costs time is guessing wrong which way to go.
+constexpr std::int32_t kFewRecords = 2048;
+
+// Halving that compares only and never branches, down to the first record whose key is not smaller.
+KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
+  std::int64_t low = 0;
+  for (std::int64_t left = count; left > 1;) {
+    const std::int64_t half = left / 2;
+    low += area.key_at(low + half - 1) < key ? half : 0;
+    left -= half;
+  }
+  const std::uint32_t found = area.key_at(low);
+  if (found < key) ++low;
+  return {found == key, static_cast<std::int32_t>(low)};
+}
 
 // Estimates that are worth a cache miss: each one's error is about the square root of the one's before.
 constexpr int kEstimates = 3;
@@ -97,8 +110,9 @@ Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
 
 KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const Range whole{0, std::int64_t{count} - 1};
-  if (count <= kFewRecords) return halve(area, key, whole);
-  const KeyPlace place = halve(area, key, estimate(area, key, count));
+  if (area.key_at(count - 1) < key) return {false, count};  // a record that is appended
+  const KeyPlace place =
+      count <= kFewRecords ? halve_few(area, key, count) : halve(area, key, estimate(area, key, count));
   return !place.found || area.is_only_one(key, place.position, count) ? place : halve(area, key, whole);
 }
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/RtTable.h"
@@ -223,9 +224,9 @@ struct VersionFields {
 [[nodiscard]] VersionFields find_version_fields(const TableView &view) noexcept;
 
 // The names of the version fields.
-inline constexpr const char *kModifiedField = "bModified";
-inline constexpr const char *kProjectField = "iProjectID";
-inline constexpr const char *kEditStatusField = "iEditStatus";
+inline constexpr std::string_view kModifiedField = "bModified";
+inline constexpr std::string_view kProjectField = "iProjectID";
+inline constexpr std::string_view kEditStatusField = "iEditStatus";
 
 // A version field of one record, read and written as 32 bits whatever its declared type.
 [[nodiscard]] inline std::int32_t version_value(const TableView &view, std::byte *record, const _field_attr &field) {

@@ -79,7 +79,7 @@ bool CRtTable::RemoveRecordInDb(int key, int projectID) {
   if (database_ == nullptr || database_->GetRtdbManager() == nullptr) return false;
   return neutral_on_failure(false, [&] {
     std::string condition = "ID = " + std::to_string(key);
-    if (FindFieldFromName(quillanest::kProjectField, false) >= 0) {
+    if (FindFieldFromName(quillanest::kProjectField.data(), false) >= 0) {
       condition += " AND iProjectID = " + std::to_string(projectID);
     }
     CRtdbMedia store(database_->GetRtdbManager());

@@ -55,10 +55,10 @@ KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept
 }
 
 // Estimates that are worth a cache miss: each one's error is about the square root of the one's before.
-constexpr int kEstimates = 3;
+constexpr int kEstimates = 2;
 
-// Within this distance the neighbours are looked at one by one, which the processor fetches ahead.
-constexpr int kNear = 8;
+// So many records are then looked at one by one, which the processor fetches ahead, before the steps grow.
+constexpr int kSteps = 64;
 
 // Draws the upper end of the range to the key, which is expected a little above the lower end.
 Range close_above(KeyArea area, std::uint32_t key, Range range) noexcept {
@@ -66,7 +66,7 @@ Range close_above(KeyArea area, std::uint32_t key, Range range) noexcept {
   for (std::int64_t at = start, step = 1; at <= range.high; at += step) {
     if (area.key_at(at) >= key) return {range.low, at};
     range.low = at + 1;
-    if (at - start >= kNear) step *= 2;
+    if (at - start >= kSteps) step *= 2;
   }
   return range;
 }
@@ -77,7 +77,7 @@ Range close_below(KeyArea area, std::uint32_t key, Range range) noexcept {
   for (std::int64_t at = start, step = 1; at >= range.low; at -= step) {
     if (area.key_at(at) <= key) return {at, range.high};
     range.high = at - 1;
-    if (start - at >= kNear) step *= 2;
+    if (start - at >= kSteps) step *= 2;
   }
   return range;
 }
@@ -100,7 +100,6 @@ Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
     above = found < key;
     (above ? range.low : range.high) = above ? at + 1 : at - 1;
     const double distance = (static_cast<double>(key) - static_cast<double>(found)) * records_per_key;
-    if (distance > -kNear && distance < kNear) break;
     place = static_cast<double>(at) + distance;
   }
   return above ? close_above(area, key, range) : close_below(area, key, range);

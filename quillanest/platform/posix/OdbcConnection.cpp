@@ -507,18 +507,34 @@ class OdbcConnection : public Connection {
       rollback();
       throw _com_error(kStatementFailed, text);
     }
-    set_autocommit(SQL_AUTOCOMMIT_ON);
+    leave_transaction();  // whose rows are in the store by now: what fails from here on is no failure of the commit
   }
 
   void rollback() noexcept override {
     if (!in_transaction_) return;
     pending_.clear();
-    SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_ROLLBACK);
+    const bool undone =
+        succeeded(SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_ROLLBACK)) || undo_by_statement();
+    in_transaction_ = false;
+    // psqlodbc 13.02 commits what is open when autocommit is switched on; the end of the connection undoes it.
+    if (undone) leave_transaction();
+  }
+
+ private:
+  void leave_transaction() noexcept {
     SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, attribute(SQL_AUTOCOMMIT_ON), 0);
     in_transaction_ = false;
   }
 
- private:
+  bool undo_by_statement() noexcept {
+    try {
+      (void)run("ROLLBACK");
+      return true;
+    } catch (const std::exception &) {
+      return false;
+    }
+  }
+
   [[noreturn]] static void raise(SQLSMALLINT type, SQLHANDLE handle) {
     throw _com_error(kStatementFailed, diagnosis(type, handle));
   }
@@ -613,7 +629,9 @@ class OdbcConnection : public Connection {
     std::array<char, 128> name{};
     SQLSMALLINT length = 0;
     const SQLRETURN result = SQLGetInfo(link_.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
-    return succeeded(result) ? name.data() : std::string();
+    // What a failed statement does to its transaction depends on the server.
+    if (!succeeded(result)) raise(SQL_HANDLE_DBC, link_.connection.get());
+    return name.data();
   }
 
   [[nodiscard]] Handle<SQL_HANDLE_STMT> run_query(const std::string &text) const {

@@ -32,7 +32,8 @@ class PasswordCipher {
   [[nodiscard]] std::string encrypt(std::string_view clear) const;
 
   // The clear password of a text form. A text without the prefix is taken for a clear password that someone typed; a
-  // text with the prefix that does not authenticate stays as it is. std::runtime_error when the cipher is not to be had.
+  // text with the prefix that does not authenticate stays as it is. std::runtime_error when the cipher is not to be
+  // had.
   [[nodiscard]] std::string decrypt(std::string_view text) const;
 
  private:

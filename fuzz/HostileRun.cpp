@@ -1,0 +1,197 @@
+#include "fuzz/HostileRun.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quillanest::fuzz {
+namespace {
+
+constexpr std::size_t kNamesEnd = offsetof(_db_attr, DBID);
+constexpr std::size_t kPathsStart = sizeof(_rtdb_head);
+constexpr std::size_t kPathsEnd = kPathsStart + offsetof(_rtdb_attr, HostName);
+constexpr std::size_t kManagerSize = 1296;
+// Of a caller's buffer: any segment, and the enciphered form of a text of that length.
+constexpr std::size_t kRoom = std::size_t{1} << 16;
+constexpr std::size_t kLargestSegment = kRoom / 4;
+
+constexpr const char *kTexts[] = {"",   "ID", "bmodified", "iProjectID", "t10",   "T11",
+                                  "f1", "1",  "users",     "admin",      "qnp1.", "2024-3-7 9:5:0"};
+
+}  // namespace
+
+HostileRun::HostileRun(const ImageSurroundings &surroundings, Input input)
+    : surroundings_(surroundings),
+      input_(input),
+      schema_(random_schema(input_, FieldSizes::kAny)),
+      mapped_(schema_.database_count),
+      manager_segment_(kManagerKey),
+      buffer_(std::make_unique<char[]>(kRoom)) {
+  surroundings_.schema.write(schema_.text());
+  require(builder_.RtdbManagerInit(false, surroundings_.schema.path()), "a sound schema starts");
+  unsigned int id = 0;
+  for (Mapped &mapped : mapped_) {
+    require(builder_.GetDataBaseFromID(mapped.database, ++id) == 1, "a database is found by its ID");
+    require(mapped.database.AttachShareMemory() == 1, "a database can be mapped");
+    mapped.start = mapped.database.GetStartAddress();
+    const auto attr = value_at<_db_attr>(mapped.start, 0);
+    mapped.size = static_cast<std::size_t>(attr.DBSize);
+    mapped.descriptors_end = static_cast<std::size_t>(attr.DataOffset);
+    require(mapped.size < kLargestSegment, "a small schema makes small segments");
+    mapped.end = std::make_unique<SegmentEnd>(mapped.start, mapped.size);
+  }
+  remember_names();
+  head_ = static_cast<char *>(manager_segment_.Attach());
+  manager_end_ = std::make_unique<SegmentEnd>(head_, kManagerSize);
+  paths_ = bytes_at(head_ + kPathsStart, kPathsEnd - kPathsStart);
+  (void)second_.AttachShareMemory();
+}
+
+void HostileRun::remember_names() {
+  for (Mapped &mapped : mapped_) mapped.names = bytes_at(mapped.start, kNamesEnd);
+}
+
+void HostileRun::mend() {
+  paths_.copy(head_ + kPathsStart, paths_.size());
+  for (const Mapped &mapped : mapped_) mapped.names.copy(mapped.start, mapped.names.size());
+}
+
+// What any client can do: a number of a descriptor becomes another one.
+void HostileRun::write_over() {
+  constexpr std::size_t kWord = sizeof(std::int32_t);
+  if (input_.choice(4) == 0) {
+    std::size_t place = input_.choice((kManagerSize - kPathsEnd + kPathsStart) / kWord) * kWord;
+    if (place >= kPathsStart) place += kPathsEnd - kPathsStart;
+    put(head_, place, input_.wild());
+    return;
+  }
+  const Mapped &mapped = any_mapped();
+  const std::size_t words = (mapped.descriptors_end - kNamesEnd) / kWord;
+  put(mapped.start, kNamesEnd + input_.number<std::uint16_t>() % words * kWord, input_.wild());
+}
+
+char *HostileRun::any_address() {
+  const Mapped &mapped = any_mapped();
+  return mapped.start + input_.number<std::uint16_t>() % mapped.size;
+}
+
+const char *HostileRun::any_text() {
+  switch (input_.choice(4)) {
+    case 0:
+      return input_.pick(kTexts);
+    case 1:
+      return any_address();
+    case 2:
+      return input_.choice(8) == 0 ? nullptr : "a text that is longer than most of the fields are wide";
+    default:
+      return any_changeable_text();
+  }
+}
+
+char *HostileRun::any_changeable_text() {
+  if (input_.choice(4) == 0) return any_address();
+  texts_.push_back(exact_copy(input_.text(48)));
+  return texts_.back().get();
+}
+
+char *HostileRun::any_buffer() {
+  switch (input_.choice(8)) {
+    case 0:
+      return nullptr;
+    case 1:
+    case 2:
+      return any_address();
+    case 3: {
+      const std::string bytes = input_.text(255);
+      bytes.copy(buffer_.get(), bytes.size());
+      return buffer_.get();
+    }
+    default:
+      std::memset(buffer_.get(), input_.number<std::uint8_t>(), kLargestSegment);
+      return buffer_.get();
+  }
+}
+
+unsigned int HostileRun::any_id() {
+  constexpr unsigned int kIDs[] = {0, 1, 2, 3, 4, 10, 11, 12, 20, 21, 30, kUsersTable, kRightsTable, 0xFFFFFFFF};
+  return input_.pick(kIDs);
+}
+
+CRtField HostileRun::any_field() {
+  CRtField field;
+  field.SetFieldName(any_text());
+  field.SetFieldCName(any_text());
+  field.SetDefaultValue(any_text());
+  field.SetDataBaseID(any_id());
+  field.SetTableID(any_id());
+  field.SetFieldID(any_id());
+  field.SetIndexInTable(input_.flag() ? static_cast<int>(input_.choice(8)) : input_.wild());
+  field.SetFieldType(input_.flag() ? static_cast<int>(input_.choice(16)) : input_.wild());
+  field.SetFieldTypeSize(input_.wild());
+  field.SetFieldSize(input_.wild());
+  field.SetFieldOffset(input_.wild());
+  return field;
+}
+
+bool HostileRun::holds_record(const CRtTable &table) {
+  return table.GetTableSize() <= static_cast<int>(kLargestSegment);
+}
+
+bool HostileRun::is_cheap(CRtDataBase &database) {
+  constexpr std::int64_t kMostWork = 1'000'000;
+  const auto segment = static_cast<std::int64_t>(kLargestSegment);
+  std::int64_t work = 0;
+  CRtTable table;
+  int position = database.GetFirstTablePostion();
+  while (work <= kMostWork && database.GetNextTable(table, position)) {
+    const std::int64_t fitting = segment / std::max(table.GetTableSize(), 1);
+    const std::int64_t records = std::clamp<std::int64_t>(table.GetRecordCount(), 0, fitting);
+    const std::int64_t fields = std::clamp<std::int64_t>(table.GetTableFieldNum(), 0, segment / 128);
+    work += 1 + records * fields * 512;
+  }
+  return work <= kMostWork;
+}
+
+bool HostileRun::all_are_cheap() {
+  return std::all_of(mapped_.begin(), mapped_.end(), [&](Mapped &mapped) { return is_cheap(mapped.database); });
+}
+
+void HostileRun::call() {
+  CRtTable table;
+  switch (input_.choice(8)) {
+    case 0:
+      return write_over();
+    case 1:
+      return call_database(any_mapped().database);
+    case 2: {
+      CRtDataBase copy(any_mapped().database);
+      if (input_.flag()) (void)copy.AttachShareMemory();
+      return call_database(copy);
+    }
+    case 3:
+      return call_manager(input_.flag() ? builder_ : second_);
+    case 4:
+      (void)builder_.GetSystemTable(table, any_id());
+      return call_table(table);
+    case 5:
+      (void)any_mapped().database.GetDBTableFromIndex(table, input_.wild());
+      return call_table(table);
+    default:
+      (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
+      return call_table(table);
+  }
+}
+
+void HostileRun::run() {
+  constexpr int kMostCalls = 200;
+  for (int calls = 0; calls < kMostCalls && !input_.empty(); ++calls) {
+    mend();
+    call();
+    texts_.clear();
+  }
+  mend();
+  surroundings_.remove_data();
+}
+
+void run_hostile(const ImageSurroundings &surroundings, Input input) { HostileRun(surroundings, input).run(); }
+
+}  // namespace quillanest::fuzz

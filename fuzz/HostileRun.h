@@ -1,0 +1,101 @@
+// A run of the image target with any arguments and damaged descriptors.
+//
+// A caller answers for the room in its own buffers, so each is as large as a segment, and calls that touch TableSize
+// bytes of one are left out while a descriptor says that these are more. Names of databases and the paths of the
+// manager are mended before each call: the ones become names of mutexes, which stay, the others say what is saved
+// where.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fuzz/ImageRun.h"
+#include "fuzz/RandomSchema.h"
+
+namespace quillanest::fuzz {
+
+class HostileRun {
+ public:
+  HostileRun(const ImageSurroundings &surroundings, Input input);
+  void run();
+
+ private:
+  // A database, mapped for the whole run, and what its segment was at the start.
+  struct Mapped {
+    CRtDataBase database;
+    char *start = nullptr;
+    std::size_t size = 0;
+    std::size_t descriptors_end = 0;
+    std::string names;
+    std::unique_ptr<SegmentEnd> end;
+  };
+
+  void mend();
+  void remember_names();
+  void write_over();
+  void call();
+
+  // HostileTable.cpp
+  void call_table(CRtTable &table);
+  void find_records(CRtTable &table);
+  void edit_records(CRtTable &table);
+  void use_values(CRtTable &table);
+  void find_fields(CRtTable &table);
+  void set_descriptor(CRtTable &table);
+  void use_whole_table(CRtTable &table);
+
+  // HostileDatabase.cpp
+  void call_database(CRtDataBase &database);
+  void find_tables(CRtDataBase &database);
+  void set_database(CRtDataBase &database);
+  void use_whole_database(CRtDataBase &database);
+  void call_manager(CRtdbManager &manager);
+  void find_databases(CRtdbManager &manager);
+  void use_identity(CRtdbManager &manager);
+  void change_directory(CRtdbManager &manager);
+  void load_and_save(CRtdbManager &manager);
+  void attach(CRtdbManager &manager);
+
+  Mapped &any_mapped() { return mapped_[input_.choice(mapped_.size())]; }
+  // An address anywhere in a segment.
+  char *any_address();
+  // A text of the caller's, one in a segment, or null.
+  const char *any_text();
+  // A text that the callee may change.
+  char *any_changeable_text();
+  // A buffer of the caller's or a place in a segment; rarely null.
+  char *any_buffer();
+  unsigned int any_id();
+  CRtField any_field();
+  // Whether a save takes a time that is worth it: damaged counts make many records of long texts.
+  bool is_cheap(CRtDataBase &database);
+  bool all_are_cheap();
+  // Whether the caller's buffers hold a record of the table.
+  static bool holds_record(const CRtTable &table);
+
+  const ImageSurroundings &surroundings_;
+  Input input_;
+  RandomSchema schema_;
+  CRtdbManager builder_;
+  CRtdbManager second_;
+  std::vector<Mapped> mapped_;
+  CShareMemory manager_segment_;
+  char *head_ = nullptr;
+  std::unique_ptr<SegmentEnd> manager_end_;
+  std::string paths_;
+  std::unique_ptr<char[]> buffer_;
+  std::deque<std::unique_ptr<char[]>> texts_;
+};
+
+// Names that a database may be given, one of which runs on into the caption, and captions.
+inline constexpr const char *kNewNames[] = {
+    "system", "plant", "archive", "SYSTEM", "", "abcdefghijklmnopqrstuvwx", "a name of 25 characters.."};
+inline constexpr const char *kNewCaptions[] = {"Csystem", "caption", "", "a caption of thirty-nine characters 789",
+                                               "a caption of forty-one characters 789012"};
+
+}  // namespace quillanest::fuzz

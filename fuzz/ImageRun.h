@@ -1,0 +1,29 @@
+// Runs of the image target: an image of a random schema, and random calls on it.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "fuzz/Input.h"
+#include "fuzz/Support.h"
+
+namespace quillanest::fuzz {
+
+// The surroundings of all runs of a process.
+struct ImageSurroundings : RootsInMemory {
+  // Removes the files that a run has saved.
+  void remove_data() const;
+
+  // No database of the relational store is named, so nothing is ever connected.
+  TestRoot root{"\n[RtdbMedia]\nMainDBType=-1\nBackDBType=-1\n"};
+  MemoryFile schema;
+  MemoryFile data;
+};
+
+// Calls with arguments that make sense, each compared with a model of the tables.
+void run_with_model(const ImageSurroundings &surroundings, Input input);
+
+// Calls with any arguments, and descriptors that somebody writes over. What they return is not looked at.
+void run_hostile(const ImageSurroundings &surroundings, Input input);
+
+}  // namespace quillanest::fuzz

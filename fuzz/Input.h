@@ -1,0 +1,83 @@
+// Values taken from the front of a fuzzer's bytes.
+//
+// Behind the last byte every number is 0 and every text empty, so each input means something.
+// Lifetime: refers to the bytes, which must outlive the object. Threads: one object belongs to one thread.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <span>
+#include <string>
+
+namespace quillanest::fuzz {
+
+class Input {
+ public:
+  Input(const std::uint8_t *bytes, std::size_t size) : rest_(bytes, size) {}
+
+  [[nodiscard]] bool empty() const noexcept { return rest_.empty(); }
+
+  // A number of any value.
+  template <class T>
+  T number() {
+    T value{};
+    const std::size_t size = std::min(sizeof value, rest_.size());
+    if (size > 0) std::memcpy(&value, rest_.data(), size);
+    rest_ = rest_.subspan(size);
+    return value;
+  }
+
+  // A number below `count`, which is 1 to 65536.
+  std::size_t choice(std::size_t count) {
+    return (count <= 256 ? number<std::uint8_t>() : number<std::uint16_t>()) % count;
+  }
+  bool flag() { return choice(2) != 0; }
+
+  template <class Values>
+  auto pick(const Values &values) {
+    return values[choice(std::size(values))];
+  }
+
+  // A number that is small, at an edge of the range, or anything.
+  std::int32_t wild() {
+    constexpr std::int32_t kEdges[] = {-2147483647 - 1, -65536,    -129,      -128, -2, -1, 0, 1, 2, 3, 4095,
+                                       65536,           100000000, 2147483647};
+    switch (choice(4)) {
+      case 0:
+        return pick(kEdges);
+      case 1:
+        return number<std::int32_t>();
+      case 2:
+        return number<std::int16_t>();
+      default:
+        return number<std::int8_t>();
+    }
+  }
+
+  // At most `most` characters, of any value.
+  std::string text(std::size_t most) { return take(choice(most + 1)); }
+
+  // The same of exactly `size` characters, with zeros in place of those that the input lacks.
+  std::string bytes(std::size_t size) {
+    std::string taken = take(size);
+    taken.resize(size);
+    return taken;
+  }
+
+  // All that is left.
+  std::string rest() { return take(rest_.size()); }
+
+ private:
+  std::string take(std::size_t size) {
+    const auto taken = rest_.first(std::min(size, rest_.size()));
+    rest_ = rest_.subspan(taken.size());
+    return {taken.begin(), taken.end()};
+  }
+
+  std::span<const std::uint8_t> rest_;
+};
+
+}  // namespace quillanest::fuzz

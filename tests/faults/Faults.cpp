@@ -1,0 +1,137 @@
+#include "tests/faults/Faults.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <new>
+#include <openssl/evp.h>
+#include <pthread.h>
+#include <sql.h>
+#include <sqlext.h>
+#include <sqlite3.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace faults {
+namespace {
+
+constexpr int kShort = -1;
+
+enum RowNumber {
+  kNew,
+#define CALL_IF(name, ...) k_##name,
+#define CALL(name, ...) CALL_IF(name, true, __VA_ARGS__)
+#include "tests/faults/Calls.inc"
+#undef CALL_IF
+  kRowCount
+};
+
+constexpr std::array<Row, kRowCount> kRows{{
+    {"new", {ENOMEM}},
+#define CALL_IF(name, when, result, parameters, arguments, failure, ...) {#name, {__VA_ARGS__}},
+#include "tests/faults/Calls.inc"
+#undef CALL_IF
+}};
+
+std::atomic<bool> g_armed{false};
+Plan g_plan;
+std::array<std::atomic<long>, kRowCount + 1> g_calls;  // the last one is of all rows
+std::atomic<long> g_failed;
+std::atomic<long> g_live_blocks;
+std::array<char, 200> g_text;
+
+// Counts a call; the error to fail it with, 0 for none.
+int injected(int row) noexcept {
+  if (!g_armed) return 0;
+  const long own = ++g_calls[static_cast<std::size_t>(row)];
+  const long any = ++g_calls[kRowCount];
+  if (g_plan.nth == 0 || (g_plan.row != kAny && g_plan.row != row)) return 0;
+  const long number = g_plan.row == kAny ? any : own;
+  if (g_plan.onward ? number < g_plan.nth : number != g_plan.nth) return 0;
+  ++g_failed;
+  return g_plan.row == kAny ? kRows[static_cast<std::size_t>(row)].errors[0] : g_plan.error;
+}
+
+void tell_plan(int signal) {
+  g_armed = false;
+  (void)!::write(STDERR_FILENO, g_text.data(), std::strlen(g_text.data()));
+  (void)std::signal(signal, SIG_DFL);
+  (void)std::raise(signal);
+}
+
+// The kind of a mutex of this C library has this bit when the mutex is robust.
+bool is_robust(const pthread_mutex_t &mutex) { return (mutex.__data.__kind & 0x10) != 0; }
+
+}  // namespace
+
+// The functions that the linker puts in the place of those called.
+#define ERRNO(value) (errno = error, value)
+#define CODE(value) (code = std::error_code(error, std::generic_category()), value)
+#define CALL_IF(name, when, result, parameters, arguments, failure, ...) \
+  result real_##name parameters __asm__("__real_" #name);                \
+  result wrap_##name parameters __asm__("__wrap_" #name);                \
+  result wrap_##name parameters {                                        \
+    const int error = (when) ? injected(k_##name) : 0;                   \
+    if (error > 0) return static_cast<result>(failure);                  \
+    return real_##name arguments;                                        \
+  }
+#include "tests/faults/Calls.inc"
+#undef CALL_IF
+
+std::span<const Row> rows() { return kRows; }
+
+std::string Plan::text() const {
+  const std::string name = row == kAny ? "any call" : kRows[static_cast<std::size_t>(row)].name;
+  return name + " number " + std::to_string(nth) + (onward ? " and all later" : "") + " fails with " +
+         std::to_string(error);
+}
+
+Armed::Armed(const Plan &plan) {
+  g_plan = plan;
+  (void)std::snprintf(g_text.data(), g_text.size(), "The program ends when %s.\n", plan.text().c_str());
+  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT}) (void)std::signal(signal, tell_plan);
+  for (auto &count : g_calls) count = 0;
+  g_failed = 0;
+  g_armed = true;
+}
+
+Armed::~Armed() { g_armed = false; }
+
+long calls(int row) { return g_calls[row == kAny ? std::size_t{kRowCount} : static_cast<std::size_t>(row)]; }
+
+long calls(const char *name) {
+  for (std::size_t row = 0; row < kRows.size(); ++row) {
+    if (std::strcmp(kRows[row].name, name) == 0) return g_calls[row];
+  }
+  throw std::logic_error(name);
+}
+
+long failed() { return g_failed; }
+long live_blocks() { return g_live_blocks; }
+
+}  // namespace faults
+
+void *operator new(std::size_t size) {
+  void *block = faults::injected(faults::kNew) != 0 ? nullptr : faults::real_malloc(size == 0 ? 1 : size);
+  if (block == nullptr) throw std::bad_alloc();
+  ++faults::g_live_blocks;
+  return block;
+}
+void operator delete(void *block) noexcept {
+  if (block != nullptr) --faults::g_live_blocks;
+  std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept { operator delete(block); }

@@ -65,21 +65,33 @@ bool remove_record(const TableView &view, std::int32_t position) {
   return true;
 }
 
-// Whether a field has that name, which is shorter than names may be. Every edit asks, so the first letter that differs
-// has to be the end of it.
+// Whether a field has that name, which is shorter than names may be.
 bool is_named(const _field_attr &field, std::string_view name) noexcept {
   return field.FieldName[name.size()] == '\0' && equal_ignoring_case({field.FieldName, name.size()}, name);
+}
+
+// The start of a name as one number, the same for capital and small letters. Every edit looks at all fields of its
+// table, so a name is read once, and letter by letter only when its start is the wanted one.
+std::uint64_t start_of(const char *name) noexcept {
+  constexpr std::uint64_t kSmallLetters = 0x2020202020202020;
+  return load<std::uint64_t>(as_bytes(static_cast<const void *>(name))) | kSmallLetters;
 }
 
 }  // namespace
 
 VersionFields find_version_fields(const TableView &view) noexcept {
+  const std::uint64_t modified = start_of(kModifiedField.data());
+  const std::uint64_t project = start_of(kProjectField.data());
+  const std::uint64_t edit_status = start_of(kEditStatusField.data());
   VersionFields fields;
-  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
-    const _field_attr *field = view.field(i);
-    if (field == nullptr) break;
-    const char first = field->FieldName[0];
-    if (first != 'b' && first != 'B' && first != 'i' && first != 'I') continue;
+  const _field_attr *const first = view.fields();
+  if (first == nullptr) return fields;
+  const std::int64_t room = view.segment.data() + view.segment.size() - as_bytes(static_cast<const void *>(first));
+  const _field_attr *const end =
+      first + std::clamp<std::int64_t>(view.attr->TableFieldNum, 0, room / std::int64_t{sizeof(_field_attr)});
+  for (const _field_attr *field = first; field != end; ++field) {
+    const std::uint64_t start = start_of(field->FieldName);
+    if (start != modified && start != project && start != edit_status) continue;
     if (fields.modified == nullptr && is_named(*field, kModifiedField)) fields.modified = field;
     if (fields.project == nullptr && is_named(*field, kProjectField)) fields.project = field;
     if (fields.edit_status == nullptr && is_named(*field, kEditStatusField)) fields.edit_status = field;

@@ -181,7 +181,6 @@ class Estate {
     SCOPED_TRACE("seed " + std::to_string(seed_));
     std::set<std::string> memory = memory_files();
     inherit();
-    inherit();
     const std::vector<std::string> at_rest = root.files("data");
     const int kills = length(25, 300);
     for (int kill = 0; kill < kills && !testing::Test::HasFailure(); ++kill) {

@@ -13,7 +13,8 @@
 class QUILLANEST_API CMutexEx {
  public:
   // Without a name: no handle. With a name: as Create.
-  CMutexEx(const char *pszName = nullptr);
+  // Texts convert, as callers of the published form expect.
+  CMutexEx(const char *pszName = nullptr);  // NOLINT(google-explicit-constructor)
 
   // Copies share one handle: the first destructor closes it, and every other copy then fails as without a handle.
   // Assignment does not close the handle that the target had.

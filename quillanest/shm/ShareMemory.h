@@ -18,7 +18,8 @@ struct SegmentAccess;
 class QUILLANEST_API CShareMemory {
  public:
   // The effective key is `nKey` plus the process identifier. No view, size 0, not file-backed.
-  CShareMemory(int nKey = -1);
+  // Numbers convert, as callers of the published form expect.
+  CShareMemory(int nKey = -1);  // NOLINT(google-explicit-constructor)
 
   // Takes over key, file flag and size, never the view: an unmapped target stays unmapped, a mapped one keeps its own.
   CShareMemory(const CShareMemory &other);

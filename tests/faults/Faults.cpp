@@ -1,5 +1,6 @@
 #include "tests/faults/Faults.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -124,14 +125,19 @@ long live_blocks() { return g_live_blocks; }
 
 }  // namespace faults
 
-void *operator new(std::size_t size) {
-  void *block = faults::injected(faults::kNew) != 0 ? nullptr : faults::real_malloc(size == 0 ? 1 : size);
+void *operator new(std::size_t size, std::align_val_t alignment) {
+  const auto step = static_cast<std::size_t>(alignment);
+  const std::size_t whole = (std::max<std::size_t>(size, 1) + step - 1) / step * step;
+  void *block = faults::injected(faults::kNew) != 0 ? nullptr : std::aligned_alloc(step, whole);
   if (block == nullptr) throw std::bad_alloc();
   ++faults::g_live_blocks;
   return block;
 }
+void *operator new(std::size_t size) { return operator new (size, std::align_val_t{alignof(std::max_align_t)}); }
 void operator delete(void *block) noexcept {
   if (block != nullptr) --faults::g_live_blocks;
   std::free(block);
 }
 void operator delete(void *block, std::size_t) noexcept { operator delete(block); }
+void operator delete(void *block, std::align_val_t) noexcept { operator delete(block); }
+void operator delete(void *block, std::size_t, std::align_val_t) noexcept { operator delete(block); }

@@ -26,7 +26,6 @@ UNFAILING = {
         SQLFreeStmt sqlite3_close_v2 sqlite3_finalize""",
     "fails for wrong arguments only": """sigaction pthread_sigmask pthread_kill pthread_mutex_consistent
         pthread_mutexattr_settype pthread_mutexattr_setpshared pthread_mutexattr_setrobust""",
-    "the malloc of large files": "aligned_alloc",
     "its failure is one of its results": "kill pthread_tryjoin_np pthread_timedjoin_np pthread_cond_clockwait",
     "advice, or a word to the person at the program": "madvise fprintf fputs fwrite stderr",
     "does not come back": "syscall",

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <errno.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -135,17 +134,20 @@ void sync_folder(const std::string &folder) {
 
 }  // namespace
 
-void FileText::Free::operator()(char *bytes) const noexcept { std::free(bytes); }
+namespace {
+
+// Where small pages begin, so that the system can be asked for large ones instead.
+constexpr std::align_val_t kAlignment{4096};
+
+}  // namespace
+
+void FileText::Free::operator()(char *bytes) const noexcept { ::operator delete(bytes, kAlignment); }
 
 // Large files lie in large pages where the system has them: making small ones costs more than reading into them.
-FileText::FileText(std::size_t size) : size_(size) {
-  constexpr std::size_t kLargePage = std::size_t{2} << 20;
-  const bool is_large = size >= 2 * kLargePage;
-  const std::size_t whole = (size + kLargePage - 1) / kLargePage * kLargePage;
-  void *bytes = is_large ? std::aligned_alloc(kLargePage, whole) : std::malloc(std::max<std::size_t>(size, 1));
-  if (bytes == nullptr) throw std::bad_alloc();
-  bytes_.reset(static_cast<char *>(bytes));
-  if (is_large) (void)madvise(bytes, whole, MADV_HUGEPAGE);
+FileText::FileText(std::size_t size)
+    : bytes_(static_cast<char *>(::operator new(std::max<std::size_t>(size, 1), kAlignment))), size_(size) {
+  constexpr std::size_t kLarge = std::size_t{4} << 20;
+  if (size >= kLarge) (void)madvise(bytes_.get(), size, MADV_HUGEPAGE);
 }
 
 std::optional<FileText> read_file(const std::string &path) {

@@ -82,13 +82,12 @@ Range close_below(KeyArea area, std::uint32_t key, Range range) noexcept {
   return range;
 }
 
-// The range around the place where the key would stand if keys were spread evenly.
+// The range around the place where the key, which is not above the last one, would stand if keys were spread evenly.
 Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::uint32_t first = area.key_at(0);
   const std::uint32_t last = area.key_at(count - 1);
   Range range{0, std::int64_t{count} - 1};
   if (key < first) return {0, -1};
-  if (key > last) return {count, range.high};
   if (first >= last) return range;
   const double records_per_key = static_cast<double>(count - 1) / static_cast<double>(last - first);
   double place = static_cast<double>(key - first) * records_per_key;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -23,6 +24,7 @@ class FileText {
 
  private:
   struct Free {
+    std::align_val_t alignment;
     void operator()(char *bytes) const noexcept;
   };
 

@@ -63,6 +63,7 @@ class Torture {
 
   // `rows`: what the scenario must have called, so that a row whose wrapping is lost does not go unnoticed.
   void run(const std::string &rows) {
+    put_threads_away();
     for (int i = 0; i < 4; ++i) {  // what is made on first use is there afterwards
       const Footprint before = Footprint::now();
       ASSERT_EQ(attempt({}, true) + attempt({}, true), "");
@@ -119,11 +120,13 @@ class Torture {
     return complaint + scenario_.verdict(clean);
   }
 
+  static void put_threads_away() { (void)KillThreadEx(reinterpret_cast<void *>(1)); }  // those that have ended
+
   // Threads that the library leaves behind may take a moment to end.
   std::string growth_since(const Footprint &before) const {
     Footprint growth;
     for (int i = 0; i < 200; ++i) {
-      (void)KillThreadEx(reinterpret_cast<void *>(1));  // puts away those that have ended
+      put_threads_away();
       growth = Footprint::now() - before;
       // Less than usual is what a thread gave back that was still on its way out when the measuring began.
       const bool grown = growth.descriptors > growth_.descriptors || growth.mappings > growth_.mappings ||

@@ -134,19 +134,14 @@ void sync_folder(const std::string &folder) {
 
 }  // namespace
 
-namespace {
-
-// Where small pages begin, so that the system can be asked for large ones instead.
-constexpr std::align_val_t kAlignment{4096};
-
-}  // namespace
-
-void FileText::Free::operator()(char *bytes) const noexcept { ::operator delete(bytes, kAlignment); }
+void FileText::Free::operator()(char *bytes) const noexcept { ::operator delete(bytes, alignment); }
 
 // Large files lie in large pages where the system has them: making small ones costs more than reading into them.
-FileText::FileText(std::size_t size)
-    : bytes_(static_cast<char *>(::operator new(std::max<std::size_t>(size, 1), kAlignment))), size_(size) {
+FileText::FileText(std::size_t size) : size_(size) {
+  constexpr std::size_t kSmallPage = 4096;
   constexpr std::size_t kLarge = std::size_t{4} << 20;
+  const std::align_val_t alignment{size >= kLarge ? kSmallPage : alignof(std::max_align_t)};
+  bytes_ = {static_cast<char *>(::operator new(std::max<std::size_t>(size, 1), alignment)), Free{alignment}};
   if (size >= kLarge) (void)madvise(bytes_.get(), size, MADV_HUGEPAGE);
 }
 

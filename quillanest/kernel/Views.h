@@ -62,10 +62,15 @@ struct KeyArea {
   const std::byte *records;
   std::int64_t record_size;
 
-  // A record shorter than a key has zeros in place of the missing bytes.
+  // False for records shorter than a key, of which only key_of() may be asked.
+  [[nodiscard]] bool has_whole_keys() const noexcept { return record_size >= std::int64_t{sizeof(std::uint32_t)}; }
+
   [[nodiscard]] std::uint32_t key_at(std::int64_t position) const noexcept {
-    const std::byte *bytes = records + position * record_size;
-    if (record_size >= std::int64_t{sizeof(std::uint32_t)}) return load<std::uint32_t>(bytes);
+    return load<std::uint32_t>(records + position * record_size);
+  }
+
+  // The key of the record that begins with `bytes`. One shorter than a key has zeros in place of the missing bytes.
+  [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept {
     return load_part<std::uint32_t>({bytes, static_cast<std::size_t>(record_size)});
   }
 
@@ -98,7 +103,7 @@ struct TableView {
 
   // The descriptor in the image; null when the table is not attached.
   static _table_attr *descriptor(const CRtTable &table) noexcept {
-    if (table.database_ == nullptr || !DatabaseView::is_mapped(*table.database_)) return nullptr;
+    if (table.database_ == nullptr) return nullptr;
     return DatabaseView::table(*table.database_, table.attr_.IndexInDB);
   }
 
@@ -127,9 +132,9 @@ struct TableView {
 
   [[nodiscard]] KeyArea keys() const noexcept { return {records, record_size}; }
   [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept {
-    return KeyArea{bytes, record_size}.key_at(0);
+    return keys().key_of(bytes);
   }
-  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return keys().key_at(position); }
+  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return key_of(record(position)); }
 
   // Whether a caller's buffer holds a whole record of the table, which must be attached.
   [[nodiscard]] bool is_record(const char *buffer) const {
@@ -164,12 +169,10 @@ struct TableView {
   // The address of the first field descriptor, also when the table has none; null outside the segment.
   [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, attr->FieldOffset); }
 
-  // Of records without bytes no more are counted than the segment has bytes.
+  // A stated number of records, 0 or more and cut to what the segment holds.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
-    if (stated < 0) return 0;
-    if (record_size > 0 && holds(stated)) return stated;
-    const std::int64_t most = record_size > 0 ? room() / record_size : static_cast<std::int64_t>(segment.size());
-    return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
+    if (record_size > 0 && holds(stated)) [[likely]] return stated;
+    return cut_to_room(stated);
   }
 
   // The bytes of a field of a record, from its first one to the end of the segment; empty outside.
@@ -178,6 +181,9 @@ struct TableView {
     if (start < 0 || start >= static_cast<std::int64_t>(segment.size())) return {};
     return segment.subspan(static_cast<std::size_t>(start));
   }
+
+ private:
+  [[nodiscard]] std::int32_t cut_to_room(std::int32_t stated) const noexcept;
 };
 
 // The position of a key in the record area, or the place where it belongs.
@@ -186,7 +192,18 @@ struct KeyPlace {
   std::int32_t position;
 };
 
-// The place of a key among the first `count` records; find_key() has tried the cheapest one.
+// The place where a key stands when keys follow one another without a gap; -1 when it is not there, when halving might
+// meet another record with that key first, and where anything is out of the ordinary. Calls nothing.
+[[nodiscard]] inline std::int32_t dense_position(const TableView &view, std::uint32_t key) noexcept {
+  const std::int32_t count = load_shared(view.attr->RecordCount);
+  const KeyArea area = view.keys();
+  if (count <= 0 || !view.holds(count) || !area.has_whole_keys()) return -1;
+  const std::uint32_t guess = key - area.key_at(0);
+  if (guess >= static_cast<std::uint32_t>(count) || area.key_at(guess) != key) return -1;
+  return area.is_only_one(key, guess, count) ? static_cast<std::int32_t>(guess) : -1;
+}
+
+// The place of a key that has no dense_position() among the first `count` records.
 [[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept;
 
 // The place of a key.
@@ -197,15 +214,8 @@ struct KeyPlace {
 // other keys, because halving could meet another one of several equal keys first; a key that is in no place has but one
 // place to be inserted. An area that a faulty file left unsorted is searched within its bounds, to some end.
 [[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
-  const std::int32_t count = view.count();
-  if (count <= 0) return {false, 0};
-  const KeyArea area = view.keys();
-  const std::uint32_t guess = key - area.key_at(0);
-  if (guess < static_cast<std::uint32_t>(count)) {
-    const auto position = static_cast<std::int32_t>(guess);
-    if (area.key_at(position) == key && area.is_only_one(key, position, count)) return {true, position};
-  }
-  return search_key(area, key, count);
+  const std::int32_t position = dense_position(view, key);
+  return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count());
 }
 
 // The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.

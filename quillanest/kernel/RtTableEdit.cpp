@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <span>
+#include <string_view>
 #include <vector>
 
 #include "quillanest/kernel/RtTable.h"
@@ -35,10 +37,48 @@ void stamp_status(const TableView &view, std::byte *record, const _field_attr &s
   }
 }
 
+// The fields of a table, as many as the segment holds.
+std::span<const _field_attr> all_fields(const TableView &view) noexcept {
+  const _field_attr *const first = view.fields();
+  if (first == nullptr) return {};
+  const std::int64_t room = view.segment.data() + view.segment.size() - as_bytes(static_cast<const void *>(first));
+  const auto most = room / std::int64_t{sizeof(_field_attr)};
+  return {first, static_cast<std::size_t>(std::clamp<std::int64_t>(view.attr->TableFieldNum, 0, most))};
+}
+
+// The name of a version field. Every edit looks at the fields of its table, so a field's name is read as one number,
+// the same for capital and small letters, and letter by letter only when that is the wanted one.
+class VersionName {
+ public:
+  explicit VersionName(std::string_view name) noexcept : name_(name), start_(start_of(name.data())) {}
+
+  [[nodiscard]] bool is_of(const _field_attr &field) const noexcept {
+    return start_of(field.FieldName) == start_ && field.FieldName[name_.size()] == '\0' &&
+           equal_ignoring_case({field.FieldName, name_.size()}, name_);
+  }
+
+ private:
+  static std::uint64_t start_of(const char *name) noexcept {
+    constexpr std::uint64_t kSmallLetters = 0x2020202020202020;
+    return load<std::uint64_t>(as_bytes(static_cast<const void *>(name))) | kSmallLetters;
+  }
+
+  std::string_view name_;
+  std::uint64_t start_;
+};
+
+// Marks a record as modified; an edit of a project stamps the record with it as well.
 void stamp(const TableView &view, std::byte *record, int project, int action) {
+  if (project == 0) {
+    const VersionName modified(kModifiedField);
+    const std::span<const _field_attr> fields = all_fields(view);
+    const auto field =
+        std::find_if(fields.begin(), fields.end(), [&](const _field_attr &f) { return modified.is_of(f); });
+    if (field != fields.end()) set_version_value(view, record, *field, 1);
+    return;
+  }
   const VersionFields fields = find_version_fields(view);
   if (fields.modified != nullptr) set_version_value(view, record, *fields.modified, 1);
-  if (project == 0) return;
   if (fields.project != nullptr) set_version_value(view, record, *fields.project, project);
   if (fields.edit_status != nullptr) stamp_status(view, record, *fields.edit_status, action);
 }
@@ -65,36 +105,17 @@ bool remove_record(const TableView &view, std::int32_t position) {
   return true;
 }
 
-// Whether a field has that name, which is shorter than names may be.
-bool is_named(const _field_attr &field, std::string_view name) noexcept {
-  return field.FieldName[name.size()] == '\0' && equal_ignoring_case({field.FieldName, name.size()}, name);
-}
-
-// The start of a name as one number, the same for capital and small letters. Every edit looks at all fields of its
-// table, so a name is read once, and letter by letter only when its start is the wanted one.
-std::uint64_t start_of(const char *name) noexcept {
-  constexpr std::uint64_t kSmallLetters = 0x2020202020202020;
-  return load<std::uint64_t>(as_bytes(static_cast<const void *>(name))) | kSmallLetters;
-}
-
 }  // namespace
 
 VersionFields find_version_fields(const TableView &view) noexcept {
-  const std::uint64_t modified = start_of(kModifiedField.data());
-  const std::uint64_t project = start_of(kProjectField.data());
-  const std::uint64_t edit_status = start_of(kEditStatusField.data());
+  const VersionName modified(kModifiedField);
+  const VersionName project(kProjectField);
+  const VersionName edit_status(kEditStatusField);
   VersionFields fields;
-  const _field_attr *const first = view.fields();
-  if (first == nullptr) return fields;
-  const std::int64_t room = view.segment.data() + view.segment.size() - as_bytes(static_cast<const void *>(first));
-  const _field_attr *const end =
-      first + std::clamp<std::int64_t>(view.attr->TableFieldNum, 0, room / std::int64_t{sizeof(_field_attr)});
-  for (const _field_attr *field = first; field != end; ++field) {
-    const std::uint64_t start = start_of(field->FieldName);
-    if (start != modified && start != project && start != edit_status) continue;
-    if (fields.modified == nullptr && is_named(*field, kModifiedField)) fields.modified = field;
-    if (fields.project == nullptr && is_named(*field, kProjectField)) fields.project = field;
-    if (fields.edit_status == nullptr && is_named(*field, kEditStatusField)) fields.edit_status = field;
+  for (const _field_attr &field : all_fields(view)) {
+    if (fields.modified == nullptr && modified.is_of(field)) fields.modified = &field;
+    if (fields.project == nullptr && project.is_of(field)) fields.project = &field;
+    if (fields.edit_status == nullptr && edit_status.is_of(field)) fields.edit_status = &field;
   }
   return fields;
 }

@@ -131,9 +131,7 @@ struct TableView {
   }
 
   [[nodiscard]] KeyArea keys() const noexcept { return {records, record_size}; }
-  [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept {
-    return keys().key_of(bytes);
-  }
+  [[nodiscard]] std::uint32_t key_of(const std::byte *bytes) const noexcept { return keys().key_of(bytes); }
   [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return key_of(record(position)); }
 
   // Whether a caller's buffer holds a whole record of the table, which must be attached.
@@ -171,7 +169,8 @@ struct TableView {
 
   // A stated number of records, 0 or more and cut to what the segment holds.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
-    if (record_size > 0 && holds(stated)) [[likely]] return stated;
+    if (record_size > 0 && holds(stated)) [[likely]]
+      return stated;
     return cut_to_room(stated);
   }
 

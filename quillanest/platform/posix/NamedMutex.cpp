@@ -30,8 +30,35 @@
 
 namespace quillanest {
 
+namespace {
+
+// The length and both ends of a name: the whole of a short one, and enough to tell those of databases apart. Every edit
+// looks its mutex up, so names are compared as numbers.
+struct NameEnds {
+  explicit NameEnds(std::string_view name) : size(name.size()) {
+    if (size >= sizeof first) {
+      std::memcpy(&first, name.data(), sizeof first);
+      std::memcpy(&last, name.data() + size - sizeof last, sizeof last);
+    } else {
+      for (const char c : name) first = first << 8 | static_cast<unsigned char>(c);
+    }
+  }
+  bool operator==(const NameEnds &) const = default;
+
+  [[nodiscard]] bool is_whole_name() const { return size <= sizeof first + sizeof last; }
+
+  std::size_t size;
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+};
+
+}  // namespace
+
 struct MappedMutex {
+  explicit MappedMutex(std::string_view text) : name(text), ends(text) {}
+
   std::string name;
+  NameEnds ends;
   pthread_mutex_t *mutex = nullptr;
   MappedMutex *next = nullptr;  // of the same bucket
 };
@@ -64,12 +91,12 @@ class MutexTable {
 
   // The mutex of that name, mapped on first use; null when the system refuses.
   MappedMutex *find_or_map(std::string_view name) {
-    std::atomic<MappedMutex *> &bucket = buckets_[bucket_of(name)];
-    if (MappedMutex *found = find_in(bucket, name)) return found;
+    const NameEnds ends(name);
+    std::atomic<MappedMutex *> &bucket = buckets_[bucket_of(ends)];
+    if (MappedMutex *found = find_in(bucket, name, ends)) return found;
     const std::lock_guard lock(growing_);
-    if (MappedMutex *found = find_in(bucket, name)) return found;
-    auto mapped = std::make_unique<MappedMutex>();
-    mapped->name = name;
+    if (MappedMutex *found = find_in(bucket, name, ends)) return found;
+    auto mapped = std::make_unique<MappedMutex>(name);
     mapped->mutex = map(name);  // last of what can fail: nobody would undo the mapping
     if (mapped->mutex == nullptr) return nullptr;
     mapped->next = bucket.load(std::memory_order_relaxed);
@@ -82,23 +109,17 @@ class MutexTable {
  private:
   static constexpr std::size_t kBuckets = 256;
 
-  // Length and both ends of a name tell those of databases apart well enough, and every edit comes by here.
-  static std::size_t bucket_of(std::string_view name) {
+  static std::size_t bucket_of(const NameEnds &ends) {
     constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
-    std::uint64_t first = 0;
-    std::uint64_t last = 0;
-    if (name.size() >= sizeof first) {
-      std::memcpy(&first, name.data(), sizeof first);
-      std::memcpy(&last, name.data() + name.size() - sizeof last, sizeof last);
-    } else {
-      for (const char c : name) first = first << 8 | static_cast<unsigned char>(c);
-    }
-    return ((first * kSpread ^ last ^ name.size()) * kSpread) >> 56;
+    return ((ends.first * kSpread ^ ends.last ^ ends.size) * kSpread) >> 56;
   }
 
-  static MappedMutex *find_in(const std::atomic<MappedMutex *> &bucket, std::string_view name) {
+  static MappedMutex *find_in(const std::atomic<MappedMutex *> &bucket, std::string_view name, const NameEnds &ends) {
+    const auto is_other = [&](const MappedMutex &mapped) {
+      return mapped.ends != ends || (!ends.is_whole_name() && mapped.name != name);
+    };
     MappedMutex *mapped = bucket.load(std::memory_order_acquire);
-    while (mapped != nullptr && mapped->name != name) mapped = mapped->next;
+    while (mapped != nullptr && is_other(*mapped)) mapped = mapped->next;
     return mapped;
   }
 

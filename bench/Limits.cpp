@@ -27,6 +27,12 @@ Place halve(const char *records, std::int32_t low, std::int32_t high, std::uint3
   return {false, low};
 }
 
+// Whether no neighbour of a record has its key, so that halving meets no other one.
+bool is_only_one(const char *records, std::int32_t count, std::uint32_t key, std::int64_t position) {
+  return (position == 0 || key_at(records, position - 1) != key) &&
+         (position + 1 == count || key_at(records, position + 1) != key);
+}
+
 // From a position to a key that is near: record by record for a while, then by halving what is left.
 Place walk(const char *records, std::int32_t count, std::uint32_t key, std::int32_t position) {
   constexpr int kSteps = 64;
@@ -53,6 +59,12 @@ Place search_by_halving(const char *records, std::int32_t count, std::uint32_t k
 }
 
 Place search_by_distance(const char *records, std::int32_t count, std::uint32_t key) {
+  const Place place = search_by_bare_distance(records, count, key);
+  if (!place.found || is_only_one(records, count, key, place.position)) return place;
+  return halve(records, 0, count - 1, key);
+}
+
+Place search_by_bare_distance(const char *records, std::int32_t count, std::uint32_t key) {
   if (count == 0) return {false, 0};
   const std::int64_t guess = std::int64_t{key} - std::int64_t{key_at(records, 0)};
   if (guess >= 0 && guess < count && key_at(records, guess) == key) return {true, static_cast<std::int32_t>(guess)};
@@ -85,7 +97,9 @@ Place search_by_slope(const char *records, std::int32_t count, std::uint32_t key
     position += static_cast<std::int64_t>(static_cast<double>(distance) * slope);
     position = std::clamp<std::int64_t>(position, 0, count - 1);
   }
-  return walk(records, count, key, static_cast<std::int32_t>(position));
+  const Place place = walk(records, count, key, static_cast<std::int32_t>(position));
+  if (!place.found || is_only_one(records, count, key, place.position)) return place;
+  return halve(records, 0, count - 1, key);
 }
 
 SharedMutex::SharedMutex() {

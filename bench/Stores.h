@@ -69,8 +69,8 @@ class KernelPositions : public KernelTable {
   }
 };
 
-// The limit: the bytes of the kernel's own table under hand-written code and a mutex that is at hand.
-template <auto kSearch>
+// The limit: the bytes of the kernel's own table under hand-written code and a mutex that is at hand or found by name.
+template <auto kSearch, class Mutex = SharedMutex>
 class PackedTable {
  public:
   static constexpr bool kMovesRecords = true;
@@ -120,7 +120,7 @@ class PackedTable {
 
   char *records_;
   std::int32_t &count_;
-  SharedMutex mutex_;
+  Mutex mutex_;
   bool done_ = true;
 };
 

@@ -20,6 +20,9 @@ using benchmark::State;
 
 using HalvingTable = PackedTable<search_by_halving>;
 using DistanceTable = PackedTable<search_by_distance>;
+using BareDistanceTable = PackedTable<search_by_bare_distance>;
+using NamedDistanceTable = PackedTable<search_by_distance, NamedSharedMutex>;
+using NamedSlopeTable = PackedTable<search_by_slope, NamedSharedMutex>;
 using BranchlessTable = PackedTable<search_without_branches>;
 using SlopeTable = PackedTable<search_by_slope>;
 
@@ -172,7 +175,9 @@ void add_searches(Keys keys, const std::string &kind, int size, const std::share
   };
   add<KernelTable, KernelPositions, HalvingTable, BranchlessTable>(
       operation, id, stores, measure, {"kernel", "kernel, position", "limit, halving", "limit, without branches"});
-  if (keys == Keys::kDense) add<DistanceTable>(operation, id, stores, measure, {"limit, distance"});
+  if (keys == Keys::kDense) {
+    add<DistanceTable, BareDistanceTable>(operation, id, stores, measure, {"limit, distance", "limit, bare distance"});
+  }
   if (keys == Keys::kSparse) add<SlopeTable>(operation, id, stores, measure, {"limit, slope"});
   add_peers(operation, id, stores, measure);
 }
@@ -192,9 +197,11 @@ template <class Measure>
 void add_edit(const std::string &operation, TableId id, const std::shared_ptr<Stores> &stores, Measure measure) {
   const std::string sized = operation + " " + std::to_string(id.size);
   if (id.keys == Keys::kDense) {
-    add<KernelTable, DistanceTable>(sized, id, stores, measure, {"kernel", "limit, distance"});
+    add<KernelTable, NamedDistanceTable, DistanceTable>(sized, id, stores, measure,
+                                                        {"kernel", "limit, mutex by name", "limit, held mutex"});
   } else {
-    add<KernelTable, SlopeTable>(sized, id, stores, measure, {"kernel", "limit, slope"});
+    add<KernelTable, NamedSlopeTable, SlopeTable>(sized, id, stores, measure,
+                                                  {"kernel", "limit, mutex by name", "limit, held mutex"});
   }
   add_peers(sized, id, stores, measure);
 }

@@ -36,7 +36,46 @@ bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string
   }
 }
 
+namespace {
+
+// The number that `count` digits form; one above all such numbers when something else stands among them.
+std::uint32_t digits_at(const char *text, int count) {
+  std::uint32_t number = 0;
+  std::uint32_t wrong = 0;
+  for (int i = 0; i < count; ++i) {
+    const std::uint32_t digit = static_cast<std::uint32_t>(text[i]) - '0';
+    wrong |= static_cast<std::uint32_t>(digit > 9);
+    number = number * 10 + digit;
+  }
+  return wrong == 0 ? number : 10'000;
+}
+
+// A time in the form that times are saved in, "YYYY-MM-DD hh:mm:ss", which is that of nearly every one there is.
+std::optional<SYSTEMTIME> saved_time(std::string_view text) {
+  if (text.size() != 19) return std::nullopt;
+  const char *const at = text.data();
+  if (at[4] != '-' || at[7] != '-' || at[10] != ' ' || at[13] != ':' || at[16] != ':') return std::nullopt;
+  const std::array<std::uint32_t, 6> parts{digits_at(at, 4),      digits_at(at + 5, 2),  digits_at(at + 8, 2),
+                                           digits_at(at + 11, 2), digits_at(at + 14, 2), digits_at(at + 17, 2)};
+  for (const std::uint32_t part : parts) {
+    if (part >= 10'000) return std::nullopt;
+  }
+  SYSTEMTIME time{};
+  time.wYear = static_cast<std::uint16_t>(parts[0]);
+  time.wMonth = static_cast<std::uint16_t>(parts[1]);
+  time.wDay = static_cast<std::uint16_t>(parts[2]);
+  time.wHour = static_cast<std::uint16_t>(parts[3]);
+  time.wMinute = static_cast<std::uint16_t>(parts[4]);
+  time.wSecond = static_cast<std::uint16_t>(parts[5]);
+  return time;
+}
+
+}  // namespace
+
 void read_time(std::string_view text, std::span<std::byte> time) {
+  if (const std::optional<SYSTEMTIME> saved = saved_time(text); saved && time.size() >= sizeof *saved) {
+    return store(time.data(), *saved);
+  }
   struct Part {
     std::size_t place;
     char before;  // what stands in front of the number; a blank stands for any white space, none included

@@ -39,6 +39,9 @@ struct NameEnds {
     if (size >= sizeof first) {
       std::memcpy(&first, name.data(), sizeof first);
       std::memcpy(&last, name.data() + size - sizeof last, sizeof last);
+    } else if (size >= sizeof(std::uint32_t)) {
+      std::memcpy(&first, name.data(), sizeof(std::uint32_t));
+      std::memcpy(&last, name.data() + size - sizeof(std::uint32_t), sizeof(std::uint32_t));
     } else {
       for (const char c : name) first = first << 8 | static_cast<unsigned char>(c);
     }

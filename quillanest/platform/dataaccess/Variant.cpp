@@ -80,6 +80,8 @@ std::int64_t day_number(int year, int month, int day) {
   return 365 * y + y / 4 - y / 100 + y / 400 + (153 * m + 2) / 5 + day - 1;
 }
 
+}  // namespace
+
 bool make_date(const std::array<int, 6> &parts, SYSTEMTIME &date) {
   const auto [year, month, day, hour, minute, second] = parts;
   if (year < 1 || year > 9999 || month < 1 || month > 12 || day < 1 || day > days_in(year, month)) return false;
@@ -96,6 +98,8 @@ bool make_date(const std::array<int, 6> &parts, SYSTEMTIME &date) {
           0};
   return true;
 }
+
+namespace {
 
 // Days since the thirtieth of December 1899, the form of dates as numbers. The time of day is the fraction, also of a
 // negative number.

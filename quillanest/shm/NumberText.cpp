@@ -50,6 +50,13 @@ bool is_hexadecimal(std::string_view text) {
 }
 
 std::optional<double> parse_magnitude(std::string_view text, std::chars_format format) {
+  if (format == std::chars_format::hex) {
+    // libstdc++ 12 takes the second sign of "1p+-2" for that of the exponent; C sees no exponent there.
+    const std::size_t exponent = text.find_first_of("pP");
+    if (exponent != std::string_view::npos && text.substr(exponent + 1).starts_with("+-")) {
+      text = text.substr(0, exponent);
+    }
+  }
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format);
   if (error == std::errc::result_out_of_range) {

@@ -133,8 +133,8 @@ class SqliteConnection : public Connection {
   [[nodiscard]] Statement prepare(const std::string &text) const {
     sqlite3_stmt *statement = nullptr;
     const char *rest = nullptr;
-    const int result =
-        sqlite3_prepare_v2(database_.get(), text.c_str(), static_cast<int>(text.size()), &statement, &rest);
+    const int size = static_cast<int>(text.size()) + 1;  // with its terminator, or SQLite would copy the text
+    const int result = sqlite3_prepare_v2(database_.get(), text.c_str(), size, &statement, &rest);
     if (result != SQLITE_OK) raise(result);
     Statement prepared(statement);
     if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that nobody gives a value

@@ -80,8 +80,8 @@ TEST(NumberText, FloatingPointIsTheCLibrarys) {
       "2.2250738585072011e-308|2.2250738585072014e-308|1.7976931348623157e308|1.7976931348623159e308|9007199254740993|"
       "123456789012345678901234567890|0.1000000000000000055511151231257827021181583404541015625|8.5899345920000005e9|"
       " \t\n\v\f\r1|inf|-INF|infinity|-Infinit|nan|-nan|NaNx|in|0x1|0X1.8p1|0x.8|0x1p|0x1p-1074|0x1p-1075|0x1.8p-1075|"
-      "0x1p1024|0x1.fffffffffffff8p1023|0x1.fffffffffffff7p1023|0x1.00000000000008p0|0x1.00000000000018p0|0x1p+-1|0x1P+"
-      "-1|0x1p-+1|0x1p++1|1e+-1|1x|1 2|1e5e5",
+      "0x1p1024|0x1.fffffffffffff8p1023|0x1.fffffffffffff7p1023|0x1.00000000000008p0|0x1.00000000000018p0|"
+      "0x1p+-1|0x1P+-1|0x1p-+1|0x1p++1|1e+-1|1x|1 2|1e5e5",
       expect_double);
   const auto seed = std::random_device{}();
   SCOPED_TRACE(seed);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The table and the picture of kernel_bench's results.
 
-Usage: table.py RESULTS.json [PICTURE.svg]
+Usage: table.py [--markdown] RESULTS.json [PICTURE.svg]
 
 Every figure is the median of its repetitions. "kernel/limit" says how many times the limit's time the kernel takes,
 "peer/kernel" how many times the kernel's time the peer takes. Operations with a disk in them come twice: by the time of
@@ -69,6 +69,42 @@ def print_table(results):
                 to_kernel = show_ratio(time / kernel)
             print_row("" if i else operation, who, show_time(time), to_limit, to_kernel)
     print("\n* the fastest limit of the operation")
+
+
+# --- The table of the manual ------------------------------------------------------------------------------------------
+
+PEERS = {"SQLite": "SQLite", "LMDB": "LMDB", "unordered_map": "std::unordered_map", "map": "std::map"}
+
+
+def spaced(operation):
+    return re.sub(r"\d{4,}", lambda number: f"{int(number.group()):,}", operation)
+
+
+def limits_cell(by_who):
+    """The limits of an operation that are near the fastest one, with what the kernel takes of each."""
+    limits = {who: time for who, time in by_who.items() if who.startswith("limit, ")}
+    near = {who: time for who, time in limits.items() if time <= 2.2 * min(limits.values())}
+    return "; ".join(f"{who.removeprefix('limit, ')} {show_time(time)}: **{show_ratio(by_who['kernel'] / time)}**"
+                     for who, time in sorted(near.items(), key=lambda item: item[1], reverse=True))
+
+
+def print_markdown(results):
+    compared = {operation: by_who for operation, by_who in results.items() if "LMDB" in by_who}
+    print("| Operation | Kernel | Limit: kernel / limit | " + " | ".join(PEERS) + " |")
+    print("|---" * (3 + len(PEERS)) + "|")
+    for operation, by_who in compared.items():
+        peers = [show_ratio(by_who[peer] / by_who["kernel"]) for peer in PEERS.values()]
+        print("| " + " | ".join([spaced(operation), show_time(by_who["kernel"]), limits_cell(by_who), *peers]) + " |")
+    print("\n| Operation | Who | Time | kernel / limit | peer / kernel |\n|---|---|---|---|---|")
+    for operation, by_who in results.items():
+        if operation in compared:
+            continue
+        for i, (who, time) in enumerate(by_who.items()):
+            is_limit = who.startswith("limit")
+            ratio = "" if who == "kernel" else show_ratio(by_who["kernel"] / time if is_limit else time / by_who["kernel"])
+            cells = ["" if i else operation, f"**{who}**" if who == "kernel" else who, show_time(time),
+                     ratio if is_limit else "", "" if is_limit else ratio]
+            print("| " + " | ".join(cells) + " |")
 
 
 # --- The picture ------------------------------------------------------------------------------------------------------
@@ -161,12 +197,13 @@ def draw_picture(results):
 
 
 def main():
-    if not 2 <= len(sys.argv) <= 3:
-        sys.exit("usage: table.py RESULTS.json [PICTURE.svg]")
-    results = read_results(sys.argv[1])
-    print_table(results)
-    if len(sys.argv) == 3 and any(operation.startswith("search ") for operation in results):
-        with open(sys.argv[2], "w", encoding="utf-8") as file:
+    arguments = [argument for argument in sys.argv[1:] if argument != "--markdown"]
+    if not 1 <= len(arguments) <= 2:
+        sys.exit("usage: table.py [--markdown] RESULTS.json [PICTURE.svg]")
+    results = read_results(arguments[0])
+    (print_markdown if "--markdown" in sys.argv else print_table)(results)
+    if len(arguments) == 2 and any(operation.startswith("search ") for operation in results):
+        with open(arguments[1], "w", encoding="utf-8") as file:
             file.write(draw_picture(results))
 
 

@@ -20,7 +20,8 @@ struct Place {
 //
 // By halving, plainly.
 [[nodiscard]] Place search_by_halving(const char *records, std::int32_t count, std::uint32_t key);
-// By halving that the processor need not guess at: the next step is computed, not jumped to.
+// By halving that the processor need not guess at: the next step is computed, not jumped to. Of several equal keys it
+// finds the last one.
 [[nodiscard]] Place search_without_branches(const char *records, std::int32_t count, std::uint32_t key);
 // Where the key lies when no key is missing before it, if its neighbours have other keys, else by halving: the answer
 // is that of halving on every ascending area.

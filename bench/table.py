@@ -60,7 +60,7 @@ def print_table(results):
     print_row(*heads)
     for operation, by_who in results.items():
         kernel = by_who.get("kernel")
-        limits = [time for who, time in by_who.items() if who.startswith("limit")]
+        limits = [time for who, time in by_who.items() if who.startswith("limit") and not who.startswith("limit, bare")]
         for i, (who, time) in enumerate(by_who.items()):
             to_limit = to_kernel = ""
             if kernel and who.startswith("limit"):
@@ -68,7 +68,7 @@ def print_table(results):
             elif kernel and not who.startswith("kernel"):
                 to_kernel = show_ratio(time / kernel)
             print_row("" if i else operation, who, show_time(time), to_limit, to_kernel)
-    print("\n* the fastest limit of the operation")
+    print("\n* the fastest limit of the operation that is right for every table")
 
 
 # --- The table of the manual ------------------------------------------------------------------------------------------

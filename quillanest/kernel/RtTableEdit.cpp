@@ -46,8 +46,9 @@ std::span<const _field_attr> all_fields(const TableView &view) noexcept {
   return {first, static_cast<std::size_t>(std::clamp<std::int64_t>(view.attr->TableFieldNum, 0, most))};
 }
 
-// The name of a version field. Every edit looks at the fields of its table, so a field's name is read as one number,
-// the same for capital and small letters, and letter by letter only when that is the wanted one.
+// The name of a version field, which has 8 letters or more and is shorter than names may be. Every edit looks at the
+// fields of its table, so a field's name is read as one number, the same for capital and small letters, and letter by
+// letter only when that is the wanted one.
 class VersionName {
  public:
   explicit VersionName(std::string_view name) noexcept : name_(name), start_(start_of(name.data())) {}

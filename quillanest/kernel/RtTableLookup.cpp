@@ -55,7 +55,7 @@ KeyPlace halve_short(KeyArea area, std::uint32_t key, Range range) noexcept {
 constexpr std::int32_t kFewRecords = 2048;
 
 // Halving that compares only and never branches, down to the last record whose key is not larger. Each look depends on
-// the one before by an address alone, without a multiplication.
+// the one before by an address alone: no multiplication stands between them.
 KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::byte *low = area.records;
   for (std::uint32_t left = static_cast<std::uint32_t>(count); left > 1;) {
@@ -65,6 +65,7 @@ KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept
     left -= half;
   }
   const std::uint32_t found = load<std::uint32_t>(low);
+  // A segment has less than 2^31 bytes.
   const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(low - area.records) /
                                                   static_cast<std::uint32_t>(area.record_size));
   return {found == key, found < key ? position + 1 : position};

@@ -101,7 +101,9 @@ struct TableView {
     return view;
   }
 
-  // The descriptor in the image; null when the table is not attached.
+  // The descriptor in the image; null when the table is not attached. A segment that holds one holds the descriptor of
+  // its database, too.
+  static_assert(sizeof(_table_attr) >= sizeof(_db_attr));
   static _table_attr *descriptor(const CRtTable &table) noexcept {
     if (table.database_ == nullptr) return nullptr;
     return DatabaseView::table(*table.database_, table.attr_.IndexInDB);

@@ -133,7 +133,7 @@ class SqliteConnection : public Connection {
   [[nodiscard]] Statement prepare(const std::string &text) const {
     sqlite3_stmt *statement = nullptr;
     const char *rest = nullptr;
-    const int size = static_cast<int>(text.size()) + 1;  // with its terminator, or SQLite would copy the text
+    const int size = static_cast<int>(text.size() + 1);  // with its terminator, or SQLite would copy the text
     const int result = sqlite3_prepare_v2(database_.get(), text.c_str(), size, &statement, &rest);
     if (result != SQLITE_OK) raise(result);
     Statement prepared(statement);

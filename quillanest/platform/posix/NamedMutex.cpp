@@ -58,7 +58,8 @@ struct NameEnds {
 }  // namespace
 
 struct MappedMutex {
-  explicit MappedMutex(std::string_view text) : name(text), ends(text) {}
+  // The text may change while it is read: everything comes from the one copy of it.
+  explicit MappedMutex(std::string_view text) : name(text), ends(name) {}
 
   std::string name;
   NameEnds ends;
@@ -95,15 +96,15 @@ class MutexTable {
   // The mutex of that name, mapped on first use; null when the system refuses.
   MappedMutex *find_or_map(std::string_view name) {
     const NameEnds ends(name);
-    std::atomic<MappedMutex *> &bucket = buckets_[bucket_of(ends)];
-    if (MappedMutex *found = find_in(bucket, name, ends)) return found;
+    if (MappedMutex *found = find_in(buckets_[bucket_of(ends)], name, ends)) return found;
     const std::lock_guard lock(growing_);
-    if (MappedMutex *found = find_in(bucket, name, ends)) return found;
     auto mapped = std::make_unique<MappedMutex>(name);
-    mapped->mutex = map(name);  // last of what can fail: nobody would undo the mapping
+    std::atomic<MappedMutex *> &own_bucket = buckets_[bucket_of(mapped->ends)];
+    if (MappedMutex *found = find_in(own_bucket, mapped->name, mapped->ends)) return found;
+    mapped->mutex = map(mapped->name);  // last of what can fail: nobody would undo the mapping
     if (mapped->mutex == nullptr) return nullptr;
-    mapped->next = bucket.load(std::memory_order_relaxed);
-    bucket.store(mapped.get(), std::memory_order_release);
+    mapped->next = own_bucket.load(std::memory_order_relaxed);
+    own_bucket.store(mapped.get(), std::memory_order_release);
     return mapped.release();
   }
 

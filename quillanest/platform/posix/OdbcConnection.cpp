@@ -1,6 +1,8 @@
 // Servers through ODBC (unixODBC's manager).
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <sql.h>
@@ -20,7 +22,6 @@ namespace {
 
 constexpr SQLULEN kStatementSeconds = 30;
 constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
-constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 constexpr std::size_t kStatementsPerMessage = 50;
 constexpr std::size_t kMessagesPerSavepoint = 4;
 

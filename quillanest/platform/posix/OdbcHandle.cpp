@@ -1,7 +1,6 @@
 #include "quillanest/platform/posix/OdbcHandle.h"
 
 #include <array>
-#include <cstdint>
 #include <sql.h>
 #include <sqlext.h>
 #include <utility>
@@ -10,8 +9,6 @@
 
 namespace quillanest {
 namespace {
-
-constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
 static_assert(SQL_SUCCESS == 0 && SQL_SUCCESS_WITH_INFO == 1);
 static_assert(static_cast<int>(OdbcHandle::Kind::kEnvironment) == SQL_HANDLE_ENV);

@@ -6,9 +6,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace quillanest {
+
+// The result code of a statement that failed.
+inline constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
 class OdbcHandle {
  public:
@@ -27,7 +31,7 @@ class OdbcHandle {
 
   // The message of the last failure on this handle; empty without one.
   [[nodiscard]] std::string diagnosis() const;
-  // Raises it as _com_error.
+  // Raises it as _com_error of kStatementFailed.
   [[noreturn]] void raise() const;
 
  private:

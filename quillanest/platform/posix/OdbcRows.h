@@ -1,6 +1,6 @@
 // The rows of a query that a statement of ODBC has run, fetched whole.
 //
-// Every function raises _com_error when the server or the driver fails, with the driver's text.
+// Both functions raise _com_error with the driver's text when the columns cannot be described.
 #pragma once
 
 #include <optional>
@@ -10,11 +10,11 @@
 
 namespace quillanest {
 
-// Fetches many rows at a time. Nothing when a value is too long for that or the driver does not do it: some rows are
-// fetched then, and the query has to be run again to be read one by one.
+// Fetches many rows at a time. Nothing when a value is too long for that, when the driver does not do it, and when a
+// fetch fails: some rows are fetched then, and the query has to be run again to be read one by one, which tells why.
 [[nodiscard]] std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement);
 
-// Fetches value by value, of any length.
+// Fetches value by value, of any length. Raises _com_error when a fetch fails.
 [[nodiscard]] RowSet read_rows_one_by_one(const OdbcHandle &statement);
 
 }  // namespace quillanest

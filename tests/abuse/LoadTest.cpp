@@ -9,10 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "quillanest/Quillanest.h"
 #include "tests/abuse/Length.h"
-#include "tests/support/Mutexes.h"
-#include "tests/support/TestRoot.h"
+#include "tests/kernel/LockedAccounts.h"
 
 namespace {
 
@@ -124,12 +122,7 @@ TEST(Load, EightEditorsBesideReadersKeepTheTable) {
   const unsigned first = seed();
   SCOPED_TRACE("seed " + std::to_string(first));
   const int seconds = length(2, 60);
-  const TestRoot root;
-  const MutexName name;
-  std::string schema = schema_text({account_table(kCapacity)});
-  schema.replace(schema.find("Name=system"), 11, "Name=" + name.text());
-  CRtdbManager manager;
-  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema).c_str()));
+  LockedAccounts accounts(kCapacity);
   Model model;
   std::atomic<bool> stop = false;
   std::atomic<std::int64_t> edits = 0, scans = 0, wrong = 0;
@@ -137,7 +130,7 @@ TEST(Load, EightEditorsBesideReadersKeepTheTable) {
   const auto work = [&](CRtTable &table, bool edits_it, unsigned own_seed) {
     std::mt19937 random(own_seed);
     for (int round = 1; !stop; ++round) {
-      CMutexEx mutex(name.c_str());
+      CMutexEx mutex(accounts.name.c_str());
       const bool locks = edits_it || kReadersLock;
       if (locks && mutex.Wait(-1) != 0) ++wrong;
       const bool well = edits_it ? edit(table, model, random) : read_all(table, random() % kKeys + 1);
@@ -150,7 +143,7 @@ TEST(Load, EightEditorsBesideReadersKeepTheTable) {
   std::array<CRtDataBase, kEditors + kReaders> databases;
   std::array<CRtTable, kEditors + kReaders> tables;
   std::vector<std::thread> threads;
-  for (unsigned i = 0; i < tables.size(); ++i) ASSERT_EQ(manager.FindTable(10U, databases[i], tables[i]), 1);
+  for (unsigned i = 0; i < tables.size(); ++i) ASSERT_EQ(accounts.manager.FindTable(10U, databases[i], tables[i]), 1);
   for (unsigned i = 0; i < tables.size(); ++i) threads.emplace_back(work, std::ref(tables[i]), i < kEditors, first + i);
   std::this_thread::sleep_for(std::chrono::seconds(seconds));
   stop = true;

@@ -34,8 +34,7 @@ const std::string kCiphers = "EVP_CIPHER_fetch EVP_CIPHER_CTX_new EVP_CipherInit
 
 // Where a table's marks and levels stand, and what is expected of them.
 struct Place {
-  int level;
-  int modified;
+  std::size_t level, modified;
 };
 constexpr Place kAccountPlace{12, 40};
 constexpr Place kItemPlace{kLevel, kModified};
@@ -239,7 +238,7 @@ struct Commit : TextStage {
   std::string verdict(bool clean) {
     std::string stamps;
     for (int i = 0; i < kRecords; ++i) {
-      for (const int offset : {kProject, kStatus}) stamps += std::to_string(peek(image.item.GetAt(i), offset));
+      for (const std::size_t offset : {kProject, kStatus}) stamps += std::to_string(peek(image.item.GetAt(i), offset));
     }
     const bool as_before = stamps == "525252";
     // What a save did shows in the file; whether it is the right one, the marks tell.

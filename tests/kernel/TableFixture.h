@@ -7,36 +7,22 @@
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "quillanest/Quillanest.h"
+#include "tests/support/Records.h"
 #include "tests/support/TestRoot.h"
 
 inline constexpr int kManagerKey = 333;
-
-template <class T>
-T value_at(const void *bytes, std::size_t offset) {
-  T value;
-  std::memcpy(&value, static_cast<const char *>(bytes) + offset, sizeof value);
-  return value;
-}
-
-template <class T>
-void put(void *bytes, std::size_t offset, T value) {
-  std::memcpy(static_cast<char *>(bytes) + offset, &value, sizeof value);
-}
-
-// A copy of `size` bytes, to compare with later.
-inline std::string bytes_at(const void *address, std::size_t size) {
-  return {static_cast<const char *>(address), size};
-}
 
 // The image of a schema: tables of the system database, which the manager has mapped, and of "plant", which is bound to
 // `plant` and mapped.
 struct Image {
   explicit Image(const std::vector<TableSpec> &system, const std::vector<TableSpec> &plant_tables = {})
       : Image(schema_text(system, plant_tables)) {}
-  explicit Image(const std::string &schema) {
+  // `more` goes to section "Quillanest" of the configuration.
+  explicit Image(const std::string &schema, std::string_view more = {}) : root(more) {
     const std::string path = root.write("schema.txt", schema);
     if (!manager.RtdbManagerInit(false, path.c_str())) throw std::runtime_error("the image does not start");
     if (manager.GetDataBaseFromID(plant, 2) == 1) plant.AttachShareMemory();
@@ -59,6 +45,7 @@ enum AccountOffset : std::size_t {
   kKey = 0,
   kName = 4,
   kLevel = 12,
+  kSince = 24,
   kModified = 40,
   kProject = 44,
   kStatus = 48,

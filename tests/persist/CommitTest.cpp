@@ -1,4 +1,4 @@
-// Committing projects, and the write-through of single records.
+// Committing projects.
 #include <gtest/gtest.h>
 
 #include "tests/persist/AccountImage.h"
@@ -7,8 +7,7 @@ namespace {
 
 struct Edit {
   std::uint32_t key;
-  std::int32_t project;
-  std::int32_t status;
+  std::int32_t project, status;
 };
 
 void add_edited(CRtTable &account, const Edit &edit) {
@@ -19,8 +18,7 @@ void add_edited(CRtTable &account, const Edit &edit) {
 
 TEST(ByDesign, CommitCursors) {
   const struct {
-    std::vector<Edit> edits;
-    std::vector<Edit> left;
+    std::vector<Edit> edits, left;
     std::int32_t behind;  // status in the slot behind the last record
     std::uint32_t next_key;
   } rows[] = {
@@ -72,36 +70,6 @@ TEST(Commit, OnlyTablesWithBothFieldsTakePart) {
     EXPECT_EQ(shown(table, 8), "1;");
   }
   EXPECT_FALSE(CRtdbManager().CommitProject());
-}
-
-// A commit whose save fails still leaves base data, and keeps the marks for the next save.
-TEST(Commit, FailingSaveIsIgnored) {
-  AccountImage image("SystemDataFolder=nowhere\n");
-  add_edited(image.account, {1, 9, 2});
-  EXPECT_TRUE(image.manager.GetSystemDB()->CommitProject());
-  EXPECT_EQ(shown(image.account, kStatus), "1;");
-  EXPECT_EQ(shown(image.account, kModified), "1;");
-}
-
-TEST(ByDesign, WriteThrough) {
-  AccountImage image;
-  add_edited(image.account, {5, 2, 3});
-  char record[52];
-  std::memcpy(record, image.account.GetAt(0), sizeof record);
-  for (const char *store : {"DataInFile=1\n", "DataInFile=0\n"}) {
-    SCOPED_TRACE(store);
-    image.root.configure(store);
-    EXPECT_FALSE(image.account.InsertRecordToDb(record));
-    EXPECT_FALSE(image.account.UpdateRecordToDb(record));
-    EXPECT_TRUE(image.account.RemoveRecordInDb(5, 2));
-    EXPECT_EQ(std::memcmp(image.account.GetDataAddress(), record, sizeof record), 0);
-    EXPECT_EQ(image.account.GetRecordCount(), 1);
-  }
-  EXPECT_TRUE(image.root.files("data").empty());
-  image.manager.DetachShareMemory();
-  EXPECT_FALSE(image.account.UpdateRecordToDb(record));
-  EXPECT_TRUE(image.account.RemoveRecordInDb(5, 2));
-  EXPECT_FALSE(CRtTable().RemoveRecordInDb(5, 2));
 }
 
 }  // namespace

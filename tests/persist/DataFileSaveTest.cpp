@@ -3,14 +3,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 #include <tuple>
 
 #include "tests/persist/AccountImage.h"
-#include "tests/support/Child.h"
+#include "tests/support/FullDisk.h"
 
 namespace {
 
@@ -157,89 +153,25 @@ TEST(DataFileSave, CutPasswordIsNotSaved) {
   EXPECT_EQ(image.root.read(kSecretFile), text);
 }
 
-// A save that cannot begin must not clear the marks, or the changes are never saved.
-TEST(DataFileSave, NoPlaceToWrite) {
-  for (const bool folder_in_place : {true, false}) {
-    SCOPED_TRACE(folder_in_place);
-    AccountImage image(folder_in_place ? "" : "SystemDataFolder=nowhere/\n");
-    if (folder_in_place) std::filesystem::create_directory(image.root.path(kFile));
-    add(image.account, 3, "ann", 5);
-    EXPECT_FALSE(image.account.SaveData(0));
-    EXPECT_FALSE(image.manager.GetSystemDB()->SaveData(0));
-    EXPECT_TRUE(image.manager.SaveData(0));  // the results of single tables are not passed on
-    EXPECT_EQ(shown(image.account, kModified), "1;");
-    EXPECT_EQ(image.root.files("data").size(), folder_in_place ? 1U : 0U);
-    EXPECT_FALSE(image.root.exists("nowhere"));
-  }
-}
-
-// Leaves room for 8,192 bytes in the folder: by a file system of that size, or by a limit on the size of a file.
-void leave_little_room(const std::string &folder) {
-  if (unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-      mount("none", folder.c_str(), "tmpfs", 0, "size=8k") == 0) {
-    return;
-  }
-  signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit{4096, 4096};
-  setrlimit(RLIMIT_FSIZE, &limit);
-}
-
-// Saves one record, then many more than there is room for. The result is the number of the first claim that fails.
-int save_without_room(const std::vector<std::string> &) {
+TEST(DataFileSave, FullDiskKeepsTheFormerFile) {
   AccountImage image("", {}, {}, 300);
   add(image.account, 1, "ann", 5);
-  leave_little_room(image.root.path("data"));
-  if (!image.account.SaveData(0)) return 1;
+  ASSERT_TRUE(image.account.SaveData(0));
   const std::string before = image.root.read(kFile);
   std::string marks;
-  for (std::uint32_t key = 2; key <= 300; ++key) add(image.account, key, "bob", 6);
   for (int i = 0; i < 300; ++i) {
+    if (i > 0) add(image.account, static_cast<std::uint32_t>(i) + 1, "bob", 6);
     poke(image.account.GetAt(i), kModified, i % 3);
     marks += std::to_string(i % 3) + ';';
   }
-  if (image.account.SaveData(0)) return 2;
-  if (before.size() < 80 || image.root.read(kFile) != before) return 3;
-  if (image.root.files("data").size() != 1) return 4;
-  if (shown(image.account, kModified) != marks) return 5;
+  const FullDisk full(4096);
+  EXPECT_FALSE(image.account.SaveData(0));
+  EXPECT_EQ(image.root.read(kFile), before);
+  EXPECT_EQ(image.root.files("data").size(), 1U);
+  EXPECT_EQ(shown(image.account, kModified), marks);
   image.account.DeleteAllRecord();
-  return image.account.SaveData(0) && image.root.read(kFile) == kHeader ? 0 : 6;  // there is room again
-}
-const RegisterChild kWithoutRoom{"save_without_room", save_without_room};
-
-TEST(DataFileSave, FullFileSystemKeepsTheFormerFile) { EXPECT_EQ(Child("save_without_room").wait(), 0); }
-
-// Without a free descriptor nobody knows whether a file is there; taken for missing, the configuration named no store
-// and the save went nowhere, and the key file gave way to the built-in key.
-TEST(DataFileSave, NoFreeDescriptor) {
-  AccountImage image("PasswdKeyFile=key\n", {{11, "Safe", 2, {"ID UINT 4", "Pass PASSWD 8"}}});
-  image.root.write("key", "a key of its own");
-  std::memcpy(image.table(11).GetAt(image.table(11).Insert(1U, 0, 0)) + 4, "secret", 7);
-  ASSERT_TRUE(image.table(11).SaveData(0));
-  const std::string safe = image.root.read("data/system_Safe.txt");
-  add(image.account, 1, "ann", 5);
-  poke(image.account.GetAt(0), kModified, 1);
-  ASSERT_TRUE(image.account.SaveData(0));
-  const std::string before = image.root.read(kFile);
-  poke(image.account.GetAt(0), kModified, 1);
-  poke(image.account.GetAt(0), kLevel, 6);
-  rlimit former{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-  const int next = dup(0);
-  close(next);
-  for (const rlim_t spare : {rlim_t{0}, rlim_t{1}}) {
-    SCOPED_TRACE(spare);
-    const rlimit few{static_cast<rlim_t>(next) + spare, former.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    const bool saved = image.account.SaveData(0);
-    (void)image.table(11).SaveData(0);
-    const bool loaded = image.manager.LoadTableData(1, 10, nullptr);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
-    EXPECT_FALSE(spare == 0 && (saved || loaded));
-    if (!saved) {
-      EXPECT_EQ(image.root.read(kFile), before);
-    }
-    EXPECT_EQ(image.root.read("data/system_Safe.txt"), safe) << "enciphered with another key";
-  }
+  EXPECT_TRUE(image.account.SaveData(0)) << "there is room again";
+  EXPECT_EQ(image.root.read(kFile), kHeader);
 }
 
 }  // namespace

@@ -1,32 +1,20 @@
 // Generated C headers, byte for byte, and what a generator run leaves behind.
-#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <vector>
 
-#include "quillanest/Quillanest.h"
+#include "tests/kernel/TableFixture.h"
 #include "tests/support/FullDisk.h"
-#include "tests/support/TestRoot.h"
 
 namespace {
-
-constexpr const char *kSystem = "#Name=system Describe=S ID=1 Type=0 TableCount=1\n";
-constexpr const char *kAccount = "#DBID=1 NAME=Account CNAME=A ID=10 INDEX=0 MAX=2 FIELDNUM=0\n";
-
-std::string schema_of(const std::string &databases, const std::string &tables, const std::string &fields = {}) {
-  return "#Database_Start\n" + databases + "#Database_Finish\n#Table_Start\n" + tables +
-         "#Table_Finish\n#Field_Start\n" + fields + "#Field_Finish\n";
-}
 
 // Every type, slots that no line fills, names beyond the padding, and captions with bytes that mean something in C or
 // in formats. The third table slot stays empty.
 std::string demo_schema() {
   const struct {
-    const char *name;
-    const char *caption;
-    const char *type;
+    const char *name, *caption, *type;
   } fields[] = {
       {"ID", "Key", "UINT SIZE=4"},
       {"letter", "cLetter", "CHAR SIZE=1"},
@@ -53,11 +41,13 @@ std::string demo_schema() {
   lines +=
       "#DBID=5 TABLEID=4294967295 NAME=and_a_field_of_22_chars CNAME=percent%s%%d ID=1 INDEX=0 TYPE=UINT SIZE=4 "
       "Default=\n";
-  return schema_of(std::string(kSystem) + "#Name=DEMO Describe=D ID=5 Type=0 TableCount=3\n",
-                   std::string(kAccount) +
-                       "#DBID=5 NAME=Types CNAME=Every_Type ID=10 INDEX=0 MAX=2 FIELDNUM=17\n"
-                       "#DBID=5 NAME=a_name_of_23_characters CNAME=\xB1\xED ID=4294967295 INDEX=1 MAX=2 FIELDNUM=1\n",
-                   lines);
+  return "#Database_Start\n#Name=system Describe=S ID=1 Type=0 TableCount=1\n"
+         "#Name=DEMO Describe=D ID=5 Type=0 TableCount=3\n#Database_Finish\n#Table_Start\n"
+         "#DBID=1 NAME=Account CNAME=A ID=10 INDEX=0 MAX=2 FIELDNUM=0\n"
+         "#DBID=5 NAME=Types CNAME=Every_Type ID=10 INDEX=0 MAX=2 FIELDNUM=17\n"
+         "#DBID=5 NAME=a_name_of_23_characters CNAME=\xB1\xED ID=4294967295 INDEX=1 MAX=2 FIELDNUM=1\n"
+         "#Table_Finish\n#Field_Start\n" +
+         lines + "#Field_Finish\n";
 }
 
 struct IncludeFileTest : testing::Test {
@@ -129,59 +119,43 @@ TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Fail to create file " + folder + "/system.h\n");
 }
 
-TEST_F(IncludeFileTest, ManagerWithoutImage) {
+// A directory that is not to be used yet, or lists nothing. The image is given up then.
+TEST_F(IncludeFileTest, ManagerWithoutDatabases) {
   EXPECT_FALSE(manager.BuildIncludeFile(root.folder().c_str()));
-  start(schema_of(std::string(kSystem), kAccount));
-  manager.SetRtdbStatus(RTDB_STATUS_BUILDING);  // the directory is not to be used yet
+  start(schema_text({account_table()}));
+  CRtdbManager second;
+  ASSERT_EQ(second.AttachShareMemory(), 1);
+  manager.SetRtdbStatus(RTDB_STATUS_BUILDING);
   EXPECT_FALSE(manager.BuildIncludeFile(root.path("data").c_str()));
+  second.SetRtdbStatus(RTDB_STATUS_LOADED);
+  CShareMemory segment(kManagerKey);
+  poke(static_cast<char *>(segment.Attach()), 1256, 0);
+  EXPECT_FALSE(second.BuildIncludeFile(root.path("data").c_str()));
+  EXPECT_EQ(second.GetSystemDB()->GetStartAddress(), nullptr);
   EXPECT_EQ(root.files("data"), std::vector<std::string>{"DEMO.h"});
 }
 
-// An image whose directory lists nothing is given up, too.
-TEST_F(IncludeFileTest, ManagerWithEmptyDirectory) {
-  start(schema_of(std::string(kSystem), kAccount));
-  CRtdbManager second;
-  ASSERT_EQ(second.AttachShareMemory(), 1);
-  const int none = 0;
-  CShareMemory segment(333);
-  std::memcpy(static_cast<char *>(segment.Attach()) + 1256, &none, sizeof none);
-  EXPECT_FALSE(second.BuildIncludeFile(root.path("data").c_str()));
-  EXPECT_EQ(second.GetSystemDB()->GetStartAddress(), nullptr);
-  second.SetRtdbStatus(7);
-  EXPECT_EQ(manager.GetRtdbStatus(), RTDB_STATUS_LOADED) << "the manager is still attached";
-}
-
 TEST(ByDesign, TimeIsScalar) {
-  TestRoot root;
-  CRtdbManager manager;
-  const std::string schema = schema_of(std::string(kSystem), "#DBID=1 NAME=T CNAME=A ID=10 INDEX=0 MAX=2 FIELDNUM=1\n",
-                                       "#DBID=1 TABLEID=10 NAME=t CNAME=c ID=1 INDEX=0 TYPE=TIME SIZE=64 Default=\n");
-  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema).c_str()));
-  ASSERT_EQ(manager.GetSystemDB()->BuildIncludeFile(root.path("data/..").c_str()), 1);
-  EXPECT_NE(root.read("system.h").find("\tSYSTEMTIME  \t\tt; "), std::string::npos);
+  Image image({{10, "T", 2, {"t TIME 64"}}});
+  ASSERT_EQ(image.manager.GetSystemDB()->BuildIncludeFile(image.root.path("data/..").c_str()), 1);
+  EXPECT_NE(image.root.read("system.h").find("\tSYSTEMTIME  \t\tt; "), std::string::npos);
 }
 
 // The only view on the manager segment goes, and the directory with it; the databases stay.
 TEST(ByDesign, HeadersDetach) {
-  TestRoot root;
-  CRtdbManager manager;
-  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema_of(kSystem, kAccount)).c_str()));
-  EXPECT_TRUE(manager.BuildIncludeFile(root.folder().c_str()));
-  EXPECT_EQ(manager.GetSystemDB()->GetStartAddress(), nullptr);
-  EXPECT_EQ(manager.AttachShareMemory(), 0);
+  Image image({account_table()});
+  EXPECT_TRUE(image.manager.BuildIncludeFile(image.root.folder().c_str()));
+  EXPECT_EQ(image.manager.GetSystemDB()->GetStartAddress(), nullptr);
+  EXPECT_EQ(image.manager.AttachShareMemory(), 0);
   EXPECT_NE(CShareMemory(1).Attach(), nullptr);
 }
 
 TEST(ByDesign, HeaderWriteUnchecked) {
-  TestRoot root;
-  CRtdbManager manager;
-  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("schema.txt", schema_of(kSystem, kAccount)).c_str()));
-  root.write("system.h", "a former header");
-  {
-    const FullDisk full(100);
-    EXPECT_EQ(manager.GetSystemDB()->BuildIncludeFile(root.folder().c_str()), 1);
-  }
-  EXPECT_EQ(root.read("system.h"), "a former header");
+  Image image({account_table()});
+  image.root.write("system.h", "a former header");
+  const FullDisk full(100);
+  EXPECT_EQ(image.manager.GetSystemDB()->BuildIncludeFile(image.root.folder().c_str()), 1);
+  EXPECT_EQ(image.root.read("system.h"), "a former header");
 }
 
 }  // namespace

@@ -11,23 +11,17 @@ namespace {
 const std::vector<TableSpec> kPlant{{20, "Pump", 3, {"ID UINT 4", "Speed INT 4", "bModified INT 4"}},
                                     {21, "Tank", 3, {"ID UINT 4", "Full INT 4"}}};
 
-// The plant database of an image, mapped, with its table Pump.
-struct Plant {
-  explicit Plant(CRtdbManager &manager) {
-    if (manager.GetDataBaseFromName(database, "plant") != 0 && database.AttachShareMemory() != 0) {
-      database.GetDBTableFromID(pump, 20);
-    }
-  }
-  CRtDataBase database;
+// An image with a database "plant", whose table Pump it has.
+struct PlantImage : AccountImage {
+  PlantImage() : AccountImage("", {}, kPlant) { plant.GetDBTableFromID(pump, 20); }
   CRtTable pump;
 };
 
 // The configuration is read at every call; an answer that was kept would write to the store selected before.
 TEST(LoadSave, StoreIsChosenPerCall) {
-  AccountImage image("", {}, kPlant);
-  Plant plant(image.manager);
+  PlantImage image;
   add(image.account, 3, "ann", 5);
-  const auto save_databases = [&] { return image.manager.GetSystemDB()->SaveData(3) && plant.database.SaveData(3); };
+  const auto save_databases = [&] { return image.manager.GetSystemDB()->SaveData(3) && image.plant.SaveData(3); };
   // Configuration, save, and the number of files afterwards.
   const std::tuple<const char *, std::function<bool()>, std::size_t> rows[] = {
       {"", [&] { return image.manager.SaveData(3); }, 0},
@@ -54,7 +48,7 @@ TEST(LoadSave, StoreIsChosenPerCall) {
 }
 
 TEST(ByDesign, ClosedStoreSaves) {
-  AccountImage image("", {}, kPlant);
+  PlantImage image;
   image.root.configure("DataInFile=0\n");
   for (const std::uint32_t key : {3U, 9U}) std::memset(add(image.account, key, "ann", 5) + kSince, 0, 16);
   poke(image.account.GetAt(0), kModified, 0);
@@ -100,7 +94,7 @@ TEST(LoadSave, NoCustomizedDatabase) {
 
 TEST(ByDesign, SystemViewLeftOpen) {
   // A step that went on with the view left open would load the plant's file into the system database, or not at all.
-  AccountImage image("", {}, kPlant);
+  PlantImage image;
   image.root.write(kFile, "ID;Name;Level\n7;x;7\n");
   image.root.write("data/plant_Pump.txt", "ID;Speed\n4;40\n5;50\n");
   image.root.write("data/plant_Tank.txt", "");  // fails, which does not count
@@ -108,10 +102,11 @@ TEST(ByDesign, SystemViewLeftOpen) {
   EXPECT_EQ(image.manager.LoadAllCustomizedDB(0), 1);
   EXPECT_EQ(image.manager.GetRtdbStatus(), 2);
   EXPECT_EQ(image.account.GetRecordCount(), 0);
-  EXPECT_EQ(shown(Plant(image.manager).pump, 4), "40;50;");
+  EXPECT_EQ(shown(image.pump, 4), "40;50;");
 }
 
-// Data files in a folder that the configuration does not name are lost to the next start.
+// Data files in a folder that the configuration does not name are lost to the next start; a save that cannot begin must
+// not clear the marks, or the changes are never saved.
 TEST(LoadSave, Folders) {
   // Configuration, file of the system database, and of the plant, or none.
   const std::tuple<const char *, const char *, const char *> rows[] = {
@@ -134,36 +129,39 @@ TEST(LoadSave, Folders) {
     std::filesystem::create_directory(root.path("base"));
     CRtdbManager manager;
     ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("s", schema_text({account_table()}, kPlant)).c_str()));
-    Plant plant(manager);
-    ASSERT_EQ(plant.pump.Insert(6U, 0, 0), 0);
+    CRtDataBase plant;
+    CRtTable pump;
+    ASSERT_EQ(manager.FindTable(20, plant, pump), 1);
+    ASSERT_EQ(pump.Insert(6U, 0, 0), 0);
     EXPECT_TRUE(manager.GetSystemDB()->SaveData(0));
     EXPECT_TRUE(root.exists(system_file));
-    EXPECT_EQ(plant.database.SaveData(0), plant_file != nullptr);
+    EXPECT_TRUE(manager.SaveData(0)) << "the results of single tables are not passed on";
+    EXPECT_EQ(plant.SaveData(0), plant_file != nullptr);
+    EXPECT_FALSE(root.exists("nowhere"));
     EXPECT_EQ(manager.LoadAllCustomizedDB(0), 1);
-    EXPECT_EQ(shown(plant.pump, 0), "6;");
-    EXPECT_EQ(shown(plant.pump, 8), plant_file != nullptr ? "0;" : "1;");
+    EXPECT_EQ(shown(pump, 0), "6;");
+    EXPECT_EQ(shown(pump, 8), plant_file != nullptr ? "0;" : "1;");
     if (plant_file != nullptr) {
       EXPECT_EQ(root.read(plant_file), "ID;Speed;bModified\r\n6;0;0\r\n");
       root.write(plant_file, "ID;Speed\n8;80\n");
       EXPECT_EQ(manager.LoadAllCustomizedDB(0), 1);
-      EXPECT_EQ(shown(plant.pump, 4), "80;");
+      EXPECT_EQ(shown(pump, 4), "80;");
     }
   }
 }
 
 // A failed lookup that left its target mapped, or read a file of another table, shows here.
 TEST(LoadSave, LoadTableDataResults) {
-  AccountImage image("", {}, kPlant);
+  PlantImage image;
   image.root.configure("DataInFile=0\n");  // text files are read all the same
   image.manager.SetRtdbStatus(1);
   const char *text = "ID;Speed\n8;80\n";
   EXPECT_FALSE(image.load(text, 20, 1));
   EXPECT_FALSE(image.load(text, 20, 9));
   EXPECT_FALSE(image.load(text, 99, 2));
-  const Plant plant(image.manager);
-  EXPECT_EQ(plant.pump.GetRecordCount(), 0);
+  EXPECT_EQ(image.pump.GetRecordCount(), 0);
   EXPECT_TRUE(image.load(text, 20, 2));
-  EXPECT_EQ(shown(plant.pump, 4), "80;");
+  EXPECT_EQ(shown(image.pump, 4), "80;");
   EXPECT_EQ(image.manager.GetRtdbStatus(), 1);
 }
 
@@ -192,18 +190,13 @@ TEST(LoadSave, ConfigurationOfManagerAndImage) {
 
 // A view whose database is not mapped has nothing to save.
 TEST(LoadSave, ViewsWithoutMapping) {
-  AccountImage image("", {}, kPlant);
+  PlantImage image;
+  image.plant.DetachShareMemory();
   for (const char *configuration : {"DataInFile=1\nRtdbDataPath=data/\n", "DataInFile=0\n"}) {
     image.root.configure(configuration);
-    Plant plant(image.manager);
-    plant.database.DetachShareMemory();
-    EXPECT_FALSE(plant.pump.SaveData(0));
-    EXPECT_FALSE(plant.database.SaveData(0));
-    EXPECT_FALSE(CRtTable().SaveData(0));
-    EXPECT_FALSE(CRtDataBase().SaveData(0));
-    EXPECT_FALSE(CRtdbManager().SaveData(0));
-    EXPECT_TRUE(image.root.files("data").empty());
+    EXPECT_FALSE(image.pump.SaveData(0) || image.plant.SaveData(0) || CRtdbManager().SaveData(0));
   }
+  EXPECT_TRUE(image.root.files("data").empty());
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 
 #include "quillanest/Quillanest.h"
 #include "tests/support/PostgresServer.h"
+#include "tests/support/Records.h"
 #include "tests/support/TestRoot.h"
 
 // The server of this test program, started by the first test that needs it.
@@ -88,19 +89,7 @@ inline constexpr const char *kItemColumns =
     "bModified integer, iProjectID integer, iEditStatus integer);";
 
 // Offsets in a record of Item, whose size is 60.
-inline constexpr int kName = 4;
-inline constexpr int kLevel = 20;
-inline constexpr int kPass = 32;
-inline constexpr int kModified = 48;
-inline constexpr int kProject = 52;
-inline constexpr int kStatus = 56;
-
-inline std::int32_t peek(const char *record, int offset) {
-  std::int32_t value = 0;
-  std::memcpy(&value, record + offset, sizeof value);
-  return value;
-}
-inline void poke(char *record, int offset, std::int32_t value) { std::memcpy(record + offset, &value, sizeof value); }
+enum ItemOffset : std::size_t { kName = 4, kLevel = 20, kPass = 32, kModified = 48, kProject = 52, kStatus = 56 };
 
 // A started image: database "plant" with table 20 Item, table 10 Account of the system database, and the further tables
 // given. It starts from no data; `slots` then names the stores that it is kept in: 'F' a file, 'S' the server, the
@@ -149,6 +138,14 @@ struct StoreImage {
     return rows("SELECT ID, Name, Level, bModified, iProjectID, iEditStatus FROM plant_Item ORDER BY iProjectID, ID");
   }
 
+  // A view on a table of database "plant", for which every store gets a table with these columns.
+  [[nodiscard]] CRtTable table(unsigned int id, const std::string &columns) {
+    CRtTable found;
+    if (plant.GetDBTableFromID(found, id) == 0) throw std::runtime_error("no table");
+    run("CREATE TABLE plant_" + std::string(found.GetTableName()) + '(' + columns + ')');
+    return found;
+  }
+
   // Appends a record to Item with a password "pass<key>" and returns its address.
   char *add(std::uint32_t key, std::string_view name, std::int32_t level) {
     char *record = item.GetAt(item.Insert(key, 0, 0));
@@ -166,7 +163,8 @@ struct StoreImage {
       const char *record = item.GetAt(i);
       text += std::to_string(static_cast<std::uint32_t>(peek(record, 0))) + ' ' + (record + kName) + ' ' +
               std::to_string(peek(record, kLevel)) + ' ' + (record + kPass);
-      for (const int offset : {kModified, kProject, kStatus}) text += ' ' + std::to_string(peek(record, offset));
+      for (const std::size_t offset : {kModified, kProject, kStatus})
+        text += ' ' + std::to_string(peek(record, offset));
       text += '\n';
     }
     return text;

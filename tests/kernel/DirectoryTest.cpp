@@ -1,12 +1,10 @@
 // The directory of databases: lookups, iteration and the records that the databases' setters keep in step.
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "quillanest/Quillanest.h"
-#include "tests/support/TestRoot.h"
+#include "tests/kernel/TableFixture.h"
 
 namespace {
 
@@ -22,19 +20,10 @@ constexpr const char *kSchema =
     "#DBID=3 NAME=Tank CNAME=T ID=30 INDEX=1 MAX=2 FIELDNUM=0\n"
     "#Table_Finish\n";
 
-struct Directory : testing::Test {
-  void SetUp() override {
-    ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("s", kSchema).c_str()));
-    ASSERT_NE(segment.Attach(), nullptr);
-  }
+struct Directory : testing::Test, Image {
+  Directory() : Image(std::string(kSchema)) {}
 
-  char *bytes() { return static_cast<char *>(segment.Attach()); }
-  _db_attr record(int slot) {
-    _db_attr attr;
-    std::memcpy(&attr, bytes() + 296 + 96 * slot, sizeof attr);
-    return attr;
-  }
-  void set_present(int slot, int flag) { std::memcpy(bytes() + 1256 + 4 * slot, &flag, sizeof flag); }
+  void set_present(std::size_t slot, std::int32_t flag) { poke(bytes, 1256 + 4 * slot, flag); }
 
   // The IDs that an iteration delivers, with the position after each.
   std::string walk() {
@@ -49,9 +38,8 @@ struct Directory : testing::Test {
     return text + ' ' + std::to_string(position);
   }
 
-  TestRoot root;
-  CRtdbManager manager;
-  CShareMemory segment{333};
+  CShareMemory segment{kManagerKey};
+  char *bytes = static_cast<char *>(segment.Attach());
 };
 
 // A lookup that compares only part of a name, minds its case or takes a later slot finds the wrong database.
@@ -77,14 +65,14 @@ TEST_F(Directory, Lookups) {
 
 // The databases appear in slot order whatever the gaps; an iteration that stops at one loses the rest.
 TEST_F(Directory, IterationSkipsGaps) {
-  const std::pair<std::vector<int>, const char *> rows[] = {{{}, "0: 1/1 2/2 3/3 -1"},
-                                                            {{0}, "1: 2/2 3/3 -1"},
-                                                            {{0, 2}, "1: 2/2 -1"},
-                                                            {{0, 1, 2}, "none -1"},
-                                                            {{1}, "0: 1/1 3/3 -1"}};
+  const std::pair<std::vector<std::size_t>, const char *> rows[] = {{{}, "0: 1/1 2/2 3/3 -1"},
+                                                                    {{0}, "1: 2/2 3/3 -1"},
+                                                                    {{0, 2}, "1: 2/2 -1"},
+                                                                    {{0, 1, 2}, "none -1"},
+                                                                    {{1}, "0: 1/1 3/3 -1"}};
   for (const auto &[absent, expected] : rows) {
-    for (int slot = 0; slot < 3; ++slot) set_present(slot, 1);
-    for (const int slot : absent) set_present(slot, 0);
+    for (std::size_t slot = 0; slot < 3; ++slot) set_present(slot, 1);
+    for (const std::size_t slot : absent) set_present(slot, 0);
     EXPECT_EQ(walk(), expected);
   }
   CRtDataBase database;
@@ -103,7 +91,7 @@ TEST_F(Directory, IterationSkipsGaps) {
 
 // Lookups that went on would read descriptors that are not there yet.
 TEST_F(Directory, NothingBeforeTheLayout) {
-  const _db_attr attr = record(0);
+  const auto attr = value_at<_db_attr>(bytes, 296);
   manager.SetRtdbStatus(0);
   CRtDataBase database;
   CRtTable table;
@@ -145,21 +133,17 @@ TEST_F(Directory, UpdateDBInfo) {
   EXPECT_EQ(manager.UpdateDBInfo(static_cast<const char *>(nullptr), &attr), 0);
   EXPECT_EQ(manager.UpdateDBInfo("nobody", &attr), 0);
   EXPECT_EQ(manager.UpdateDBInfo(9, &attr), 0);
-  const std::string before(bytes() + 296, 288);
+  const std::string before = bytes_at(bytes + 296, 288);
   EXPECT_EQ(manager.UpdateDBInfo("Plant", &attr), 1);
   const std::string after = before.substr(0, 96) + std::string(96, 'x') + before.substr(192);
-  EXPECT_EQ(std::string(bytes() + 296, 288), after);
+  EXPECT_EQ(bytes_at(bytes + 296, 288), after);
 }
 
 TEST(ByDesign, MappedTarget) {
-  TestRoot root;
-  CRtdbManager manager;
-  ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("s", kSchema).c_str()));
-  CRtDataBase database;
-  ASSERT_EQ(manager.GetDataBaseFromID(database, 2), 1);
-  ASSERT_EQ(database.AttachShareMemory(), 1);
+  Image image{std::string(kSchema)};
+  CRtDataBase &database = image.plant;
   // The first candidate is the system database, but the name compared is the one in the view on "plant".
-  EXPECT_EQ(manager.GetDataBaseFromName(database, "plant"), 1);
+  EXPECT_EQ(image.manager.GetDataBaseFromName(database, "plant"), 1);
   EXPECT_EQ(database.GetStartAddress(), nullptr);
   EXPECT_EQ(database.GetDBID(), 1U);
   EXPECT_STREQ(database.GetDBName(), "system");

@@ -91,17 +91,6 @@ TEST(Image, UnfilledSlotsHoldFreshDescriptors) {
   EXPECT_EQ(936, value_at<std::int32_t>(bytes.data(), 396)) << "record area of the last table";
 }
 
-// Alignment of fields, and a table without records that takes room or loses its slot.
-TEST(Image, FieldsArePackedAndEmptyAreasTakeNoRoom) {
-  const Image image({{1, "None", 0, {"ID UINT 4"}}, {2, "Odd", 3, {"Flag CHAR 1", "Level INT 4"}}});
-  const std::string bytes = segment(1, 688);
-  const struct {
-    std::size_t offset;
-    std::int32_t number;
-  } rows[] = {{188, 688}, {176, 0}, {292, 688}, {276, 5}, {652, 1}, {80, 703}};
-  for (const auto &row : rows) EXPECT_EQ(row.number, value_at<std::int32_t>(bytes.data(), row.offset)) << row.offset;
-}
-
 // Members that a constructor forgets, or that stand elsewhere in the object.
 TEST(Image, FreshObjectsHoldTheirStartValues) {
   const CRtDataBase database;

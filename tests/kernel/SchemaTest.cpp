@@ -267,13 +267,4 @@ TEST(Schema, FailedReadingKeepsItsDatabases) {
   }
 }
 
-// A path that is not examined would be read as a schema of no lines, or crash.
-TEST(Schema, NoFile) {
-  TestRoot root;
-  const std::string missing = root.path("missing");
-  for (const char *path : {static_cast<const char *>(nullptr), "", missing.c_str(), root.folder().c_str()}) {
-    EXPECT_FALSE(CRtdbManager().RtdbManagerInit(false, path));
-  }
-}
-
 }  // namespace

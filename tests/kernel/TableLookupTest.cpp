@@ -1,43 +1,11 @@
 // Finding records by key, position and text, and the operations on whole tables.
+#include <algorithm>
 #include <gtest/gtest.h>
-#include <map>
 #include <random>
 #include <string>
 
 #include "tests/kernel/TableFixture.h"
 
-// A search that is off by one, signed, wrong about the insertion point, or fails for some number of records.
-TEST(TableLookup, SearchAgreesWithAMap) {
-  const unsigned int seed = std::random_device{}();
-  SCOPED_TRACE(seed);
-  std::mt19937 random(seed);
-  Accounts accounts(70);
-  for (std::size_t count = 0; count <= 70; ++count) {
-    SCOPED_TRACE(count);
-    std::map<std::uint32_t, int> model;
-    while (model.size() < count) model[static_cast<std::uint32_t>(random() >> (random() % 3 * 12))];
-    std::vector<std::uint32_t> keys;
-    for (auto &[key, position] : model) {
-      position = static_cast<int>(keys.size());
-      keys.push_back(key);
-    }
-    accounts.fill(keys, 1);
-    std::vector<std::uint32_t> sought = {1, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
-    for (const std::uint32_t key : keys) sought.insert(sought.end(), {key - 1, key, key + 1});
-    for (const std::uint32_t key : sought) {
-      int position = 0;
-      const int found = accounts.table.FindIDExclusive(key, position);
-      const auto at = model.lower_bound(key);
-      const bool known = at != model.end() && at->first == key;
-      ASSERT_EQ(known ? 1 : 0, found) << key;
-      ASSERT_EQ(at == model.end() ? static_cast<int>(count) : at->second, position) << key;
-      ASSERT_EQ(known ? position : -1, accounts.table.FindRecordIndex(key)) << key;
-      ASSERT_EQ(accounts.record(known && key != 0 ? position : -1), accounts.table.FindIDExclusive(key)) << key;
-    }
-  }
-}
-
-// A record of key 0 that the search by key alone delivers, or the one with a buffer misses.
 // Plain halving over the keys: the position of the key it meets first, or ~(the place for it).
 int halved(const std::vector<std::uint32_t> &keys, std::uint32_t key) {
   int low = 0;
@@ -72,7 +40,8 @@ std::vector<std::uint32_t> ascending_keys(std::mt19937 &generator, int kind, std
   return keys;
 }
 
-// Whatever places are looked at first, the answer is that of halving, also among equal keys. An area that is not
+// A search that is off by one, signed, wrong about the insertion point, or fails for some number of records: whatever
+// places are looked at first, the answer is that of halving, also among equal keys. An area that is not
 // ascending is searched within its bounds.
 TEST(TableLookup, SearchIsThatOfHalving) {
   constexpr int kMost = 3000;
@@ -102,10 +71,13 @@ TEST(TableLookup, SearchIsThatOfHalving) {
       const int expected = halved(keys, key);
       ASSERT_EQ(found, expected >= 0 ? 1 : 0) << kind << ' ' << count << ' ' << key;
       ASSERT_EQ(position, expected >= 0 ? expected : ~expected) << kind << ' ' << count << ' ' << key;
+      ASSERT_EQ(accounts.table.FindRecordIndex(key), std::max(expected, -1)) << key;
+      ASSERT_EQ(accounts.table.FindIDExclusive(key), accounts.record(key == 0 ? -1 : expected)) << key;
     }
   }
 }
 
+// A record of key 0 that the search by key alone delivers, or the one with a buffer misses.
 TEST(ByDesign, KeyZeroNamesNothing) {
   Accounts accounts({0, 5}, 6);
   std::string buffer(kAccountSize + 1, '?');
@@ -153,53 +125,6 @@ TEST(ByDesign, RecordsEndWithLast) {
   EXPECT_EQ(-1, accounts.table.GetFirstPosition());
 }
 
-// A comparison that minds case, takes a beginning for the whole, stops at the field's end, or starts at the wrong end.
-TEST(TableLookup, FindsRecordsByText) {
-  Accounts accounts({3, 5, 9, 10}, 11);
-  const std::string names[] = {"Pump", "pump", "Valve", "FullName"};
-  for (std::size_t i = 0; i < 4; ++i) std::memcpy(accounts.slot(i) + kName, names[i].data(), names[i].size());
-  std::memcpy(accounts.slot(3) + kLevel, "Q\0\0", 4);  // the text of full width runs on into it
-  const struct {
-    int field;
-    const char *text;
-    int position;
-  } rows[] = {{1, "PUMP", 0},      {1, "vALVE", 2},     {1, "Pum", -1},   {1, "Pumps", -1}, {1, "", -1},
-              {1, "FullName", -1}, {1, "fullnameq", 3}, {-1, "Pump", -1}, {2, "q", 3},      {2, "\x05", 1}};
-  for (const auto &row : rows) {
-    SCOPED_TRACE(std::to_string(row.field) + " " + row.text);
-    EXPECT_EQ(accounts.record(row.position), accounts.table.FindRecordbyStringField(row.field, row.text));
-  }
-}
-
-// A mark that counts although it is not exactly 1; a record that is not looked at.
-TEST(TableLookup, OnlyTheMarkOneIsModified) {
-  Accounts accounts({3, 5, 9}, 10);
-  for (const std::size_t position : {0U, 2U, 3U}) {
-    for (const std::int32_t mark : {1, 2, -1, 0x01000001, 0}) {
-      SCOPED_TRACE(std::to_string(mark) + " at " + std::to_string(position));
-      put(accounts.slot(position), kModified, mark);
-      EXPECT_EQ(mark == 1 && position < 3, accounts.table.IsModified());
-    }
-  }
-  put(accounts.slot(0), kModified, 1);
-  std::strcpy(accounts.table.GetFieldFromIndex(5)->FieldName, "Modified");
-  EXPECT_FALSE(accounts.table.IsModified()) << "a table without the field";
-}
-
-// Records that survive, bytes that do not, a copy of the counters that stays behind.
-TEST(TableLookup, DeleteAllRecordForgetsAndKeepsBytes) {
-  Accounts accounts({3, 5, 9}, 10);
-  const std::string bytes = accounts.area();
-  CRtTable view = accounts.Image::table(10);
-  EXPECT_EQ(1, view.DeleteAllRecord());
-  EXPECT_TRUE(accounts.table.IsEmpty());
-  EXPECT_EQ(1U, accounts.next_key());
-  EXPECT_EQ(-1, accounts.table.FindRecordIndex(5));
-  EXPECT_EQ(bytes, accounts.area());
-  EXPECT_EQ(0, value_at<std::int32_t>(&view, 96));
-  EXPECT_EQ(1, value_at<std::int32_t>(&view, 100));
-}
-
 // A default on the wrong field, one that is cut, one that touches a field without a default.
 TEST(TableLookup, InitRecordDefaultFillsFieldsWithDefaults) {
   const std::string longest = "a default of thirty-two letters.";
@@ -244,7 +169,10 @@ TEST(TableLookup, DetachedTableAnswersNothing) {
   }
   for (const int result : {table.FindIDExclusive(1, buffer.data()), table.GetFieldFromName(field, ""),
                            table.GetFieldFromID(field, 0xFFFFFFFF), table.Delete(1, 0, 0), table.DeleteAllRecord(),
-                           table.SetRecordVersionInfo(0, 7, 2)}) {
+                           table.SetRecordVersionInfo(0, 7, 2), table.GetFieldData(5, 0, buffer.data()),
+                           table.GetFieldDataAt(0, 0, buffer.data()), table.SetFieldData(5, 0, buffer.data()),
+                           table.SetFieldDataAt(0, 0, buffer.data()), table.SetFieldByText(0, 0, buffer.data()),
+                           table.SetColumnValueAt(0, buffer.data(), 0, 1)}) {
     EXPECT_EQ(0, result);
   }
   EXPECT_FALSE(table.GetNextField(field, at = 0) || table.IsModified() || table.SaveData(0));

@@ -38,11 +38,6 @@ struct Users : Image {
     return record;
   }
 
-  // The attributes in the image.
-  _rtdb_attr shared() {
-    CShareMemory segment(kManagerKey);
-    return value_at<_rtdb_attr>(segment.Attach(), sizeof(_rtdb_head));
-  }
   void set_words(const Words &words) {
     for (int i = 0; i < 4; ++i) manager.SetRights(i, words[static_cast<std::size_t>(i)]);
   }
@@ -59,8 +54,7 @@ struct Users : Image {
 TEST(UsersTest, Login) {
   const std::string full_name = "sixteen_letters_";
   const struct {
-    const char *name;
-    const char *password;
+    const char *name, *password;
     int result;
     const char *identity;  // afterwards; a failure leaves the former one
   } rows[] = {
@@ -104,44 +98,39 @@ TEST(UsersTest, IdentityIsSharedAndLoginTimeStays) {
   CRtdbManager other;
   ASSERT_EQ(other.AttachShareMemory(), 1);
   image.set_words({1, 2, 3, 4});
-  SYSTEMTIME before{};
+  SYSTEMTIME before{}, time{};
   GetLocalTime(before);
   ASSERT_EQ(image.manager.UserLogin("admin", "Secret1"), 1);
   EXPECT_EQ(other.GetSysUserID(), 11U);
   EXPECT_STREQ(other.GetSysUserName(), "admin");
-  SYSTEMTIME login{};
-  other.GetLoginUseTime(login);
-  EXPECT_GE(login.wYear, before.wYear);
-  EXPECT_GE(login.wDay + 31 * login.wMonth + 372 * login.wYear, before.wDay + 31 * before.wMonth + 372 * before.wYear);
-
+  other.GetLoginUseTime(time);
+  EXPECT_GE(time.wDay + 31 * time.wMonth + 372 * time.wYear, before.wDay + 31 * before.wMonth + 372 * before.wYear);
+  const std::string login = bytes_at(&time, sizeof time);
   image.manager.UserLogout();
-  EXPECT_EQ(image.identity(), "0 ");
-  EXPECT_EQ(image.words(), (Words{0, 0, 0, 0}));
   EXPECT_EQ(other.GetSysUserID(), 0U);
-  SYSTEMTIME after{};
-  image.manager.GetLoginUseTime(after);
-  EXPECT_EQ(std::memcmp(&after, &login, sizeof login), 0);
-  image.manager.DetachShareMemory();
-  EXPECT_EQ(image.identity(), "0 ");
-  EXPECT_EQ(image.words(), (Words{0, 0, 0, 0}));
-}
-
-TEST(UsersTest, SettersWriteImageAndObject) {
-  Users image;
-  SYSTEMTIME time{2024, 2, 4, 29, 1, 2, 3, 4};
-  image.manager.SetSysUserID(77);
-  image.manager.SetSysUserName("fifteen_letters");
-  image.manager.SetLoginUseTime(time);
-  image.manager.SetRights(3, 5);
-  image.manager.SetSysUserName(nullptr);
   for (const bool mapped : {true, false}) {
     SCOPED_TRACE(mapped);
     if (!mapped) image.manager.DetachShareMemory();
-    SYSTEMTIME read{};
+    image.manager.GetLoginUseTime(time);
+    EXPECT_EQ(bytes_at(&time, sizeof time), login);
+    EXPECT_EQ(image.identity(), "0 ");
+    EXPECT_EQ(image.words(), (Words{0, 0, 0, 0}));
+  }
+}
+
+// A setter that writes the image or the object alone.
+TEST(UsersTest, SettersWriteImageAndObject) {
+  Users image;
+  SYSTEMTIME time{2024, 2, 4, 29, 1, 2, 3, 4}, read{};
+  image.manager.SetSysUserID(77);
+  image.manager.SetSysUserName("fifteen_letters");
+  image.manager.SetLoginUseTime(time);
+  image.manager.SetSysUserName(nullptr);
+  for (const bool mapped : {true, false}) {
+    if (!mapped) image.manager.DetachShareMemory();
     image.manager.GetLoginUseTime(read);
-    EXPECT_EQ(std::memcmp(&read, &time, sizeof time), 0);
-    EXPECT_EQ(image.identity(), "77 fifteen_letters");
-    EXPECT_EQ(image.words(), (Words{0, 0, 0, 5}));
+    EXPECT_EQ(bytes_at(&read, sizeof read), bytes_at(&time, sizeof time)) << mapped;
+    EXPECT_EQ(image.identity(), "77 fifteen_letters") << mapped;
   }
 }
 
@@ -214,8 +203,7 @@ TEST(ByDesign, LoginRightsStayLocal) {
 
 TEST(ByDesign, RightBoundary) {
   const struct {
-    int word;
-    int bit;
+    int word, bit;
     std::set<unsigned int> granted;
   } rows[] = {
       {0, 0, {0, 32}}, {0, 1, {1}},   {0, 31, {31}}, {1, 0, {64}}, {1, 1, {33}},   {1, 31, {63}},
@@ -257,7 +245,8 @@ TEST(ByDesign, RightWordUnbounded) {
   }
   EXPECT_EQ(bytes_at(start, 1296), before);
   image.manager.SetRights(7, 0x01020304);  // the last word of the attributes
-  EXPECT_EQ(image.shared().LoginUseTime.wMilliseconds, 0x0102);
+  image.manager.GetLoginUseTime(time);
+  EXPECT_EQ(time.wMilliseconds, 0x0102);
 }
 
 TEST(ByDesign, UserNameSpills) {

@@ -6,12 +6,11 @@ namespace quillanest {
 namespace {
 
 TEST(Provider, TranslatesConnectionStrings) {
-  struct Row {
+  const struct {
     const char *text;
     EngineKind engine;
     const char *target;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"Provider=SQLOLEDB.1;Persist Security Info=False;User ID=sa;Password=pw;Data Source=SRV1;Initial Catalog=RTDB",
        EngineKind::kOdbc,
        "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8;Server=SRV1;Port=1433;Database=RTDB;UID=sa;PWD=pw"},
@@ -39,7 +38,7 @@ TEST(Provider, TranslatesConnectionStrings) {
       {"", EngineKind::kNone, ""},
       {";;=;x", EngineKind::kNone, ""},
   };
-  for (const Row &row : rows) {
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.text);
     const EngineCall call = engine_call(row.text);
     EXPECT_EQ(call.engine, row.engine);
@@ -48,26 +47,23 @@ TEST(Provider, TranslatesConnectionStrings) {
 }
 
 TEST(Provider, SplitsServerAddresses) {
-  struct Row {
-    const char *source;
-    const char *host;
-    const char *port;
-  };
-  const Row rows[] = {{"host", "host", ""},
-                      {"host:5432", "host", "5432"},
-                      {"host,1433", "host", "1433"},
-                      {"10.0.0.1:7", "10.0.0.1", "7"},
-                      {"host:", "host:", ""},
-                      {"host:name", "host:name", ""},
-                      {"::1", "::1", ""},
-                      {"fe80::1:2", "fe80::1:2", ""},
-                      {"[::1]:5432", "::1", "5432"},
-                      {"[::1]", "::1", ""},
-                      {"::1,1433", "::1", "1433"},
-                      {"tcp:host,1433", "tcp:host", "1433"},
-                      {"A\\B,1433", "A\\B", "1433"},
-                      {"", "", ""}};
-  for (const Row &row : rows) {
+  const struct {
+    const char *source, *host, *port;
+  } rows[] = {{"host", "host", ""},
+              {"host:5432", "host", "5432"},
+              {"host,1433", "host", "1433"},
+              {"10.0.0.1:7", "10.0.0.1", "7"},
+              {"host:", "host:", ""},
+              {"host:name", "host:name", ""},
+              {"::1", "::1", ""},
+              {"fe80::1:2", "fe80::1:2", ""},
+              {"[::1]:5432", "::1", "5432"},
+              {"[::1]", "::1", ""},
+              {"::1,1433", "::1", "1433"},
+              {"tcp:host,1433", "tcp:host", "1433"},
+              {"A\\B,1433", "A\\B", "1433"},
+              {"", "", ""}};
+  for (const auto &row : rows) {
     SCOPED_TRACE(row.source);
     EXPECT_EQ(server_address(row.source).host, row.host);
     EXPECT_EQ(server_address(row.source).port, row.port);

@@ -1,15 +1,12 @@
-// The end of the program or of the server in the middle of a save leaves the former rows, and all of them.
+// The end of the program, the server or the disk in the middle of a save leaves the former rows, and all of them.
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <thread>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/store/StoreFixture.h"
-#include "tests/support/Child.h"
 #include "tests/support/FullDisk.h"
 
 namespace {
@@ -18,7 +15,6 @@ namespace fs = std::filesystem;
 
 constexpr int kFormer = 2'000;
 constexpr int kRecords = 50'000;
-constexpr std::uintmax_t kUnlimited = RLIM_INFINITY;
 
 const TableSpec kPoints{30, "Points", kRecords, {"ID UINT 4", "Level INT 4", "bModified INT 4", "Name STRING 80"}};
 
@@ -32,11 +28,7 @@ void set_level(CRtTable &table, int records, int level) {
 // A store that holds 2,000 rows of level 0, and the image that 50,000 records of a new level are saved from.
 struct PointsImage : StoreImage {
   explicit PointsImage(std::string_view slots) : StoreImage(slots, {kPoints}) {
-    run("CREATE TABLE plant_Points(ID bigint, Level integer, bModified integer, Name varchar(80)); CREATE TABLE "
-        "system_Account(ID bigint, "
-        "Name varchar(9), Level integer, Value double precision, Since timestamp, bModified integer, iProjectID "
-        "integer, iEditStatus integer);");
-    if (plant.GetDBTableFromID(points, 30) != 1) return;
+    points = table(30, "ID bigint, Level integer, bModified integer, Name varchar(80)");
     set_level(points, kFormer, 0);
     ready = points.SaveData(0) && rows(kLevels) == "0|2000|1|2000\n";
   }
@@ -49,80 +41,35 @@ struct PointsImage : StoreImage {
         "plant_Points FOR EACH ROW WHEN (NEW.ID = 25000) EXECUTE FUNCTION halt();");
   }
 
-  // "level|rows|first key|last key" of each level that a new load meets.
-  std::string loaded() {
-    points.DeleteAllRecord();
-    if (manager->LoadAllCustomizedDB(0) != 1) return "no load";
-    int level = points.GetRecordCount() > 0 ? peek(points.GetAt(0), 4) : -1;
-    for (int i = 0; i < points.GetRecordCount(); ++i) {
-      if (peek(points.GetAt(i), 0) != i + 1 || peek(points.GetAt(i), 4) != level) return "mixed rows";
-    }
-    return std::to_string(points.GetRecordCount()) + " of level " + std::to_string(level);
-  }
-
+  // "level|rows|first key|last key" of each level in the store.
   static constexpr const char *kLevels =
       "SELECT Level, count(*), min(ID), max(ID) FROM plant_Points GROUP BY Level ORDER BY Level";
   CRtTable points;
   bool ready = false;
 };
 
-// Arguments: the schema, and the largest size of a file, at which the system ends the process. Saves 50,000 records of
-// level 1 into the store that the configuration names.
-int save_points(const std::vector<std::string> &arguments) {
-  CRtdbManager manager;
-  CRtDataBase plant;
-  CRtTable points;
-  if (!manager.RtdbManagerInit(false, arguments[0].c_str()) || manager.FindTable(30, plant, points) != 1) return 1;
-  set_level(points, kRecords, 1);
-  const rlimit no_core{0, 0};
-  const rlimit size{std::stoul(arguments[1]), RLIM_INFINITY};
-  setrlimit(RLIMIT_CORE, &no_core);
-  signal(SIGXFSZ, SIG_DFL);
-  setrlimit(RLIMIT_FSIZE, &size);
-  say("saving");
-  return points.SaveData(0) ? 0 : 2;
-}
-const RegisterChild kSaver{"save_points", save_points};
-
+// The system ends the program where the end of the transaction makes the file grow.
 TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAFile) {
   PointsImage image("F");
   ASSERT_TRUE(image.ready);
   const std::string file = image.root.path("data/store.db");
-  const std::string journal = file + "-journal";
-  // The first death comes while the rows are inserted, the others while the end of the transaction fills the file.
-  for (const std::uintmax_t grown : {0U, 1U, 1'000'000U, 2'000'000U}) {
+  set_level(image.points, kRecords, 1);
+  for (const std::uintmax_t grown : {1U, 1'000'000U, 2'000'000U}) {
     SCOPED_TRACE(grown);
-    const std::uintmax_t size = grown > 0 ? fs::file_size(file) + grown : kUnlimited;
-    Child child("save_points", {image.root.path("schema.txt"), std::to_string(size)});
-    ASSERT_EQ(child.hear(), "saving");
-    if (grown > 0) {
-      EXPECT_EQ(child.wait(), -1) << "it did not die of a signal";
-    } else {
-      while (!fs::exists(journal)) std::this_thread::yield();
-      child.kill();
+    const rlimit no_core{0, 0}, size{fs::file_size(file) + grown, RLIM_INFINITY};
+    const pid_t child = fork();
+    if (child == 0) {
+      setrlimit(RLIMIT_CORE, &no_core);
+      setrlimit(RLIMIT_FSIZE, &size);
+      _exit(image.points.SaveData(0) ? 0 : 1);
     }
-    ASSERT_TRUE(fs::exists(journal)) << "the save was not in its middle";
-    EXPECT_EQ(image.loaded(), "2000 of level 0");
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "it did not die of a signal";
+    ASSERT_TRUE(fs::exists(file + "-journal")) << "the save was not in its middle";
+    EXPECT_EQ(image.rows(PointsImage::kLevels), "0|2000|1|2000\n");
     EXPECT_EQ(image.rows("PRAGMA integrity_check"), "ok\n");
   }
-  Child child("save_points", {image.root.path("schema.txt"), std::to_string(kUnlimited)});
-  EXPECT_EQ(child.wait(), 0);
-  EXPECT_EQ(image.loaded(), "50000 of level 1");
-}
-
-TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAServer) {
-  PointsImage image("S");
-  ASSERT_TRUE(image.ready);
-  const std::string signal = postgres().folder() + "middle";
-  ASSERT_EQ(mkfifo(signal.c_str(), 0600), 0);
-  ASSERT_EQ(chmod(signal.c_str(), 0666), 0);
-  image.stop_in_the_middle(*image.stores[0], "cat >" + signal);
-  Child child("save_points", {image.root.path("schema.txt"), std::to_string(kUnlimited)});
-  ASSERT_EQ(child.hear(), "saving");
-  ASSERT_TRUE(std::ifstream(signal).get() == '1');
-  child.kill();
-  EXPECT_EQ(image.loaded(), "2000 of level 0");
-  EXPECT_EQ(image.stores[0]->run(PointsImage::kLevels), "0|2000|1|2000\n");
 }
 
 TEST(StoreDeath, OfTheServerFailsTheSave) {

@@ -1,12 +1,8 @@
-#include <atomic>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include "quillanest/platform/NamedMutex.h"
 #include "tests/support/Child.h"
 #include "tests/support/Mutexes.h"
-#include "tests/support/TestRoot.h"
 
 namespace {
 
@@ -39,22 +35,6 @@ const RegisterChild kHolder{"hold_mutex", [](const std::vector<std::string> &arg
                               say("held");
                               wait_for_the_end();
                             }};
-
-// Counts up in a mapped file with separate loads and stores, which lose counts unless the mutex excludes the others.
-int count_up(const std::vector<std::string> &name_and_path) {
-  const int file = open(name_and_path[1].c_str(), O_RDWR);
-  void *address = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  const Opened mutex(name_and_path[0]);
-  if (address == MAP_FAILED) return 1;
-  auto &counter = *static_cast<std::atomic<int> *>(address);
-  for (int i = 0; i < 20'000; ++i) {
-    if (wait_mutex(mutex, -1) != 0) return 2;
-    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    if (!release_mutex(mutex)) return 3;
-  }
-  return 0;
-}
-const RegisterChild kCounter{"count_up", count_up};
 
 TEST(NamedMutex, OnlyTheOwnerTakesItAgainAndReleasesItAsOften) {
   const MutexName name;
@@ -124,17 +104,6 @@ TEST(NamedMutex, DeathOfTheOwnerAbandonsItForThoseWhoWait) {
     EXPECT_FALSE(release_mutex(mutex));
     EXPECT_EQ(tried_by_other(mutex), 0);
   }
-}
-
-TEST(NamedMutex, ProcessesExcludeEachOther) {
-  const MutexName name;
-  const TestRoot root;
-  const std::vector<std::string> arguments{name.text(), root.write("counter", std::string(sizeof(int), '\0'))};
-  Child first("count_up", arguments), second("count_up", arguments);
-  EXPECT_EQ(count_up(arguments), 0);
-  EXPECT_EQ(first.wait(), 0);
-  EXPECT_EQ(second.wait(), 0);
-  EXPECT_EQ(root.read("counter"), std::string("\x60\xEA\0\0", 4));  // 60000
 }
 
 }  // namespace

@@ -5,14 +5,11 @@
 
 namespace {
 
-struct Row {
-  const char *file;
-  const char *text;
-  int number;
-};
-
 TEST(Profile, FindsTheValueOfAKeyAndTheNumberItStartsWith) {
-  constexpr Row kRows[] = {
+  constexpr struct {
+    const char *file, *text;
+    int number;
+  } kRows[] = {
       {"[Quillanest]\nKey=333\n", "333", 333},
       {"[Quillanest]\r\nKey=-3\r\nNext=1\r\n", "-3", -3},
       {"[Quillanest]\nKey=12ab", "12ab", 12},
@@ -34,7 +31,7 @@ TEST(Profile, FindsTheValueOfAKeyAndTheNumberItStartsWith) {
       {"", "none", 7},
   };
   const TestRoot root;
-  for (const Row &row : kRows) {
+  for (const auto &row : kRows) {
     SCOPED_TRACE(row.file);
     const std::string path = root.write("file.ini", row.file);
     EXPECT_EQ(quillanest::profile_text(path, "Quillanest", "Key", "none"), row.text);

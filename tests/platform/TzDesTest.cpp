@@ -14,12 +14,9 @@ PasswordCipher cipher_of(const TestRoot &root) {
 
 // Other text forms would leave the passwords of existing files and databases unreadable.
 TEST(TzDes, TextFormStaysTheSame) {
-  struct Row {
-    const char *configuration;
-    const char *clear;
-    const char *text;
-  };
-  constexpr Row kRows[] = {
+  constexpr struct {
+    const char *configuration, *clear, *text;
+  } kRows[] = {
       {"", "secret", "qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ"},
       {"", "", "qnp1.5CgaX3NmYbmuOExfHJHDSF4"},
       {"PasswdKeyFile=conf/key\n", "secret", "qnp1.HiK-uOsOdyPrHuOIoy7kJtxDzK_LiUk"},
@@ -27,7 +24,7 @@ TEST(TzDes, TextFormStaysTheSame) {
   };
   const TestRoot root;
   root.write("conf/key", "a secret\n");
-  for (const Row &row : kRows) {
+  for (const auto &row : kRows) {
     SCOPED_TRACE(std::string(row.configuration) + row.clear);
     root.configure(row.configuration);
     EXPECT_EQ(TzDes::SimpleEncrypt(row.clear), row.text);
@@ -36,21 +33,6 @@ TEST(TzDes, TextFormStaysTheSame) {
   for (const char *clear : {"\xC3\xDC ; %s\"'\r\n", "fifteen letters", "sixteen letters.", kRows[0].text}) {
     EXPECT_EQ(TzDes::SimpleDecrypt(TzDes::SimpleEncrypt(clear).c_str()), clear);
   }
-}
-
-TEST(TzDes, TextsThatDoNotAuthenticateStayAsTheyAre) {
-  const TestRoot root;
-  const PasswordCipher cipher = cipher_of(root);
-  const std::string text = cipher.encrypt("secret");
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    for (const char c : {'A', 'B', '!'}) {
-      std::string tampered = text;
-      tampered[i] = tampered[i] == c ? 'C' : c;
-      EXPECT_EQ(cipher.decrypt(tampered), tampered);
-    }
-    EXPECT_EQ(cipher.decrypt(text.substr(0, i)), text.substr(0, i));
-  }
-  for (const char *more : {"A", "AA", "=", " "}) EXPECT_EQ(cipher.decrypt(text + more), text + more);
 }
 
 TEST(TzDes, KeyFileAddsAKeyAndForeignTextsPassThrough) {
@@ -62,6 +44,7 @@ TEST(TzDes, KeyFileAddsAKeyAndForeignTextsPassThrough) {
   EXPECT_EQ(cipher_of(root).decrypt(hidden), "before");
   EXPECT_EQ(cipher_of(root).decrypt(foreign), foreign);
   EXPECT_EQ(cipher_of(root).encrypt(foreign), foreign);
+  EXPECT_EQ(cipher_of(root).decrypt(hidden + "A"), hidden + "A") << "tampered with";
   root.configure("PasswdKeyFile=" + root.write("data/key", "first key") + "\n");
   EXPECT_EQ(cipher_of(root).decrypt(foreign), "theirs");
 }

@@ -98,7 +98,7 @@ TEST(ByDesign, UpdateKeepsStatus) {
 }
 
 // Version fields that are found by exact case or written in their declared width. Tables without them, and with some,
-// are the random model's of the fuzz target.
+// are those of the fuzz target's model.
 TEST(TableEdit, VersionFieldsAreFoundByNameInAnyCase) {
   Image image({{11, "Odd", 2, {"ID UINT 4", "BMODIFIED CHAR 4", "iprojectid SHORT 4", "IEditStatus UINT 4"}}});
   CRtTable odd = image.table(11);

@@ -82,6 +82,23 @@ TEST(TableFields, LookupsTakeTheFirstMatch) {
   }
 }
 
+// A range that is off by one; a CRtField that is touched by a failure.
+TEST(TableFields, LookupsByIDAndIndexKeepTheirRange) {
+  const Twins image;
+  for (const int slot : {-1, 0, 2, 3, 2147483647}) {
+    SCOPED_TRACE(slot);
+    const bool there = slot == 0 || slot == 2;
+    const unsigned int id = static_cast<unsigned int>(slot) + 1;
+    CRtField by_index, by_id;
+    EXPECT_EQ(there, 1 == image.table.GetFieldFromIndex(by_index, slot));
+    EXPECT_EQ(there, 1 == image.table.GetFieldFromID(by_id, id));
+    EXPECT_EQ(there ? id : 0xFFFFFFFF, by_index.GetFieldID());
+    EXPECT_EQ(there ? id : 0xFFFFFFFF, by_id.GetFieldID());
+    EXPECT_EQ(there ? slot : -1, image.slot_of(image.table.GetFieldFromIndex(slot)));
+    EXPECT_EQ(there ? slot : -1, image.slot_of(image.table.GetFieldFromID(id)));
+  }
+}
+
 // An iteration that reports the end together with the last field, or goes on from anywhere.
 TEST(ByDesign, FieldsEndLate) {
   const Twins image;

@@ -125,6 +125,21 @@ TEST(ByDesign, RecordsEndWithLast) {
   EXPECT_EQ(-1, accounts.table.GetFirstPosition());
 }
 
+// A mark that counts although it is not exactly 1; a record that is not looked at.
+TEST(TableLookup, OnlyTheMarkOneIsModified) {
+  Accounts accounts({3, 5, 9}, 10);
+  for (const std::size_t position : {0U, 2U, 3U}) {
+    for (const std::int32_t mark : {1, 2, -1, 0x01000001, 0}) {
+      SCOPED_TRACE(std::to_string(mark) + " at " + std::to_string(position));
+      put(accounts.slot(position), kModified, mark);
+      EXPECT_EQ(mark == 1 && position < 3, accounts.table.IsModified());
+    }
+  }
+  put(accounts.slot(0), kModified, 1);
+  std::strcpy(accounts.table.GetFieldFromIndex(5)->FieldName, "Modified");
+  EXPECT_FALSE(accounts.table.IsModified()) << "a table without the field";
+}
+
 // A default on the wrong field, one that is cut, one that touches a field without a default.
 TEST(TableLookup, InitRecordDefaultFillsFieldsWithDefaults) {
   const std::string longest = "a default of thirty-two letters.";

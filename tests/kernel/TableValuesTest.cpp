@@ -67,6 +67,34 @@ TEST(TableValues, RefusalsWriteNothing) {
   EXPECT_EQ(7, accounts.number(0, kLevel));
 }
 
+// A width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do not get.
+TEST(TableValues, CopiesFieldSizeOrText) {
+  Accounts accounts({0, 5}, 6);
+  const struct {
+    int field;
+    std::size_t offset;
+    std::string value, stored, read;
+  } rows[] = {
+      {2, kLevel, "\x01\x02\x03\x04XXXX", "\x01\x02\x03\x04____", "\x01\x02\x03\x04????"},
+      {1, kName, std::string("ab\0XXXXX", 8), std::string("ab\0_____", 8), std::string("ab\0?????", 8)},
+      {3, 16, "abcdefgh", "abcdefgh", "abcdefgh"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.field);
+    std::memset(accounts.slot(1) + 4, '_', kAccountSize - 4);
+    std::string expected = bytes_at(accounts.slot(1), kAccountSize);
+    expected.replace(row.offset, row.stored.size(), row.stored);
+    std::string by_key(8, '?'), by_position(8, '?');
+    EXPECT_EQ(1, row.field == 1 ? accounts.table.SetFieldData(5, row.field, row.value.data())
+                                : accounts.table.SetFieldDataAt(1, row.field, row.value.data()));
+    EXPECT_EQ(1, accounts.table.GetFieldData(5, row.field, by_key.data()));
+    EXPECT_EQ(1, accounts.table.GetFieldDataAt(1, row.field, by_position.data()));
+    EXPECT_EQ(expected, bytes_at(accounts.slot(1), kAccountSize));
+    EXPECT_EQ(row.read, by_key);
+    EXPECT_EQ(row.read, by_position);
+  }
+}
+
 // A text copy that stops at the field's end; the same code serves keys and positions.
 TEST(ByDesign, TextCopyUnbounded) {
   Accounts accounts({5, 6}, 7);

@@ -64,6 +64,7 @@ class ModelRun {
   void look_up(const TableModel &model, CRtTable &table);
   void whole_table(Followed &followed, CRtTable &table);
   void save_and_load(Followed &followed, CRtTable &table);
+  void adopt_next(const RandomTable &loaded, CRtTable &table);
 
   std::uint32_t key_near(const TableModel &model);
   // A position from a little in front of a table to a little behind it.
@@ -349,6 +350,19 @@ void ModelRun::save_and_load(Followed &followed, CRtTable &table) {
   }
   require(table.GetRecordCount() <= followed.model.table().capacity, "a table has room for its records");
   followed.is_followed = followed.model.adopt(table);
+  adopt_next(followed.model.table(), table);
+}
+
+// A text that fills its field has its terminator on the byte behind it: behind the last record that is the first byte
+// of the next table.
+void ModelRun::adopt_next(const RandomTable &loaded, CRtTable &table) {
+  const char *end = table.GetDataAddress() + static_cast<std::size_t>(loaded.capacity) * loaded.record_size;
+  for (Followed &followed : tables_) {
+    CRtTable next;
+    if (!followed.is_followed || followed.model.table().database != loaded.database) continue;
+    require(databases_[loaded.database - 1].GetDBTableFromID(next, followed.model.table().id) == 1, "a table is found");
+    if (next.GetDataAddress() == end) followed.is_followed = followed.model.adopt(next);
+  }
 }
 
 void ModelRun::whole_table(Followed &followed, CRtTable &table) {

@@ -6,7 +6,6 @@
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include "tests/kernel/TableFixture.h"
@@ -37,7 +36,8 @@ struct Hostile : Image {
   char *start;
 };
 
-// Holes of one page each, with a page behind each that nobody may touch; the next small mappings land in them.
+// Holes of one page each, with a page behind each that nobody may touch; the next small mappings land in them. They
+// stay for the life of the process, as some of those mappings do.
 class Walls {
  public:
   Walls() {
@@ -46,25 +46,17 @@ class Walls {
     // Fills the holes elsewhere, until the system turns to these.
     for (std::size_t page = 0; page < kPages; page += 2) munmap(first + page * Hostile::kPage, Hostile::kPage);
     for (int tries = 0; tries < 10000; ++tries) {
-      const char *at = block(1);
+      char *at = block(1);
       if (at < first || at >= first + kPages * Hostile::kPage) continue;
-      munmap(blocks_.back().first, Hostile::kPage);
+      munmap(at, Hostile::kPage);
       break;
     }
   }
-  ~Walls() {
-    for (const auto &[start, pages] : blocks_) munmap(start, pages * Hostile::kPage);
-  }
-  Walls(const Walls &) = delete;
-  Walls &operator=(const Walls &) = delete;
 
  private:
-  char *block(std::size_t pages) {
-    void *start = mmap(nullptr, pages * Hostile::kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    blocks_.emplace_back(start, pages);
-    return static_cast<char *>(start);
+  static char *block(std::size_t pages) {
+    return static_cast<char *>(mmap(nullptr, pages * Hostile::kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
   }
-  std::vector<std::pair<void *, std::size_t>> blocks_;
 };
 
 }  // namespace

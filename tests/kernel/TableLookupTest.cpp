@@ -77,6 +77,22 @@ TEST(TableLookup, SearchIsThatOfHalving) {
   }
 }
 
+// Bytes behind a record that are taken for a part of its key.
+TEST(TableLookup, RecordsShorterThanAKey) {
+  for (const std::size_t size : {1U, 2U, 3U}) {
+    Image image({{10, "Short", 5, {"Key STRING " + std::to_string(size)}}});
+    CRtTable table = image.table(10);
+    ASSERT_EQ(static_cast<int>(size), table.GetTableSize());
+    for (std::size_t i = 0; i < 5; ++i) table.GetDataAddress()[i * size] = static_cast<char>(2 * i + 1);
+    table.SetRecordCount(4);
+    for (unsigned int key = 1; key < 10; ++key) {
+      int position = -7;
+      EXPECT_EQ(table.FindIDExclusive(key, position), key % 2 == 1 && key < 9 ? 1 : 0) << size << ' ' << key;
+      EXPECT_EQ(position, static_cast<int>(std::min(key / 2, 4U))) << size << ' ' << key;
+    }
+  }
+}
+
 // A record of key 0 that the search by key alone delivers, or the one with a buffer misses.
 TEST(ByDesign, KeyZeroNamesNothing) {
   Accounts accounts({0, 5}, 6);
@@ -138,6 +154,19 @@ TEST(TableLookup, OnlyTheMarkOneIsModified) {
   put(accounts.slot(0), kModified, 1);
   std::strcpy(accounts.table.GetFieldFromIndex(5)->FieldName, "Modified");
   EXPECT_FALSE(accounts.table.IsModified()) << "a table without the field";
+}
+
+// Records that survive, bytes that do not, a copy of the counters that stays behind.
+TEST(TableLookup, DeleteAllRecordForgetsAndKeepsBytes) {
+  Accounts accounts({3, 5, 9}, 10);
+  const std::string bytes = accounts.area();
+  CRtTable view = accounts.Image::table(10);
+  EXPECT_EQ(1, view.DeleteAllRecord());
+  EXPECT_TRUE(accounts.table.IsEmpty());
+  EXPECT_EQ(1U, accounts.next_key());
+  EXPECT_EQ(-1, accounts.table.FindRecordIndex(5));
+  EXPECT_EQ(bytes, accounts.area());
+  EXPECT_EQ(0, view.GetTableInfo()->RecordCount);
 }
 
 // A default on the wrong field, one that is cut, one that touches a field without a default.

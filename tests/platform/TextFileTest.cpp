@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 #include "quillanest/platform/TextFile.h"
 #include "tests/support/FullDisk.h"
@@ -70,14 +71,19 @@ TEST(FileReplacement, FormerFileStandsAfterAFailedWrite) {
   EXPECT_EQ(root.files("data"), (Names{"file", "fits"}));
 }
 
-TEST(FileReplacement, KeepsPermissionsAndLinks) {
+TEST(FileReplacement, KeepsOwnerPermissionsAndLinks) {
   const TestRoot root;
   const std::string path = root.write("data/file", "old");
+  const uid_t owner = geteuid() == 0 ? 65534 : geteuid();  // only root can give a file away
+  ASSERT_EQ(chown(path.c_str(), owner, static_cast<gid_t>(-1)), 0);
   fs::create_symlink("../data/file", root.path("conf/link"));
   for (const unsigned mode : {0600u, 0640u, 0666u}) {
     fs::permissions(path, fs::perms{mode});
     EXPECT_TRUE(replace(root.path("conf/link"), std::to_string(mode)));
     EXPECT_EQ(fs::status(path).permissions(), fs::perms{mode});
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, owner);
     EXPECT_EQ(root.read("data/file"), std::to_string(mode));
     EXPECT_TRUE(fs::is_symlink(root.path("conf/link")));
   }

@@ -58,13 +58,13 @@ constexpr std::int32_t kFewRecords = 2048;
 // the one before by an address alone: no multiplication stands between them.
 KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::byte *low = area.records;
-  for (std::uint32_t left = static_cast<std::uint32_t>(count); left > 1;) {
+  for (auto left = static_cast<std::uint32_t>(count); left > 1;) {
     const std::uint32_t half = left / 2;
     const std::byte *const middle = low + half * area.record_size;
     low = load<std::uint32_t>(middle) <= key ? middle : low;
     left -= half;
   }
-  const std::uint32_t found = load<std::uint32_t>(low);
+  const auto found = load<std::uint32_t>(low);
   // A segment has less than 2^31 bytes.
   const auto position = static_cast<std::int32_t>(static_cast<std::uint32_t>(low - area.records) /
                                                   static_cast<std::uint32_t>(area.record_size));

@@ -185,7 +185,8 @@ TEST_P(StoreScenario, ValuesThatDoNotConvertReachTheClient) {
     }
     EXPECT_EQ(code, row.code);
     EXPECT_EQ(image.kinds.GetRecordCount(), 1) << "the count is that of before";
-    EXPECT_EQ(value_at<Kinds>(image.kinds.GetAt(0), 0).an_int, 33);
+    const std::int32_t an_int = value_at<Kinds>(image.kinds.GetAt(0), 0).an_int;  // a reference would not be aligned
+    EXPECT_EQ(an_int, 33);
     image.run("DELETE FROM plant_Kinds WHERE ID = 4;");
     EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
     EXPECT_EQ(image.kinds.GetRecordCount(), 1);

@@ -164,13 +164,13 @@ const CDbConnection::Slot *CDbConnection::current() const {
   return current_slot_ < 0 ? nullptr : &slots_[static_cast<std::size_t>(current_slot_)];
 }
 
-bool CDbConnection::OpenRecordset(const char *query) {
+bool CDbConnection::OpenRecordset(const char *query, std::size_t most_rows) {
   Slot *slot = current();
   if (slot == nullptr) return false;
   slot->rows.reset();
   row_ = 0;
   try {
-    slot->rows.emplace(slot->connection->query(query));
+    slot->rows.emplace(slot->connection->query(query, most_rows));
   } catch (const _com_error &) {
     return false;
   }

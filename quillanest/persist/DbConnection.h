@@ -52,8 +52,9 @@ class CDbConnection {
   // a signed 16-bit number; 0 when none ran it; -1 when one failed, and the slots after it did not run it.
   int Execute(const char *statement, int targets);
 
-  // Runs a query on the current slot and keeps its rows, before the first of which nothing has to be moved.
-  bool OpenRecordset(const char *query);
+  // Runs a query on the current slot and keeps its rows, at most `most_rows` of them, before the first of which nothing
+  // has to be moved.
+  bool OpenRecordset(const char *query, std::size_t most_rows = kAllRows);
   // Rows of the kept query; 0 without one.
   [[nodiscard]] int GetRecordCount() const;
   void MoveFirst();

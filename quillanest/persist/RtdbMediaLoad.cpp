@@ -127,10 +127,13 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   if (!view) return false;
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
-  if (!OpenRecordset(select_base(store_table, fields).c_str())) return false;
+  // One row more than the table takes tells that there are too many.
+  const std::int32_t capacity = view.capacity();
+  const std::size_t most_rows = static_cast<std::size_t>(capacity) + 1;
+  if (!OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) return false;
 
   const int found = GetRecordCount();
-  const int count = std::min(found, view.capacity());
+  const int count = std::min(found, capacity);
   store_rows(view, count);
   view.set_count(count);
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);

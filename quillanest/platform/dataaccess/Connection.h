@@ -6,6 +6,9 @@
 // Threads: one object belongs to one thread.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -13,6 +16,9 @@
 #include "quillanest/platform/dataaccess/RowSet.h"
 
 namespace quillanest {
+
+// No limit on the rows of a query.
+inline constexpr std::size_t kAllRows = std::numeric_limits<std::size_t>::max();
 
 class Connection {
  public:
@@ -37,8 +43,8 @@ class Connection {
     }
   }
 
-  // Runs a query and fetches all of its rows.
-  [[nodiscard]] virtual RowSet query(const std::string &statement) = 0;
+  // Runs a query and fetches its rows, at most `most_rows` of them: a view of the store may have rows without end.
+  [[nodiscard]] virtual RowSet query(const std::string &statement, std::size_t most_rows) = 0;
 
   // Between begin() and commit() nothing is seen by others, and nothing survives the end of the program or the server.
   virtual void begin() = 0;

@@ -92,7 +92,7 @@ class SqliteConnection : public Connection {
     return sqlite3_total_changes(database_.get()) - before;
   }
 
-  RowSet query(const std::string &text) override {
+  RowSet query(const std::string &text, std::size_t most_rows) override {
     const Statement statement = prepare(with_quoted_dates(text));
     const int count = sqlite3_column_count(statement.get());
     std::vector<std::string> names;
@@ -102,11 +102,11 @@ class SqliteConnection : public Connection {
       dates.push_back(is_date_column(sqlite3_column_decltype(statement.get(), i)));
     }
     RowSet rows(std::move(names));
-    int result = sqlite3_step(statement.get());
-    for (; result == SQLITE_ROW; result = sqlite3_step(statement.get())) {
+    int result = SQLITE_ROW;
+    while (rows.row_count() < most_rows && (result = sqlite3_step(statement.get())) == SQLITE_ROW) {
       for (int i = 0; i < count; ++i) rows.add(column_value(statement.get(), i, dates[static_cast<std::size_t>(i)]));
     }
-    if (result != SQLITE_DONE) raise(result);
+    if (result != SQLITE_DONE && result != SQLITE_ROW) raise(result);
     return rows;
   }
 

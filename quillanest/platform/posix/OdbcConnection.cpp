@@ -44,10 +44,10 @@ class OdbcConnection : public Connection {
     if (pending_.size() >= kStatementsPerMessage) flush();
   }
 
-  RowSet query(const std::string &text) override {
+  RowSet query(const std::string &text, std::size_t most_rows) override {
     flush();
-    if (std::optional<RowSet> rows = read_rows_in_blocks(run_query(text))) return std::move(*rows);
-    return read_rows_one_by_one(run_query(text));
+    if (std::optional<RowSet> rows = read_rows_in_blocks(run_query(text), most_rows)) return std::move(*rows);
+    return read_rows_one_by_one(run_query(text), most_rows);
   }
 
   void begin() override { set_autocommit(SQL_AUTOCOMMIT_OFF); }
@@ -169,7 +169,7 @@ class OdbcConnection : public Connection {
       if (server_.find("SQL Server") == std::string::npos && server_.find("Adaptive Server") == std::string::npos) {
         return true;
       }
-      const RowSet open = query("SELECT @@TRANCOUNT");
+      const RowSet open = query("SELECT @@TRANCOUNT", 1);
       return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
     } catch (const std::exception &) {
       return false;

@@ -139,11 +139,12 @@ class BlockReader {
   ~BlockReader() { SQLFreeStmt(statement_.get(), SQL_UNBIND); }
 
   // Adds all rows. False, with rows read or not, when the values have to be read one by one.
-  bool read_into(RowSet &rows, const std::vector<Column> &columns) {
+  bool read_into(RowSet &rows, const std::vector<Column> &columns, std::size_t most_rows) {
     if (!bind(columns)) return false;
     SQLRETURN result = SQLFetch(statement_.get());
     for (; succeeded(result); result = SQLFetch(statement_.get())) {
       for (std::size_t row = 0; row < fetched_; ++row) {
+        if (rows.row_count() >= most_rows) return true;
         if (!add_row(rows, row)) return false;
       }
     }
@@ -274,23 +275,23 @@ RowSet rows_of(const std::vector<Column> &columns) {
 
 }  // namespace
 
-std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement) {
+std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement, std::size_t most_rows) {
   const std::vector<Column> columns = describe(statement);
   RowSet rows = rows_of(columns);
-  if (!BlockReader(statement).read_into(rows, columns)) return std::nullopt;
+  if (!BlockReader(statement).read_into(rows, columns, most_rows)) return std::nullopt;
   return rows;
 }
 
-RowSet read_rows_one_by_one(const OdbcHandle &statement) {
+RowSet read_rows_one_by_one(const OdbcHandle &statement, std::size_t most_rows) {
   const std::vector<Column> columns = describe(statement);
   RowSet rows = rows_of(columns);
   RowReader reader(statement);
-  SQLRETURN result = SQLFetch(statement.get());
-  for (; succeeded(result); result = SQLFetch(statement.get())) {
+  SQLRETURN result = SQL_SUCCESS;
+  while (rows.row_count() < most_rows && succeeded(result = SQLFetch(statement.get()))) {
     SQLUSMALLINT number = 0;
     for (const Column &column : columns) rows.add(reader.read(++number, column.type));
   }
-  if (result != SQL_NO_DATA) statement.raise();
+  if (result != SQL_NO_DATA && !succeeded(result)) statement.raise();
   return rows;
 }
 

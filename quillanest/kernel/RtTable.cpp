@@ -29,6 +29,19 @@ void copy_attr(_table_attr &to, const _table_attr &from) {
 
 }  // namespace
 
+namespace quillanest {
+
+void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
+  for (const _field_attr &field : view.all_fields()) {
+    const std::int32_t offset = read_once(field.FieldOffset);
+    if (offset < 0 || static_cast<std::size_t>(offset) >= record.size()) continue;
+    const std::string_view text = text_in({as_bytes(static_cast<const void *>(field.DefaultValue)), RTDB_DEFAULT_SIZE});
+    store_default(read_once(field.FieldType), record.subspan(static_cast<std::size_t>(offset)), text);
+  }
+}
+
+}  // namespace quillanest
+
 CRtTable::CRtTable() : attr_{} {
   attr_.DataBaseID = quillanest::kNoID;
   attr_.TableID = quillanest::kNoID;
@@ -119,6 +132,7 @@ int CRtTable::DeleteAllRecord() {
     quillanest::store_shared(attr->RecordCount, 0);
     quillanest::store_shared(attr->IDExclusive, std::uint32_t{1});
   }
+  view.note_order(true);
   return 1;
 }
 
@@ -137,14 +151,5 @@ bool CRtTable::IsModified() const {
 void CRtTable::InitRecordDefault(char *record) const {
   const TableView view = TableView::of(*this);
   if (!view || record == nullptr) return;
-  const std::span<std::byte> bytes(as_bytes(record), quillanest::room_at(record, view.record_bytes()));
-  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
-    const _field_attr *field = view.field(i);
-    if (field == nullptr) return;
-    const std::int32_t offset = field->FieldOffset;  // read once: it may change meanwhile
-    if (offset < 0 || static_cast<std::size_t>(offset) >= bytes.size()) continue;
-    const std::string_view text =
-        quillanest::text_in({as_bytes(static_cast<const void *>(field->DefaultValue)), RTDB_DEFAULT_SIZE});
-    quillanest::store_default(field->FieldType, bytes.subspan(static_cast<std::size_t>(offset)), text);
-  }
+  set_defaults(view, {as_bytes(record), quillanest::room_at(record, view.record_bytes())});
 }

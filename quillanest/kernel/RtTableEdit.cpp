@@ -37,15 +37,6 @@ void stamp_status(const TableView &view, std::byte *record, const _field_attr &s
   }
 }
 
-// The fields of a table, as many as the segment holds.
-std::span<const _field_attr> all_fields(const TableView &view) noexcept {
-  const _field_attr *const first = view.fields();
-  if (first == nullptr) return {};
-  const std::int64_t room = view.segment.data() + view.segment.size() - as_bytes(static_cast<const void *>(first));
-  const auto most = room / std::int64_t{sizeof(_field_attr)};
-  return {first, static_cast<std::size_t>(std::clamp<std::int64_t>(view.attr->TableFieldNum, 0, most))};
-}
-
 // The name of a version field, which has 8 letters or more and is shorter than names may be. Every edit looks at the
 // fields of its table, so a field's name is read as one number, the same for capital and small letters, and letter by
 // letter only when that is the wanted one.
@@ -72,7 +63,7 @@ class VersionName {
 void stamp(const TableView &view, std::byte *record, int project, int action) {
   if (project == 0) {
     const VersionName modified(kModifiedField);
-    const std::span<const _field_attr> fields = all_fields(view);
+    const std::span<const _field_attr> fields = view.all_fields();
     const auto field =
         std::find_if(fields.begin(), fields.end(), [&](const _field_attr &f) { return modified.is_of(f); });
     if (field != fields.end()) set_version_value(view, record, *field, 1);
@@ -100,6 +91,7 @@ bool remove_record(const TableView &view, std::int32_t position) {
   std::memmove(record, view.record(position + 1), static_cast<std::size_t>(last - position) * view.record_bytes());
   std::memset(view.record(last), 0, view.record_bytes());
   view.set_count(last);
+  if (last <= 1) view.note_order(true);
   if (key == load_shared(view.attr->IDExclusive) - 1) {
     store_shared(view.attr->IDExclusive, last > 0 ? view.key_at(last - 1) + 1 : std::uint32_t{1});
   }
@@ -113,7 +105,7 @@ VersionFields find_version_fields(const TableView &view) noexcept {
   const VersionName project(kProjectField);
   const VersionName edit_status(kEditStatusField);
   VersionFields fields;
-  for (const _field_attr &field : all_fields(view)) {
+  for (const _field_attr &field : view.all_fields()) {
     if (fields.modified == nullptr && modified.is_of(field)) fields.modified = &field;
     if (fields.project == nullptr && project.is_of(field)) fields.project = &field;
     if (fields.edit_status == nullptr && edit_status.is_of(field)) fields.edit_status = &field;
@@ -123,8 +115,16 @@ VersionFields find_version_fields(const TableView &view) noexcept {
 
 }  // namespace quillanest
 
-int CRtTable::Insert(char *record, int projectID) {
-  const TableView view = TableView::of(*this);
+namespace {
+
+// The next key, which the table counts up; 0 when all keys are used up.
+std::uint32_t issue_key(const TableView &view) {
+  const std::uint32_t key = quillanest::load_shared(view.attr->IDExclusive);
+  if (key != 0) quillanest::store_shared(view.attr->IDExclusive, key + 1);
+  return key;
+}
+
+int insert(const TableView &view, char *record, int project) {
   if (!view.is_record(record)) return -1;
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();
@@ -137,9 +137,10 @@ int CRtTable::Insert(char *record, int projectID) {
   std::int32_t position = count;
   const bool issued = key == 0;
   if (issued) {
-    if (quillanest::load_shared(view.attr->IDExclusive) == 0) return -1;  // all keys are used up
-    key = GetIDExclusive();
+    key = issue_key(view);
+    if (key == 0) return -1;
     view.set_key(buffer, key);
+    if (count > 0 && key <= view.key_at(count - 1)) view.note_order(false);  // the counter was set below the last key
   } else {
     const KeyPlace place = find_key(view, key);
     if (place.found) return -2;
@@ -156,9 +157,13 @@ int CRtTable::Insert(char *record, int projectID) {
   }
   std::memmove(slot, buffer, view.record_bytes());
   view.set_count(count + 1);
-  (void)quillanest::stamp_at(view, position, projectID, quillanest::kInsertAction);
+  (void)quillanest::stamp_at(view, position, project, quillanest::kInsertAction);
   return position;
 }
+
+}  // namespace
+
+int CRtTable::Insert(char *record, int projectID) { return insert(TableView::of(*this), record, projectID); }
 
 int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
   const TableView view = TableView::of(*this);
@@ -168,8 +173,8 @@ int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
     std::vector<std::byte> record(std::max<std::size_t>(view.record_bytes(), 1));
     view.set_key(record.data(), key);
     // By design [DefaultReplacesKey]: defaults come after the key, so a default text on the key field replaces it.
-    if (fillDefaults != 0) InitRecordDefault(quillanest::as_chars(record.data()));
-    return Insert(quillanest::as_chars(record.data()), projectID);
+    if (fillDefaults != 0) set_defaults(view, {record.data(), view.record_bytes()});
+    return insert(view, quillanest::as_chars(record.data()), projectID);
   } catch (const std::bad_alloc &) {
     return -1;
   }

@@ -96,7 +96,7 @@ _field_attr *CRtTable::GetFieldFromID(unsigned int id) const { return GetFieldFr
 
 _field_attr *CRtTable::GetFieldFromIndex(int index) const {
   const TableView view = TableView::of(*this);
-  return view && index >= 0 && index < view.attr->TableFieldNum ? view.field(index) : nullptr;
+  return view && index >= 0 && index < view.field_num ? view.field(index) : nullptr;
 }
 
 int CRtTable::FindFieldFromName(const char *name, bool bCName) const {

@@ -130,10 +130,11 @@ std::int32_t TableView::cut_to_room(std::int32_t stated) const noexcept {
   return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
 }
 
-KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
+KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count, bool ascending) noexcept {
   if (count <= 0) return {false, 0};
   const Range whole{0, std::int64_t{count} - 1};
   if (!area.has_whole_keys()) return halve_short(area, key, whole);
+  if (!ascending) return halve(area, key, whole);
   if (area.key_at(count - 1) < key) return {false, count};  // a record that is appended
   const KeyPlace place =
       count <= kFewRecords ? halve_few(area, key, count) : halve(area, key, estimate(area, key, count));
@@ -147,7 +148,7 @@ namespace {
 char *search_record(const CRtTable &table, std::uint32_t key) noexcept {
   const TableView view = TableView::of(table);
   if (!view) return nullptr;
-  const KeyPlace place = search_key(view.keys(), key, view.count());
+  const KeyPlace place = search_key(view.keys(), key, view.count(), view.has_order());
   return place.found ? as_chars(view.record(place.position)) : nullptr;
 }
 

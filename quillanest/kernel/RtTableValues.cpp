@@ -17,7 +17,7 @@ namespace {
 
 // How many of a field's bytes lie in `value`.
 std::size_t field_bytes(std::span<std::byte> value, const _field_attr &field) {
-  return std::min(value.size(), static_cast<std::size_t>(std::max(field.FieldSize, 0)));
+  return std::min(value.size(), static_cast<std::size_t>(std::max(quillanest::read_once(field.FieldSize), 0)));
 }
 
 // By design [TextCopyUnbounded]: a text is copied up to its terminator whatever the field's size says, and runs on into
@@ -43,8 +43,9 @@ void write_value(const TableView &view, std::byte *record, const _field_attr &fi
 
 // Stores a text in a field and cuts the caller's text to what was stored. False for a field without room for one.
 bool store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
-  if (field.FieldSize < 1) return false;
-  const auto size = static_cast<std::size_t>(field.FieldSize);
+  const std::int32_t field_size = quillanest::read_once(field.FieldSize);
+  if (field_size < 1) return false;
+  const auto size = static_cast<std::size_t>(field_size);
   std::string_view stored = quillanest::text_at(text);
   if (stored.size() >= size) {
     // By design [CallerTextCut]: a text that is too long is cut in the caller's buffer.
@@ -56,7 +57,8 @@ bool store_text(std::span<std::byte> value, const _field_attr &field, char *text
 }
 
 bool store_field_text(std::span<std::byte> value, const _field_attr &field, char *text) {
-  switch (field.FieldType) {
+  const std::int32_t type = quillanest::read_once(field.FieldType);
+  switch (type) {
     case quillanest::kChar:
     case quillanest::kUchar:
       quillanest::store_part(value, *text);
@@ -71,7 +73,7 @@ bool store_field_text(std::span<std::byte> value, const _field_attr &field, char
       return true;
     }
     default:
-      return quillanest::store_value_of_text(field.FieldType, value, quillanest::text_at(text));
+      return quillanest::store_value_of_text(type, value, quillanest::text_at(text));
   }
 }
 
@@ -79,7 +81,7 @@ bool store_field_text(std::span<std::byte> value, const _field_attr &field, char
 
 int CRtTable::GetFieldData(unsigned int key, int fieldIndex, char *buffer) const {
   const TableView view = TableView::of(*this);
-  if (buffer == nullptr || !view || key == 0 || fieldIndex >= view.attr->TableFieldNum) return 0;
+  if (buffer == nullptr || !view || key == 0 || fieldIndex >= view.field_num) return 0;
   const _field_attr *field = view.field_unchecked(fieldIndex);
   const quillanest::KeyPlace place = find_key(view, key);
   if (field == nullptr || !place.found) return 0;
@@ -90,11 +92,12 @@ int CRtTable::GetFieldData(unsigned int key, int fieldIndex, char *buffer) const
 int CRtTable::SetFieldData(unsigned int key, int fieldIndex, const char *value) {
   const TableView view = TableView::of(*this);
   // By design [SetFieldDataIndex]: the index may be as high as TableFieldNum, unlike in GetFieldData.
-  if (value == nullptr || !view || fieldIndex > view.attr->TableFieldNum) return 0;
-  const _field_attr *field = view.field_unchecked(fieldIndex);
+  if (value == nullptr || !view || fieldIndex > view.field_num) return 0;
   const quillanest::KeyPlace place = find_key(view, key);
-  if (field == nullptr || !place.found) return 0;
-  write_value(view, view.record(place.position), *field, value);
+  if (!place.found) return 0;
+  // Where no descriptor lies there is no place to write to.
+  const _field_attr *field = view.field_unchecked(fieldIndex);
+  if (field != nullptr) write_value(view, view.record(place.position), *field, value);
   return 1;
 }
 

@@ -65,13 +65,9 @@ int CRtdbManager::ReadConfigInfo() {
   const std::string folder = root + path;
   const int key =
       quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey);
-  // What can fail for lack of a resource is done by now: a manager has the whole configuration or nothing of it.
-  // A path that does not fit its member is refused with the whole configuration: a cut one would name another place.
-  if (root.empty() || !copy_path(attr_.SysIniFile, file)) return 0;
-  if (!copy_path(attr_.DataPath, folder)) {
-    (void)copy_path(attr_.SysIniFile, {});
-    return 0;
-  }
+  // What can fail for lack of a resource is done by now. A path that does not fit its member is refused, because a cut
+  // one would name another place; a manager without a data path does not start.
+  if (root.empty() || !copy_path(attr_.SysIniFile, file) || !copy_path(attr_.DataPath, folder)) return 0;
   segment_.SetKey(key);
   return 1;
 }

@@ -167,6 +167,7 @@ class QUILLANEST_API CRtdbManager {
   bool reopen_image();
   void record_host_name();
   void release_catalogue();
+  bool bind_system_database();
   bool start(bool reopen, const char *schema_file);
   template <class Matches>
   int find_database(CRtDataBase &database, Matches matches);

@@ -9,10 +9,12 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/SchemaReader.h"
 #include "quillanest/kernel/Views.h"
+#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 using quillanest::SegmentAccess;
@@ -53,10 +55,12 @@ void CRtdbManager::DestroyMemory() { segment_.Detach(); }
 
 int CRtdbManager::CreateMem(int bReopen) {
   const std::int32_t slots = attr_.DataBaseMaxNum;
+  if (slots < 0 || slots > RTDB_DATABASE_MAX) return 0;  // SetRights reaches every word of the attributes
   const bool creates = bReopen == 0;
   if (segment_.Create(quillanest::manager_segment_size(slots), false, creates) == nullptr) return 0;
   const std::span<std::byte> bytes = segment_bytes();
-  if (bytes.empty()) return 0;
+  // An existing segment may be of any size.
+  if (bytes.size() < static_cast<std::size_t>(quillanest::manager_segment_size(slots))) return 0;
   if (creates) write_attributes(in_force(), attr_);
   _rtdb_head head{};
   head.DbInfoOffset = quillanest::kDirectoryOffset;
@@ -95,17 +99,32 @@ void CRtdbManager::record_host_name() {
   }
 }
 
+// Maps the database with ID 1, which has the name of the system database in the directory or, where another one of its
+// ID was laid out over it, in its segment.
+bool CRtdbManager::bind_system_database() {
+  const auto has_name = [&] {
+    return quillanest::equal_ignoring_case(quillanest::text_at(system_.GetDBName()), kSystemName);
+  };
+  if (GetDataBaseFromID(system_, quillanest::kSystemDatabaseID) == 0) return false;
+  const bool is_listed = has_name();
+  if (system_.AttachShareMemory() == 0) return false;
+  if (is_listed || has_name()) return true;
+  (void)system_.DetachShareMemory();
+  return false;
+}
+
 bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
   return quillanest::neutral_on_failure(false, [&] { return start(bReopen, pszSchemaFile); });
 }
 
 bool CRtdbManager::start(bool reopen, const char *schema_file) {
-  if (*attr_.SysIniFile == '\0') (void)ReadConfigInfo();  // could not be read by the constructor
+  // Without the whole configuration there is no key to start under.
+  if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
   if (AttachShareMemory() != 0) return true;
   if (CreateMem(reopen ? 1 : 0) == 0) return false;
   if (!(reopen ? reopen_image() : build_image(schema_file))) return false;
   record_host_name();
-  if (GetDataBaseFromID(system_, quillanest::kSystemDatabaseID) == 0 || system_.AttachShareMemory() == 0) return false;
+  if (!bind_system_database()) return false;
   if (!reopen) return LoadSystemDB() != 0;
   SetRtdbStatus(RTDB_STATUS_LOADED);
   return true;

@@ -140,9 +140,10 @@ class SchemaReader {
 
   [[nodiscard]] bool take_table(std::string_view text) {
     RecordLine line(text);
-    table_.SetDataBaseID(line.number("#DBID="));
+    const std::uint32_t database = line.number("#DBID=");
     table_.SetTableName(line.text(" NAME=").c_str());
     table_.SetTableCName(line.text(" CNAME=").c_str());
+    table_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
     table_.SetTableID(line.number(" ID="));
     table_.SetIndexInDB(line.integer(" INDEX="));
     table_.SetRecordMaxCount(line.integer(" MAX="));
@@ -153,10 +154,12 @@ class SchemaReader {
 
   [[nodiscard]] bool take_field(std::string_view text) {
     RecordLine line(text);
-    field_.SetDataBaseID(line.number("#DBID="));
-    field_.SetTableID(line.number(" TABLEID="));
+    const std::uint32_t database = line.number("#DBID=");
+    const std::uint32_t table = line.number(" TABLEID=");
     field_.SetFieldName(line.text(" NAME=").c_str());
     field_.SetFieldCName(line.text(" CNAME=").c_str());
+    field_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
+    field_.SetTableID(table);
     field_.SetFieldID(line.number(" ID="));
     field_.SetIndexInTable(line.integer(" INDEX="));
     const std::string keyword = line.text(" TYPE=");
@@ -184,7 +187,7 @@ bool read_schema(const char *path, CRtdbManager &manager) {
   if (path == nullptr || *path == '\0') return false;
   std::optional<FileText> file = read_file(std::string(text_at(path)));
   if (!file) return false;
-  LineReader lines(file->chars(), kLineMax);
+  LineReader lines(without_byte_order_mark(file->chars()), kLineMax);
   SchemaReader schema(manager);
   std::string_view line;
   // By design [LastLineTwice]: the end of the file shows only in a fetch that leaves the line as it was, so the last

@@ -1,11 +1,13 @@
 // What one call needs of a mapped database or an attached table, checked against the segment once.
 //
-// Descriptors are bytes in memory that clients may change, so nothing read from them is trusted: every address that
-// leaves these two structs lies inside the segment, with the bytes that are said to lie there.
+// Descriptors are bytes in memory that clients may change at any moment, so nothing read from them is trusted and no
+// number is read twice: every address that leaves these two structs lies inside the segment, with the bytes that are
+// said to lie there.
 // Lifetime: a view is made per call and used before the database object changes.
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -48,6 +50,11 @@ struct DatabaseView {
     return SegmentAccess::bytes(database.segment_);
   }
 
+  // The notes of the process about the segment, which the object must have mapped.
+  static std::atomic<std::uint64_t> *notes(const CRtDataBase &database) noexcept {
+    return SegmentAccess::notes(database.segment_);
+  }
+
   static bool is_mapped(const CRtDataBase &database) noexcept { return segment(database).size() >= sizeof(_db_attr); }
 
   // The table descriptor in a slot, by the object's own table offset.
@@ -85,6 +92,10 @@ struct TableView {
   _table_attr *attr = nullptr;  // in the segment
   std::byte *records = nullptr;
   std::int64_t record_size = 0;
+  std::int64_t field_offset = 0;                // of the table's first field descriptor
+  std::int32_t field_num = 0;                   // the stated number of fields
+  std::atomic<std::uint64_t> *notes = nullptr;  // of the process about the segment: a bit per slot, see has_order()
+  std::int32_t slot = 0;
 
   // False for a table that is not attached; nothing else may be asked of it.
   explicit operator bool() const noexcept { return records != nullptr; }
@@ -94,8 +105,12 @@ struct TableView {
     view.attr = descriptor(table);
     if (view.attr == nullptr) return view;
     view.segment = DatabaseView::segment(*table.database_);
-    const std::int64_t offset = view.attr->DataOffset;
-    view.record_size = view.attr->TableSize;
+    view.notes = DatabaseView::notes(*table.database_);
+    view.slot = table.attr_.IndexInDB;
+    const std::int64_t offset = read_once(view.attr->DataOffset);
+    view.record_size = read_once(view.attr->TableSize);
+    view.field_offset = read_once(view.attr->FieldOffset);
+    view.field_num = read_once(view.attr->TableFieldNum);
     if (offset < 0 || offset > static_cast<std::int64_t>(view.segment.size()) || view.record_size < 0) return view;
     view.records = view.segment.data() + offset;
     return view;
@@ -127,6 +142,16 @@ struct TableView {
 
   [[nodiscard]] std::size_t record_bytes() const noexcept { return static_cast<std::size_t>(record_size); }
 
+  // Whether the keys ascend, as far as the library knows: an area that a load or a counter set too low left out of
+  // order is noted. Slots from kLastNote on share a bit, which is never taken back.
+  static constexpr std::int32_t kLastNote = 63;
+  [[nodiscard]] std::uint64_t order_note() const noexcept { return std::uint64_t{1} << std::min(slot, kLastNote); }
+  [[nodiscard]] bool has_order() const noexcept { return (notes->load(std::memory_order_relaxed) & order_note()) == 0; }
+  void note_order(bool ascends) const noexcept {
+    if (!ascends) notes->fetch_or(order_note(), std::memory_order_relaxed);
+    if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
+  }
+
   // The record in use at a position, or null.
   [[nodiscard]] std::byte *at(std::int32_t position) const noexcept {
     return position >= 0 && position < count() ? record(position) : nullptr;
@@ -147,27 +172,29 @@ struct TableView {
   // of the database's other tables. Null where no descriptor lies, whose place and size would mean anything.
   [[nodiscard]] _field_attr *field_unchecked(int index) const noexcept {
     const auto &database = *attr_at<_db_attr>(segment, 0);
-    const std::int64_t offset = attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)};
-    const bool is_field = offset >= database.FieldOffset &&
-                          offset <= database.DataOffset - std::int64_t{sizeof(_field_attr)} &&
-                          (offset - database.FieldOffset) % std::int64_t{sizeof(_field_attr)} == 0;
+    const std::int64_t first = read_once(database.FieldOffset);
+    const std::int64_t offset = field_offset + index * std::int64_t{sizeof(_field_attr)};
+    const bool is_field = offset >= first && (offset - first) % std::int64_t{sizeof(_field_attr)} == 0 &&
+                          offset <= read_once(database.DataOffset) - std::int64_t{sizeof(_field_attr)};
     return is_field ? field(index) : nullptr;
   }
 
   // The descriptor at a position behind the table's first one; null outside the segment.
   [[nodiscard]] _field_attr *field(std::int64_t index) const noexcept {
-    return attr_at<_field_attr>(segment, attr->FieldOffset + index * std::int64_t{sizeof(_field_attr)});
-  }
-
-  // Field descriptors that are there: the table's number of fields, cut to what the segment holds.
-  [[nodiscard]] int field_count() const noexcept {
-    int count = 0;
-    while (count < attr->TableFieldNum && field(count) != nullptr) ++count;
-    return count;
+    return attr_at<_field_attr>(segment, field_offset + index * std::int64_t{sizeof(_field_attr)});
   }
 
   // The address of the first field descriptor, also when the table has none; null outside the segment.
-  [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, attr->FieldOffset); }
+  [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, field_offset); }
+
+  // The field descriptors that are there: the table's number of fields, cut to what the segment holds.
+  [[nodiscard]] std::span<const _field_attr> all_fields() const noexcept {
+    const _field_attr *const first = fields();
+    if (first == nullptr) return {};
+    const std::int64_t most = (static_cast<std::int64_t>(segment.size()) - field_offset) / std::int64_t{sizeof(*first)};
+    return {first, static_cast<std::size_t>(std::clamp<std::int64_t>(field_num, 0, most))};
+  }
+  [[nodiscard]] int field_count() const noexcept { return static_cast<int>(all_fields().size()); }
 
   // A stated number of records, 0 or more and cut to what the segment holds.
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
@@ -178,7 +205,7 @@ struct TableView {
 
   // The bytes of a field of a record, from its first one to the end of the segment; empty outside.
   [[nodiscard]] std::span<std::byte> value(std::byte *record_start, const _field_attr &field) const noexcept {
-    const std::int64_t start = record_start - segment.data() + std::int64_t{field.FieldOffset};
+    const std::int64_t start = record_start - segment.data() + std::int64_t{read_once(field.FieldOffset)};
     if (start < 0 || start >= static_cast<std::int64_t>(segment.size())) return {};
     return segment.subspan(static_cast<std::size_t>(start));
   }
@@ -200,23 +227,24 @@ struct KeyPlace {
   const KeyArea area = view.keys();
   if (count <= 0 || !view.holds(count) || !area.has_whole_keys()) return -1;
   const std::uint32_t guess = key - area.key_at(0);
-  if (guess >= static_cast<std::uint32_t>(count) || area.key_at(guess) != key) return -1;
+  if (guess >= static_cast<std::uint32_t>(count) || area.key_at(guess) != key || !view.has_order()) return -1;
   return area.is_only_one(key, guess, count) ? static_cast<std::int32_t>(guess) : -1;
 }
 
-// The place of a key that has no dense_position() among the first `count` records.
-[[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count) noexcept;
+// The place of a key that has no dense_position() among the first `count` records. `ascending`: whether their keys are.
+[[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count, bool ascending) noexcept;
 
 // The place of a key.
 //
-// On an ascending area the answer is that of plain halving, always. Halving costs a cache miss for nearly every one of
-// its steps, so other places are looked at first: the one where the key stands when keys follow one another without a
-// gap, then those where it would stand if keys were spread evenly. What they find counts only when its neighbours have
-// other keys, because halving could meet another one of several equal keys first; a key that is in no place has but one
-// place to be inserted. An area that a faulty file left unsorted is searched within its bounds, to some end.
+// The answer is that of plain halving, always; an area that is noted as out of order is halved. On the others halving
+// costs a cache miss for nearly every one of its steps, so other places are looked at first: the one where the key
+// stands when keys follow one another without a gap, then those where it would stand if keys were spread evenly. What
+// they find counts only when its neighbours have other keys, because halving could meet another one of several equal
+// keys first; a key that is in no place has but one place to be inserted. An area that a client put out of order is
+// searched within its bounds and comes to an end.
 [[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
   const std::int32_t position = dense_position(view, key);
-  return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count());
+  return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count(), view.has_order());
 }
 
 // The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
@@ -233,6 +261,9 @@ struct VersionFields {
   const _field_attr *edit_status = nullptr;  // "iEditStatus"
 };
 [[nodiscard]] VersionFields find_version_fields(const TableView &view) noexcept;
+
+// Fills the fields that have a default value in a record of the table, which ends with `record`.
+void set_defaults(const TableView &view, std::span<std::byte> record) noexcept;
 
 // The names of the version fields.
 inline constexpr std::string_view kModifiedField = "bModified";

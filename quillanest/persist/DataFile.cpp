@@ -24,7 +24,7 @@ CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : manager_(manager) {
 
 CRtdbDataFile::~CRtdbDataFile() = default;
 
-// The file of a table; nothing when the database has no folder.
+// The file of a table; nothing when the database has no folder, or a name is not one of a file.
 std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTable &table) const {
   const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
   const std::optional<std::string> folder =
@@ -33,11 +33,11 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
   const std::size_t db_name = use_caption_names_ ? offsetof(_db_attr, DBCName) : offsetof(_db_attr, DBName);
   const std::size_t table_name =
       use_caption_names_ ? offsetof(_table_attr, TableCName) : offsetof(_table_attr, TableName);
-  std::string path = *folder;
-  path += database_text(database, db_name);
-  path += '_';
-  path += block_text(*table.GetTableInfo(), table_name);
-  return path + extension_;
+  std::string name = database_text(database, db_name);
+  name += '_';
+  name += block_text(*table.GetTableInfo(), table_name);
+  if (name.find('/') != std::string::npos) return std::nullopt;  // no name of a file, but a way out of the folder
+  return *folder + name + extension_;
 }
 
 bool CRtdbDataFile::SaveDataBase(CRtDataBase *database, int projectID) {

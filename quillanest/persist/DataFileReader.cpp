@@ -52,7 +52,7 @@ enum class FirstColumn { kIsKey, kByName };
 std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableView &view, Columns header,
                                              bool use_caption_names, FirstColumn first) {
   std::vector<const _field_attr *> fields;
-  const int most = view.attr->TableFieldNum;
+  const int most = view.field_num;
   while (static_cast<int>(fields.size()) < most) {
     const std::string name(header.next());
     const bool is_key = fields.empty() && first == FirstColumn::kIsKey && !header.is_last();
@@ -90,7 +90,20 @@ void store_column(const _field_attr &field, std::span<std::byte> value, std::str
   }
 }
 
-// A comment, or a line that begins with a zero byte.
+// Whether the bytes of a file are lines of text. In another encoding, or with line ends of another kind, they would
+// load as an empty table, and the next save would replace them. Lines before the header may begin with a zero byte; no
+// other byte may be one. Remarks alone need no line end.
+bool is_text_of_lines(std::string_view text, bool has_zeros) {
+  const auto is_skipped = [&](std::size_t at) { return at < text.size() && (text[at] == '#' || text[at] == '\0'); };
+  const auto line_after = [&](std::size_t at) { return std::min(text.find('\n', at), text.size() - 1) + 1; };
+  const bool has_line_ends = text.find('\n') != std::string_view::npos;
+  std::size_t header = 0;
+  while (is_skipped(header)) header = line_after(header);
+  if (header == text.size()) return !has_zeros && (has_line_ends || text.find('\r') == std::string_view::npos);
+  return has_line_ends && (!has_zeros || text.find('\0', header) == std::string_view::npos);
+}
+
+// A remark, or a line that begins with a zero byte.
 bool is_skipped_before_header(std::string_view line) { return line.empty() || line.front() == '#'; }
 
 bool is_record_line(std::string_view line) { return !line.empty() && line.front() >= '1' && line.front() <= '9'; }
@@ -103,6 +116,36 @@ void fill_record(const TableView &view, std::byte *record, Columns line, const s
     if (field != nullptr) store_column(*field, view.value(record, *field), text, cipher);
     if (line.is_last()) return;
   }
+}
+
+// Fills the record slots from the lines that are left, up to the table's capacity, and notes whether the keys ascend.
+// Returns how many were filled.
+std::int32_t fill_records(const TableView &view, LineReader &lines, char separator,
+                          const std::vector<const _field_attr *> &fields, const PasswordCipher &cipher) {
+  const std::int32_t capacity = view.capacity();
+  std::int32_t count = 0;
+  bool ascends = true;
+  std::uint32_t last_key = 0;
+  std::string_view line;
+  while (!lines.at_end() && count < capacity && lines.next(line)) {
+    if (!is_record_line(line)) continue;
+    fill_record(view, view.record(count), {line, separator}, fields, cipher);
+    const std::uint32_t key = view.key_at(count);
+    ascends = ascends && key >= last_key;
+    last_key = key;
+    ++count;
+  }
+  view.note_order(ascends);
+  return count;
+}
+
+// Whether the keys of all records ascend.
+bool keys_ascend(const TableView &view) {
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 1; i < count; ++i) {
+    if (view.key_at(i) < view.key_at(i - 1)) return false;
+  }
+  return true;
 }
 
 // Merges one line into the record that its first column selects.
@@ -140,7 +183,9 @@ bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char
   const TableView view = TableView::of(*table);
   if (!view) return false;
 
-  LineReader lines(file->chars(), kLineMax);
+  const std::span<char> text = without_byte_order_mark(file->chars());
+  LineReader lines(text, kLineMax);
+  if (!is_text_of_lines({text.data(), text.size()}, lines.has_zeros())) return false;
   std::string_view line;
   do {
     if (!lines.next(line)) return false;
@@ -152,13 +197,7 @@ bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char
   }
 
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
-  const std::int32_t capacity = view.capacity();
-  std::int32_t count = 0;
-  while (!lines.at_end() && count < capacity && lines.next(line)) {
-    if (!is_record_line(line)) continue;
-    fill_record(view, view.record(count), {line, separator_}, fields, cipher);
-    ++count;
-  }
+  const std::int32_t count = fill_records(view, lines, separator_, fields, cipher);
   view.set_count(count);
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   return true;
@@ -171,7 +210,9 @@ bool LoadSomeDataFile(CRtDataBase *, CRtTable *table, const char *path, bool use
   const TableView view = TableView::of(*table);
   if (!view) return false;
 
-  LineReader lines(file->chars(), kLineMax);
+  const std::span<char> text = without_byte_order_mark(file->chars());
+  LineReader lines(text, kLineMax);
+  if (!is_text_of_lines({text.data(), text.size()}, lines.has_zeros())) return false;
   std::string_view line;
   do {
     if (!lines.next(line)) return false;
@@ -184,6 +225,7 @@ bool LoadSomeDataFile(CRtDataBase *, CRtTable *table, const char *path, bool use
   while (!lines.at_end() && lines.next(line)) {
     merge_line(*table, view, {line, separator}, fields, modified, cipher);
   }
+  view.note_order(keys_ascend(view));  // a column may have changed keys
   return true;
 }
 

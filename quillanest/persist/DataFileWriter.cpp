@@ -72,11 +72,7 @@ class TableWriter {
  public:
   TableWriter(const TableView &view, FileReplacement &file, const PasswordCipher &cipher, char separator)
       : view_(view), output_(file), cipher_(cipher), separator_(separator) {
-    for (int i = 0; i < view.attr->TableFieldNum; ++i) {
-      const _field_attr *field = view.field(i);
-      if (field == nullptr) break;
-      fields_.push_back(field);
-    }
+    for (const _field_attr &field : view.all_fields()) fields_.push_back(&field);
   }
 
   void write_header(std::size_t name_offset) {

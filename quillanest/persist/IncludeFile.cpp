@@ -1,5 +1,6 @@
 #include "quillanest/persist/IncludeFile.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -33,17 +34,21 @@ constexpr std::size_t kTableMacroWidth = 50;
 constexpr std::size_t kFieldMacroWidth = 60;
 constexpr std::size_t kMemberWidth = 50;
 
-std::string name_of(const _table_attr &table) {
-  return std::string(block_text(table, offsetof(_table_attr, TableName)));
+// A text as it goes into a line: one that was set at run time may hold line ends, which would begin lines of its own.
+std::string one_line(std::string_view text) {
+  std::string line(text);
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  return line;
 }
+
+std::string name_of(const _table_attr &table) { return one_line(block_text(table, offsetof(_table_attr, TableName))); }
 std::string caption_of(const _table_attr &table) {
-  return std::string(block_text(table, offsetof(_table_attr, TableCName)));
+  return one_line(block_text(table, offsetof(_table_attr, TableCName)));
 }
 // A CRtField is its descriptor and nothing else.
-std::string name_of(const CRtField &field) { return std::string(block_text(field, offsetof(_field_attr, FieldName))); }
-std::string caption_of(const CRtField &field) {
-  return std::string(block_text(field, offsetof(_field_attr, FieldCName)));
-}
+std::string name_of(const CRtField &field) { return one_line(block_text(field, offsetof(_field_attr, FieldName))); }
+std::string caption_of(const CRtField &field) { return one_line(block_text(field, offsetof(_field_attr, FieldCName))); }
 
 // IDs appear as signed numbers.
 std::string number(unsigned int id) { return std::to_string(static_cast<int>(id)); }
@@ -88,7 +93,7 @@ void for_each_field(const CRtTable &table, Visit visit) {
 
 std::string name_of(CRtDataBase &database) {
   // The name stands first in the descriptor in force, and may run on in it.
-  return std::string(text_in({as_bytes(database.GetDBName()), sizeof(_db_attr)}));
+  return one_line(text_in({as_bytes(database.GetDBName()), sizeof(_db_attr)}));
 }
 
 std::string with_carriage_returns(std::string_view text) {
@@ -101,10 +106,13 @@ std::string with_carriage_returns(std::string_view text) {
   return lines;
 }
 
-// The path of a database's header; the separator is added whatever the folder ends with.
-std::string header_path(CRtDataBase &database, const char *folder) {
-  return joined({text_at(folder), "/", name_of(database), ".h"});
+// The path of a database's header, with a separator after the folder in any case.
+std::string header_path(CRtDataBase &database, std::string_view folder) {
+  return joined({folder, "/", name_of(database), ".h"});
 }
+
+// A name with a separator in it would lead out of the folder.
+bool is_file_name(std::string_view name) { return name.find('/') == std::string_view::npos; }
 
 }  // namespace
 
@@ -146,10 +154,10 @@ std::string include_file_text(CRtDataBase &database) {
 }  // namespace quillanest
 
 int CRtDataBase::BuildIncludeFile(const char *directory) {
-  if (directory == nullptr) return 0;
+  if (directory == nullptr || quillanest::text_at(directory).empty()) return 0;
   return quillanest::neutral_on_failure(0, [&] {
-    const std::string path = quillanest::header_path(*this, directory);
-    quillanest::FileReplacement file(path);
+    const std::string path = quillanest::header_path(*this, quillanest::text_at(directory));
+    quillanest::FileReplacement file(quillanest::is_file_name(quillanest::name_of(*this)) ? path : std::string());
     if (!file.is_open()) {
       quillanest::show_message(("Fail to create file " + path).c_str());
       return 0;

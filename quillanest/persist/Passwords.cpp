@@ -14,10 +14,8 @@ bool is_cut(const TableView &view, std::byte *record, const _field_attr &field, 
 }  // namespace
 
 bool passwords_are_whole(const TableView &view, const PasswordCipher &cipher) {
-  const int fields = view.field_count();
   const std::int32_t count = view.count();
-  for (int i = 0; i < fields; ++i) {
-    const _field_attr &field = *view.field(i);
+  for (const _field_attr &field : view.all_fields()) {
     if (field.FieldType != kPasswd) continue;
     for (std::int32_t position = 0; position < count; ++position) {
       if (is_cut(view, view.record(position), field, cipher)) return false;

@@ -32,6 +32,13 @@ inline std::string store_table_name(CRtDataBase &database, CRtTable &table) {
   return name += block_text(*table.GetTableInfo(), offsetof(_table_attr, TableName));
 }
 
+// Whether a table's slot was filled by a line of the schema. An empty slot holds no records and has no place in a
+// store.
+inline bool is_filled(CRtTable &table) {
+  const _table_attr &attr = *table.GetTableInfo();
+  return attr.IndexInDB >= 0 || attr.TableID != kNoID;
+}
+
 // Calls work(table) for every table in slot order and combines the results by "and", without stopping at a failure. A
 // table for which the system lacks memory or another resource has failed.
 template <class Work>
@@ -40,6 +47,7 @@ bool for_each_table(CRtDataBase &database, Work work) {
   CRtTable table;
   int position = database.GetFirstTablePostion();
   while (database.GetNextTable(table, position)) {
+    if (!is_filled(table)) continue;
     result = neutral_on_failure(false, [&] { return work(table); }) && result;
   }
   return result;

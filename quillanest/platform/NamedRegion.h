@@ -5,7 +5,9 @@
 // Threads: the functions may run on any thread; one object belongs to one thread at a time.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -38,6 +40,10 @@ class NamedRegion {
   // The bytes of the whole region, valid until this object is destroyed or moved from; empty without a view.
   [[nodiscard]] std::span<std::byte> bytes() const noexcept { return bytes_; }
 
+  // 64 bits for what this process wants to remember about the region, 0 in a new one, shared by its views; null without
+  // a view. They are no part of the bytes.
+  [[nodiscard]] std::atomic<std::uint64_t> *notes() const noexcept { return notes_; }
+
   // True when the call that opened this view made the region anew, so that its bytes are known to be zero.
   [[nodiscard]] bool is_fresh() const noexcept { return fresh_; }
 
@@ -55,6 +61,7 @@ class NamedRegion {
 
   Entry *entry_ = nullptr;
   std::span<std::byte> bytes_;
+  std::atomic<std::uint64_t> *notes_ = nullptr;
   bool fresh_ = false;
 };
 

@@ -59,7 +59,7 @@ std::string profile_text(const std::string &file, std::string_view section, std:
                          std::string_view fallback) {
   const std::optional<FileText> content = read_file(file);
   if (!content) return std::string(fallback);
-  return std::string(find_value(content->view(), section, key).value_or(fallback));
+  return std::string(find_value(without_byte_order_mark(content->view()), section, key).value_or(fallback));
 }
 
 int profile_int(const std::string &file, std::string_view section, std::string_view key, int fallback) {

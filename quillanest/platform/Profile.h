@@ -3,6 +3,7 @@
 // A file is lines of `[section]`, `key=value` and comments (first character ';'). Section and key names compare without
 // regard to ASCII case and surrounding blanks; the first section of a name and the first key in it count. Values lose
 // surrounding blanks and one pair of enclosing quotes. Lines may end in LF or CR LF.
+// A byte order mark of UTF-8 in front of the first line is passed over.
 // The file is read anew at every call, so an edit counts from the next call on. May run on any thread.
 #pragma once
 

@@ -37,6 +37,14 @@ class FileText {
 // std::bad_alloc: it must not be taken for one that is not there.
 [[nodiscard]] std::optional<FileText> read_file(const std::string &path);
 
+// The text after the mark that some editors put in front of texts in UTF-8.
+template <class Text>
+[[nodiscard]] Text without_byte_order_mark(Text text) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  const bool marked = std::string_view(text.data(), text.size()).starts_with(kMark);
+  return marked ? Text(text.data() + kMark.size(), text.size() - kMark.size()) : text;
+}
+
 // The size of the file in bytes; nothing when the path names none.
 [[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
 

@@ -78,6 +78,12 @@ void store_shared(T &counter, T value) {
   std::atomic_ref<T>(counter).store(value, std::memory_order_release);
 }
 
+// A number of the image that another thread may change: what is tested is what is used.
+template <class T>
+T read_once(const T &number) {
+  return std::atomic_ref<T>(const_cast<T &>(number)).load(std::memory_order_relaxed);
+}
+
 // Texts of descriptors.
 //
 // A descriptor is a block of bytes with texts of fixed width in it. A text of exactly its width is accepted, and its

@@ -16,6 +16,9 @@ class LineReader {
   // `limit`: characters of a piece at most, the line end included; at least 1.
   LineReader(std::span<char> text, std::size_t limit);
 
+  // Whether the text holds a zero byte.
+  [[nodiscard]] bool has_zeros() const noexcept { return has_zeros_; }
+
   // Fetches the next piece into `piece`. False, with `piece` untouched, at the end of the text.
   bool next(std::string_view &piece);
 

@@ -1,7 +1,9 @@
 // What the kernel needs of a CShareMemory beyond its published operations.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "quillanest/shm/ShareMemory.h"
@@ -11,6 +13,9 @@ namespace quillanest {
 struct SegmentAccess {
   // The bytes of the whole mapped segment; empty without a view.
   static std::span<std::byte> bytes(const CShareMemory &segment) noexcept { return segment.view_.bytes(); }
+
+  // The notes of the process about the segment; null without a view.
+  static std::atomic<std::uint64_t> *notes(const CShareMemory &segment) noexcept { return segment.view_.notes(); }
 
   // Records the size that a descriptor gives for the segment.
   static void set_size(CShareMemory &segment, int size) noexcept { segment.size_ = size; }

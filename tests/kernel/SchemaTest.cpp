@@ -83,8 +83,10 @@ TEST(Schema, LinesAndSections) {
        false},
       {"ten databases", databases(kSystem + plant_lines(100, 9)), true},
       {"eleven databases", databases(kSystem + plant_lines(100, 10)), false},
-      {"two databases with one ID", databases(kSystem + plant_lines(1, 1)), false},
+      {"two databases with one ID", databases(kSystem + plant_lines(1, 1)), true},
       {"system with another ID", databases("#Name=system Describe=S ID=2 Type=0 TableCount=1\n"), false},
+      {"ID 1 with another name", databases(plant_lines(1, 1)), false},
+      {"a byte order mark", "\xEF\xBB\xBF" + kPlain, true},
       {"a line past 1023 characters goes on as another line",
        databases(kSystem) + "#Table_Start\n" + long_comment + kStation + "#Table_Finish\n" + fields(kKey), true},
       {"CR LF", "#Database_Start\r\n#Name=system Describe=S ID=1 Type=0 TableCount=1\r\n#Database_Finish\r\n", true},
@@ -94,6 +96,24 @@ TEST(Schema, LinesAndSections) {
     Start start(text);
     EXPECT_EQ(start.done, starts);
     EXPECT_EQ(start.manager.GetRtdbStatus() == RTDB_STATUS_LOADED, starts);
+  }
+}
+
+// The second layout takes the common segment; one that does not fit into it must not be written beyond its end.
+TEST(ByDesign, SameIDSharesSegment) {
+  for (const int slots : {1, 2, 3}) {
+    SCOPED_TRACE(slots);
+    const std::string second = "#Name=second Describe=S ID=7 Type=0 TableCount=" + std::to_string(slots) + '\n';
+    Start start(databases(kSystem + "#Name=first Describe=F ID=7 Type=0 TableCount=2\n" + second));
+    EXPECT_EQ(start.done, slots < 3);
+    if (!start.done) continue;
+    CRtDataBase database;
+    EXPECT_EQ(start.manager.GetDataBaseFromName(database, "first"), 0);
+    ASSERT_EQ(start.manager.GetDataBaseFromID(database, 7), 1);
+    EXPECT_STREQ(database.GetDBName(), "first");  // the directory lists both
+    ASSERT_EQ(database.AttachShareMemory(), 1);
+    EXPECT_STREQ(database.GetDBName(), "second");
+    EXPECT_EQ(database.GetDBTableNum(), slots);
   }
 }
 
@@ -175,19 +195,18 @@ TEST(ByDesign, ValuesInherited) {
   EXPECT_STREQ(start.field(1)->DefaultValue, "prev");
 }
 
-// The terminator of a full caption name of a field falls on the low byte of its database ID, which is set before.
+// The terminator of a full caption name falls on the low byte of the database ID that follows it: a line whose ID was
+// set first named another database, and the start failed.
 TEST(Schema, FullWidthNames) {
   const std::string name24(24, 'n');
   const std::string caption40(40, 'c');
   const auto text = [&](const std::string &id, const std::string &caption) {
     return databases(kSystem + "#Name=" + name24 + " Describe=" + caption40 + " ID=" + id + " Type=0 TableCount=1\n") +
-           tables("#DBID=" + id + " NAME=" + name24 + " CNAME=T ID=20 INDEX=0 MAX=1 FIELDNUM=1\n") +
+           tables("#DBID=" + id + " NAME=" + name24 + " CNAME=" + caption + " ID=20 INDEX=0 MAX=1 FIELDNUM=1\n") +
            fields("#DBID=" + id + " TABLEID=20 NAME=" + name24 + " CNAME=" + caption +
                   " ID=1 INDEX=0 TYPE=INT SIZE=4\n");
   };
-  EXPECT_TRUE(Start(text("258", "c")).done);
-  EXPECT_FALSE(Start(text("258", caption40)).done);  // 256 names no database
-  Start start(text("256", caption40));
+  Start start(text("258", caption40));
   ASSERT_TRUE(start.done);
   CRtDataBase database;
   CRtTable table;
@@ -195,7 +214,10 @@ TEST(Schema, FullWidthNames) {
   const auto *attr = reinterpret_cast<const _db_attr *>(database.GetStartAddress());
   EXPECT_EQ(bounded(attr->DBName, 24), name24);
   EXPECT_EQ(bounded(attr->DBCName, 40), caption40);
-  EXPECT_EQ(attr->DBID, 256U);
+  EXPECT_EQ(attr->DBID, 258U);
+  EXPECT_EQ(bounded(table.GetTableCName(), 40), caption40);
+  EXPECT_EQ(table.GetDataBaseID(), 258U);
+  EXPECT_EQ(table.GetFieldFromIndex(0)->DataBaseID, 258U);
   EXPECT_EQ(bounded(table.GetFieldFromIndex(0)->FieldName, 24), name24);
   EXPECT_EQ(bounded(table.GetFieldFromIndex(0)->FieldCName, 40), caption40);
 }

@@ -222,10 +222,29 @@ TEST(Start, InstallationRoots) {
     std::ofstream(folder + "conf/fix_Rtdb.ini") << "[Quillanest]\nDataInFile=1\nRtdbDataPath=" << data_path;
     setenv("QUILLANEST_ROOT", folder.c_str(), 1);
     CRtdbManager manager;
-    EXPECT_EQ(std::string(manager.GetSysIniFile()), fits ? folder + "conf/fix_Rtdb.ini" : "");
+    EXPECT_EQ(std::string(manager.GetSysIniFile()), root_size <= 78 ? folder + "conf/fix_Rtdb.ini" : "");
     EXPECT_EQ(std::string(manager.GetDataPath()), fits ? folder + data_path : "");
-    EXPECT_EQ(start(manager, root), fits);
+    for (const int key : {-1, kManagerKey}) {
+      EXPECT_EQ(start(manager, root), fits);  // every time
+      EXPECT_EQ(segment_exists(key), fits && key == kManagerKey);
+    }
   }
+}
+
+// A number of slots that another word of the rights overwrote must not reach the computing of sizes; a segment of
+// another kind under the key is too small for the manager's.
+TEST(Start, OverForeignNumbersAndSegments) {
+  TestRoot root;
+  for (const unsigned int slots : {0x7FFFFFFFU, 0xFFFFFFFFU, 11U}) {
+    CRtdbManager manager;
+    manager.SetRights(-7, slots);  // DataBaseMaxNum
+    EXPECT_FALSE(start(manager, root)) << slots;
+  }
+  CRtdbManager manager;
+  EXPECT_EQ(manager.AddDataBase(manager.GetSystemDB()), 0);  // would be freed twice
+  CShareMemory small(kManagerKey);
+  ASSERT_NE(small.Create(1295, false, false), nullptr);
+  EXPECT_FALSE(start(manager, root));
 }
 
 // A copy that owned the databases as well would free them twice; one that did not share them would lose them.

@@ -41,6 +41,13 @@ TEST(ByDesign, SetFieldDataIndex) {
   EXPECT_EQ(value, value_at<std::uint32_t>(tables.second.GetDataAddress(), 4));
   EXPECT_EQ(1, tables.second.GetFieldData(6, -2, buffer));
   EXPECT_EQ(6U, value_at<std::uint32_t>(buffer, 0));
+
+  // Where no descriptor lies nothing is written; the last table's index is accepted all the same.
+  const std::string untouched = bytes_at(tables.first.GetDataAddress(), 40);
+  EXPECT_EQ(1, tables.second.SetFieldData(6, 2, bytes));
+  EXPECT_EQ(0, tables.second.SetFieldData(7, 2, bytes)) << "no such record";
+  EXPECT_EQ(0, tables.second.GetFieldData(6, -3, buffer)) << "nothing to read";
+  EXPECT_EQ(untouched, bytes_at(tables.first.GetDataAddress(), 40));
 }
 
 // A range that is off by one, a key that is not looked for, a failure that writes.

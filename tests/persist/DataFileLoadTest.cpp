@@ -14,7 +14,7 @@ const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[]
     {"plain", "ID;Name;Level\n10;bob;7\n11;eve;8\n", "10 bob 7;11 eve 8;", 12},
     {"CR LF", "ID;Name;Level\r\n10;bob;7\r\n11;eve;8\r\n", "10 bob 7;11 eve 8;", 12},
     {"comments and zero bytes before the header", "#c\n\0Name\n#\nID;Name;Level\n10;bob;7\n"s, "10 bob 7;", 11},
-    {"lines that are no records", "ID;Name;Level\n\n0;a;1\n-1;b;2\n 1;c;3\n#1;d;4\n\0\n10;bob;7\nx;e;5\n11;eve;8\n"s,
+    {"lines that are no records", "ID;Name;Level\n\n0;a;1\n-1;b;2\n 1;c;3\n#1;d;4\n10;bob;7\nx;e;5\n11;eve;8\n",
      "10 bob 7;11 eve 8;", 12},
     {"a blank line is a header", "\nID;Name;Level\n10;bob;7\n", "5 old 50;", 6},
     {"columns in another order and case", "whatever;LEVEL;name\n10;7;bob\n", "10 bob 7;", 11},
@@ -29,7 +29,6 @@ const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[]
     {"empty texts", "ID;Name;Level\n10;;\n", "10  0;", 11},
     {"fewer columns", "ID;Name;Level\n10;bob\n11\n", "10 bob 50;11 prior 60;", 12},
     {"more columns", "ID;Name;Level\n10;bob;7;8;9\n", "10 bob 7;", 11},
-    {"header without line end", "ID;Name;Level", "", 7},
     {"header only", "ID;Name;Level\n", "", 7},
     {"capacity", "ID;Name;Level\n1;a;1\n2;b;2\n3;c;3\n4;d;4\n5;e;5\n6;f;6\n7;g;7\n", "1 a 1;2 b 2;3 c 3;4 d 4;5 e 5;",
      6},
@@ -40,7 +39,8 @@ const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[]
      "ID;Name;Level\n10;bob;7;" + std::string(4086, 'x') + "11;eve;8\n12;z;9\n", "10 bob 7;11 eve 8;12 z 9;", 13},
     {"a header past 4095 characters", "ID;Name;Level;" + std::string(4081, 'x') + "12;eve;8\n13;bob;7\n",
      "12 eve 8;13 bob 7;", 14},
-    {"zero byte in a line", "ID;Name;Level\n10;bob\0;7\n11;eve;8\n"s, "10 bo 50;11 eve 8;", 12},
+    {"a byte order mark", "\xEF\xBB\xBFID;Name;Level\n10;bob;7\n", "10 bob 7;", 11},
+    {"a byte order mark before a remark", "\xEF\xBB\xBF#c\nID;Name;Level\n10;bob;7\n", "10 bob 7;", 11},
 };
 
 TEST(DataFileLoad, Grammar) {
@@ -61,10 +61,44 @@ TEST(DataFileLoad, Grammar) {
   refill();
   EXPECT_FALSE(image.load(""));
   EXPECT_FALSE(image.load("#a\n#b\n"));
+  // Not lines of text: UTF-16 of both orders, line ends of another kind, a record with a zero byte. Such a file emptied
+  // the table, and the next save replaced it.
+  for (const std::string &text :
+       {"\xFF\xFEI\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s, "\0I\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s,
+        "ID;Name;Level\r10;bob;7\r"s, "#c\rID;Name;Level\r10;bob;7\r"s, "ID;Name;Level"s,
+        "ID;Name;Level\n10;bob\0;7\n"s, "ID;Name;Level\n\0\n10;bob;7\n"s}) {
+    EXPECT_FALSE(image.load(text)) << testing::PrintToString(text);
+    EXPECT_FALSE(image.manager.LoadSomeData(1, 10, image.root.path("load.txt").c_str(), false, ';'));
+  }
   for (const std::string &path : {image.root.path("missing"), image.root.path("data"), ""s}) {
     EXPECT_TRUE(image.manager.LoadTableData(1, 10, path.c_str())) << path;
   }
   EXPECT_EQ(shown(image.account), "5 old 50;6 prior 60;");
+}
+
+// Searches that take it that keys ascend miss keys that halving meets, and an insert then makes them double.
+TEST(DataFileLoad, KeysOutOfOrderAreHalved) {
+  AccountImage image;
+  const auto positions = [&](std::initializer_list<std::uint32_t> keys) {
+    std::string text;
+    for (const std::uint32_t key : keys) text += std::to_string(image.account.FindRecordIndex(key)) + ' ';
+    return text;
+  };
+  ASSERT_TRUE(image.load("ID\n10\n20\n30\n40\n5\n"));
+  EXPECT_EQ(positions({10, 20, 30, 40, 5}), "0 1 2 3 -1 ");
+  ASSERT_EQ(image.account.Delete(0, 0, 0), 1);
+  EXPECT_EQ(image.account.Insert(40U, 0, 0), -2);
+  ASSERT_TRUE(image.load("ID\n1\n2\n9\n4\n5\n"));
+  EXPECT_EQ(positions({1, 2, 9, 4, 5}), "0 1 2 -1 -1 ");
+  ASSERT_TRUE(image.load("ID\n10\n20\n"));
+  image.account.SetIDExclusive(3);  // too low: the key that is issued goes to the end all the same
+  ASSERT_EQ(image.account.Insert(0U, 0, 0), 2);
+  EXPECT_EQ(positions({10, 20, 3}), "0 1 -1 ");
+  const std::string update = image.root.write("update.txt", "Name;ID\nann;9\n");
+  ASSERT_TRUE(image.load("ID;Name\n1;a\n2;b\n3;ann\n4;c\n5;d\n"));
+  EXPECT_EQ(positions({1, 2, 3, 4, 5}), "0 1 2 3 4 ");
+  ASSERT_TRUE(image.manager.LoadSomeData(1, 10, update.c_str(), false, ';'));
+  EXPECT_EQ(positions({1, 2, 9, 4, 5}), "0 1 2 -1 -1 ");
 }
 
 TEST(ByDesign, LastColumnLosesOne) {
@@ -75,7 +109,7 @@ TEST(ByDesign, LastColumnLosesOne) {
 
 TEST(ByDesign, CommentsOnlyEmpties) {
   AccountImage image;
-  for (const std::string &text : {"#a"s, "#a\n#b"s, "\0a"s}) {
+  for (const std::string &text : {"#a"s, "#a\n#b"s}) {
     SCOPED_TRACE(testing::PrintToString(text));
     image.account.DeleteAllRecord();
     add(image.account, 5, "old", 50);

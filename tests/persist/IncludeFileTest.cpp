@@ -119,6 +119,31 @@ TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Fail to create file " + folder + "/system.h\n");
 }
 
+// A line end in a name or caption that was set at run time would begin a line of its own, a separator lead elsewhere,
+// and an empty folder to the root of the file system.
+TEST_F(IncludeFileTest, NamesStayInTheirPlaces) {
+  start(schema_text({account_table()}));
+  CRtTable table;
+  ASSERT_EQ(manager.GetSystemTable(table, 10U), 1);
+  table.SetTableCName("a\n#error injected");
+  table.SetTableName("b\r\nc");
+  CRtDataBase &system = *manager.GetSystemDB();
+  ASSERT_EQ(system.BuildIncludeFile(root.path("data").c_str()), 1);
+  const std::string text = root.read("data/system.h");
+  EXPECT_NE(text.find("//a #error injected\r\n"), std::string::npos);
+  EXPECT_NE(text.find("#define system_TAB_b  c_ID "), std::string::npos);
+  EXPECT_EQ(text.find("\n#error"), std::string::npos);
+  g_messages.clear();
+  quillanest::set_message_handler(keep_message);
+  EXPECT_EQ(system.BuildIncludeFile(""), 0);
+  EXPECT_TRUE(g_messages.empty());
+  system.SetDBName("../out");
+  EXPECT_EQ(system.BuildIncludeFile(root.path("data").c_str()), 0);
+  quillanest::set_message_handler(nullptr);
+  EXPECT_EQ(g_messages.size(), 1U);
+  EXPECT_FALSE(root.exists("out.h"));
+}
+
 // A directory that is not to be used yet, or lists nothing. The image is given up then.
 TEST_F(IncludeFileTest, ManagerWithoutDatabases) {
   EXPECT_FALSE(manager.BuildIncludeFile(root.folder().c_str()));

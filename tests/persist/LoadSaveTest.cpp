@@ -92,6 +92,33 @@ TEST(LoadSave, NoCustomizedDatabase) {
   EXPECT_EQ(image.manager.GetRtdbStatus(), 1);
 }
 
+// A slot that no line of the schema filled is no table whose save could fail, and has no file.
+TEST(LoadSave, SlotsWithoutATable) {
+  std::string schema = schema_text({account_table()});
+  schema.replace(schema.find("TableCount=1"), 12, "TableCount=3");
+  Image image(schema);
+  CRtTable account = image.table(10);
+  add(account, 3, "ann", 5);
+  EXPECT_TRUE(image.manager.GetSystemDB()->SaveData(0));
+  EXPECT_EQ(image.root.files("data"), std::vector<std::string>{"system_Account.txt"});
+  EXPECT_EQ(image.manager.LoadSystemDB(), 1);
+  EXPECT_EQ(shown(account), "3 ann 5;");
+}
+
+// A name with a separator in it would lead to a file outside the data folder.
+TEST(LoadSave, NamesStayInTheFolder) {
+  AccountImage image;
+  add(image.account, 3, "ann", 5);
+  std::filesystem::create_directory(image.root.path("data/system_.."));
+  for (const char *name : {"/../../../out", "/x", "../../../out"}) {
+    SCOPED_TRACE(name);
+    image.account.SetTableName(name);
+    EXPECT_FALSE(image.account.SaveData(0));
+    EXPECT_EQ(shown(image.account, kModified), "1;");
+    EXPECT_EQ(image.root.files(""), (std::vector<std::string>{"conf", "data", "schema.txt"}));
+  }
+}
+
 TEST(ByDesign, SystemViewLeftOpen) {
   // A step that went on with the view left open would load the plant's file into the system database, or not at all.
   PlantImage image;

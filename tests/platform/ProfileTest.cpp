@@ -28,6 +28,7 @@ TEST(Profile, FindsTheValueOfAKeyAndTheNumberItStartsWith) {
       {"[Quillanest]\nKey=1\n[Quillanest]\nKey=2\n", "1", 1},
       {"[Quillanest]\n[Other]\nKey=2\n", "none", 7},
       {"[Quillanestx]\nKey=1\n", "none", 7},
+      {"\xEF\xBB\xBF[Quillanest]\nKey=8\n", "8", 8},
       {"", "none", 7},
   };
   const TestRoot root;

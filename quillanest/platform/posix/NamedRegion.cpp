@@ -29,6 +29,7 @@ struct NamedRegion::Entry {
   std::size_t size = 0;
   int descriptor = -1;
   std::size_t views = 0;
+  std::atomic<std::uint64_t> notes = 0;
 
   Entry() = default;
   Entry(const Entry &) = delete;
@@ -178,11 +179,12 @@ struct RegionRegistry {
 };
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept
-    : entry_(&entry), bytes_(entry.start, entry.size), fresh_(fresh) {}
+    : entry_(&entry), bytes_(entry.start, entry.size), notes_(&entry.notes), fresh_(fresh) {}
 
 NamedRegion::NamedRegion(NamedRegion &&other) noexcept
     : entry_(std::exchange(other.entry_, nullptr)),
       bytes_(std::exchange(other.bytes_, {})),
+      notes_(std::exchange(other.notes_, nullptr)),
       fresh_(std::exchange(other.fresh_, false)) {}
 
 NamedRegion &NamedRegion::operator=(NamedRegion &&other) noexcept {
@@ -190,6 +192,7 @@ NamedRegion &NamedRegion::operator=(NamedRegion &&other) noexcept {
   close();
   entry_ = std::exchange(other.entry_, nullptr);
   bytes_ = std::exchange(other.bytes_, {});
+  notes_ = std::exchange(other.notes_, nullptr);
   fresh_ = std::exchange(other.fresh_, false);
   return *this;
 }
@@ -211,6 +214,7 @@ NamedRegion NamedRegion::open(std::string_view name) { return RegionRegistry::in
 void NamedRegion::keep_for_process_life() noexcept {
   entry_ = nullptr;
   bytes_ = {};
+  notes_ = nullptr;
   fresh_ = false;
 }
 

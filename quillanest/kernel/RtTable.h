@@ -158,7 +158,8 @@ class QUILLANEST_API CRtTable {
   // others as FieldSize bytes. 1, or 0 when the buffer is null, the record absent or there is no such field.
   int GetFieldData(unsigned int key, int fieldIndex, char *buffer) const;
   // Refuses only an index above TableFieldNum; TableFieldNum itself, and negative indexes here and in GetFieldData,
-  // mean the field descriptors of the database's other tables that lie there in the image, and fail where none does.
+  // mean the field descriptors of the database's other tables that lie there in the image. Where none does, nothing is
+  // written and SetFieldData is 1; GetFieldData is 0.
   int SetFieldData(unsigned int key, int fieldIndex, const char *value);
   int GetFieldDataAt(int position, int fieldIndex, char *buffer) const;
   int SetFieldDataAt(int position, int fieldIndex, const char *value);

@@ -23,7 +23,8 @@
 class QUILLANEST_API CRtdbManager {
  public:
   // Reads the configuration file conf/fix_Rtdb.ini below the installation root; without one the defaults count. Where
-  // the system lacks a resource for that, RtdbManagerInit reads it.
+  // the system lacks a resource for that, RtdbManagerInit reads it. With a path that does not fit RTDB_PATH_SIZE every
+  // start-up fails.
   CRtdbManager();
   ~CRtdbManager();
 
@@ -113,7 +114,8 @@ class QUILLANEST_API CRtdbManager {
   void SetLoginUseTime(SYSTEMTIME &time);
 
   // --- Catalogue ----------------------------------------------------------------------------------------------------
-  // Takes ownership of `database` and returns 1; 0, without ownership, when no slot is free or it is null.
+  // Takes ownership of `database`, which has no other owner, and returns 1; 0, without ownership, when no slot is free,
+  // and for null and this manager's own GetSystemDB(). An object that two managers own is freed twice.
   int AddDataBase(CRtDataBase *database);
   // Puts the table into the slot IndexInDB of the database DataBaseID; 0 when there is none such.
   int AddTable(const CRtTable &table);

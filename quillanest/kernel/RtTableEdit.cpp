@@ -124,7 +124,8 @@ std::uint32_t issue_key(const TableView &view) {
   return key;
 }
 
-int insert(const TableView &view, char *record, int project) {
+// In line, so that the view need not lie in memory.
+[[gnu::always_inline]] inline int insert(const TableView &view, char *record, int project) {
   if (!view.is_record(record)) return -1;
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();

@@ -107,10 +107,11 @@ struct TableView {
     view.segment = DatabaseView::segment(*table.database_);
     view.notes = DatabaseView::notes(*table.database_);
     view.slot = table.attr_.IndexInDB;
-    const std::int64_t offset = read_once(view.attr->DataOffset);
-    view.record_size = read_once(view.attr->TableSize);
-    view.field_offset = read_once(view.attr->FieldOffset);
-    view.field_num = read_once(view.attr->TableFieldNum);
+    // Read into the view once. Not with read_once(): what a caller does not use is not loaded at all then.
+    const std::int64_t offset = view.attr->DataOffset;
+    view.record_size = view.attr->TableSize;
+    view.field_offset = view.attr->FieldOffset;
+    view.field_num = view.attr->TableFieldNum;
     if (offset < 0 || offset > static_cast<std::int64_t>(view.segment.size()) || view.record_size < 0) return view;
     view.records = view.segment.data() + offset;
     return view;

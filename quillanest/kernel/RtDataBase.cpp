@@ -4,8 +4,8 @@
 #include <array>
 #include <string_view>
 
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 #include "quillanest/shm/TextAt.h"

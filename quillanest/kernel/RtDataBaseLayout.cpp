@@ -2,7 +2,6 @@
 #include <limits>
 
 #include "quillanest/kernel/RtDataBase.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"

@@ -1,7 +1,7 @@
 // Finding a database's tables, and its record functions by table ID.
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtDataBase.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::DatabaseView;

@@ -1,7 +1,7 @@
 // Descriptor, ownership and whole-table operations of CRtTable.
 #include "quillanest/kernel/RtTable.h"
 
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 #include "quillanest/shm/ValueBytes.h"
@@ -28,19 +28,6 @@ void copy_attr(_table_attr &to, const _table_attr &from) {
 }
 
 }  // namespace
-
-namespace quillanest {
-
-void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
-  for (const _field_attr &field : view.all_fields()) {
-    const std::int32_t offset = read_once(field.FieldOffset);
-    if (offset < 0 || static_cast<std::size_t>(offset) >= record.size()) continue;
-    const std::string_view text = text_in({as_bytes(static_cast<const void *>(field.DefaultValue)), RTDB_DEFAULT_SIZE});
-    store_default(read_once(field.FieldType), record.subspan(static_cast<std::size_t>(offset)), text);
-  }
-}
-
-}  // namespace quillanest
 
 CRtTable::CRtTable() : attr_{} {
   attr_.DataBaseID = quillanest::kNoID;

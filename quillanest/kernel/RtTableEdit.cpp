@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtTable.h"
-#include "quillanest/kernel/Views.h"
-#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/HeldMutex.h"
 
@@ -21,58 +21,9 @@ using quillanest::TableView;
 namespace quillanest {
 namespace {
 
-enum EditAction { kInsertAction = 2, kUpdateAction = 3, kDeleteAction = 4 };
-
 // The name of the mutex of a table's database: the one in the segment, at most to the descriptor's end.
 std::string_view mutex_name(const TableView &view) {
   return block_text(*attr_at<_db_attr>(view.segment, 0), offsetof(_db_attr, DBName));
-}
-
-// By design [UpdateKeepsStatus]: an update changes the status of a committed record only.
-void stamp_status(const TableView &view, std::byte *record, const _field_attr &status, int action) {
-  if (action == kInsertAction) set_version_value(view, record, status, EDIT_STATUS_INSERTED);
-  if (action == kDeleteAction) set_version_value(view, record, status, EDIT_STATUS_DELETED);
-  if (action == kUpdateAction && version_value(view, record, status) == EDIT_STATUS_COMMITTED) {
-    set_version_value(view, record, status, EDIT_STATUS_UPDATED);
-  }
-}
-
-// The name of a version field, which has 8 letters or more and is shorter than names may be. Every edit looks at the
-// fields of its table, so a field's name is read as one number, the same for capital and small letters, and letter by
-// letter only when that is the wanted one.
-class VersionName {
- public:
-  explicit VersionName(std::string_view name) noexcept : name_(name), start_(start_of(name.data())) {}
-
-  [[nodiscard]] bool is_of(const _field_attr &field) const noexcept {
-    return start_of(field.FieldName) == start_ && field.FieldName[name_.size()] == '\0' &&
-           equal_ignoring_case({field.FieldName, name_.size()}, name_);
-  }
-
- private:
-  static std::uint64_t start_of(const char *name) noexcept {
-    constexpr std::uint64_t kSmallLetters = 0x2020202020202020;
-    return load<std::uint64_t>(as_bytes(static_cast<const void *>(name))) | kSmallLetters;
-  }
-
-  std::string_view name_;
-  std::uint64_t start_;
-};
-
-// Marks a record as modified; an edit of a project stamps the record with it as well.
-void stamp(const TableView &view, std::byte *record, int project, int action) {
-  if (project == 0) {
-    const VersionName modified(kModifiedField);
-    const std::span<const _field_attr> fields = view.all_fields();
-    const auto field =
-        std::find_if(fields.begin(), fields.end(), [&](const _field_attr &f) { return modified.is_of(f); });
-    if (field != fields.end()) set_version_value(view, record, *field, 1);
-    return;
-  }
-  const VersionFields fields = find_version_fields(view);
-  if (fields.modified != nullptr) set_version_value(view, record, *fields.modified, 1);
-  if (fields.project != nullptr) set_version_value(view, record, *fields.project, project);
-  if (fields.edit_status != nullptr) stamp_status(view, record, *fields.edit_status, action);
 }
 
 bool stamp_at(const TableView &view, std::int32_t position, int project, int action) {
@@ -98,29 +49,10 @@ bool remove_record(const TableView &view, std::int32_t position) {
   return true;
 }
 
-}  // namespace
-
-VersionFields find_version_fields(const TableView &view) noexcept {
-  const VersionName modified(kModifiedField);
-  const VersionName project(kProjectField);
-  const VersionName edit_status(kEditStatusField);
-  VersionFields fields;
-  for (const _field_attr &field : view.all_fields()) {
-    if (fields.modified == nullptr && modified.is_of(field)) fields.modified = &field;
-    if (fields.project == nullptr && project.is_of(field)) fields.project = &field;
-    if (fields.edit_status == nullptr && edit_status.is_of(field)) fields.edit_status = &field;
-  }
-  return fields;
-}
-
-}  // namespace quillanest
-
-namespace {
-
 // The next key, which the table counts up; 0 when all keys are used up.
 std::uint32_t issue_key(const TableView &view) {
-  const std::uint32_t key = quillanest::load_shared(view.attr->IDExclusive);
-  if (key != 0) quillanest::store_shared(view.attr->IDExclusive, key + 1);
+  const std::uint32_t key = load_shared(view.attr->IDExclusive);
+  if (key != 0) store_shared(view.attr->IDExclusive, key + 1);
   return key;
 }
 
@@ -129,8 +61,8 @@ std::uint32_t issue_key(const TableView &view) {
   if (!view.is_record(record)) return -1;
   // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
   const std::int32_t count = view.count();
-  if (count >= view.capacity() || quillanest::load_shared(view.attr->RecordCount) < 0) return -1;
-  const quillanest::HeldMutex lock(quillanest::mutex_name(view));
+  if (count >= view.capacity() || load_shared(view.attr->RecordCount) < 0) return -1;
+  const HeldMutex lock(mutex_name(view));
   if (!lock.is_open()) return -1;
 
   std::byte *buffer = as_bytes(record);
@@ -154,15 +86,19 @@ std::uint32_t issue_key(const TableView &view) {
     std::memmove(slot + view.record_size, slot, static_cast<std::size_t>(count - position) * view.record_bytes());
   } else if (!issued) {
     // By design [ExplicitKeyMovesCounter]: a key placed at the end moves the counter, also down to key + 1.
-    quillanest::store_shared(view.attr->IDExclusive, key + 1);
+    store_shared(view.attr->IDExclusive, key + 1);
   }
   std::memmove(slot, buffer, view.record_bytes());
   view.set_count(count + 1);
-  (void)quillanest::stamp_at(view, position, project, quillanest::kInsertAction);
+  (void)stamp_at(view, position, project, kInsertAction);
   return position;
 }
 
 }  // namespace
+
+}  // namespace quillanest
+
+using quillanest::insert;
 
 int CRtTable::Insert(char *record, int projectID) { return insert(TableView::of(*this), record, projectID); }
 

@@ -1,7 +1,7 @@
 // The field directory of CRtTable.
 #include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtTable.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/TableView.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::TableView;

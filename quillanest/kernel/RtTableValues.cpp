@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtTable.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/TextAt.h"

@@ -1,8 +1,8 @@
 // The directory: finding databases and tables, and keeping directory records in step.
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Directory.h"
 #include "quillanest/kernel/Matches.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Directory.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Profile.h"

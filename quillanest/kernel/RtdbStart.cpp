@@ -5,10 +5,10 @@
 #include <iterator>
 #include <string>
 
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Directory.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/SchemaReader.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"

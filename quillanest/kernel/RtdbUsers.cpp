@@ -7,8 +7,8 @@
 #include <optional>
 #include <string_view>
 
+#include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/platform/AsciiCase.h"
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/platform/qrvutil/TzDes.h"

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Profile.h"

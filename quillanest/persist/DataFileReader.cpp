@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/TextFile.h"

@@ -8,7 +8,7 @@
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"

@@ -6,8 +6,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/platform/MessageBox.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/TextFile.h"

@@ -2,8 +2,8 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"

@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/KeySearch.h"
+#include "quillanest/kernel/VersionFields.h"
 
 namespace quillanest {
 

@@ -1,7 +1,7 @@
 // Whether a table's passwords can be saved.
 #pragma once
 
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/TableView.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 
 namespace quillanest {

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/Neutral.h"

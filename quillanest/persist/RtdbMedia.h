@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DbConnection.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 

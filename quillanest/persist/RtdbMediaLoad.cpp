@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/Views.h"
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"

@@ -1,8 +1,6 @@
-// What one call needs of a mapped database or an attached table, checked against the segment once.
+// What one call needs of an attached table, checked against the segment once.
 //
-// Descriptors are bytes in memory that clients may change at any moment, so nothing read from them is trusted and no
-// number is read twice: every address that leaves these two structs lies inside the segment, with the bytes that are
-// said to lie there.
+// As with DatabaseView.h, nothing that a descriptor says is trusted: every address lies inside the segment.
 // Lifetime: a view is made per call and used before the database object changes.
 #pragma once
 
@@ -10,59 +8,15 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
-#include <string_view>
 
-#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/ImageLayout.h"
-#include "quillanest/shm/SegmentAccess.h"
 #include "quillanest/shm/TextAt.h"
 
 namespace quillanest {
-
-// Descriptors are found by offset; one that would not be aligned or not lie in the segment is not there.
-template <class Attr>
-Attr *attr_at(std::span<std::byte> segment, std::int64_t offset) {
-  const auto size = static_cast<std::int64_t>(segment.size());
-  if (offset < 0 || offset > size - static_cast<std::int64_t>(sizeof(Attr)) ||
-      offset % std::int64_t{alignof(Attr)} != 0) {
-    return nullptr;
-  }
-  return reinterpret_cast<Attr *>(segment.data() + offset);
-}
-
-// The address where an array of descriptors begins, which may be empty and then ends with the segment.
-template <class Attr>
-Attr *attrs_at(std::span<std::byte> segment, std::int64_t offset) {
-  const bool inside = offset >= 0 && !segment.empty() && offset <= static_cast<std::int64_t>(segment.size());
-  return inside && offset % std::int64_t{alignof(Attr)} == 0 ? reinterpret_cast<Attr *>(segment.data() + offset)
-                                                             : nullptr;
-}
-
-struct DatabaseView {
-  // The segment while the object is mapped, else empty. A flag without a view, as a copy of a mapped object has it,
-  // counts as not mapped.
-  static std::span<std::byte> segment(const CRtDataBase &database) noexcept {
-    if (database.mapped_ == 0) return {};
-    return SegmentAccess::bytes(database.segment_);
-  }
-
-  // The notes of the process about the segment, which the object must have mapped.
-  static std::atomic<std::uint64_t> *notes(const CRtDataBase &database) noexcept {
-    return SegmentAccess::notes(database.segment_);
-  }
-
-  static bool is_mapped(const CRtDataBase &database) noexcept { return segment(database).size() >= sizeof(_db_attr); }
-
-  // The table descriptor in a slot, by the object's own table offset.
-  static _table_attr *table(const CRtDataBase &database, int slot) noexcept {
-    return attr_at<_table_attr>(segment(database),
-                                database.attr_.TableOffset + std::int64_t{slot} * std::int64_t{sizeof(_table_attr)});
-  }
-};
 
 // The keys of a record area: what a search needs, small enough for registers.
 struct KeyArea {
@@ -215,68 +169,7 @@ struct TableView {
   [[nodiscard]] std::int32_t cut_to_room(std::int32_t stated) const noexcept;
 };
 
-// The position of a key in the record area, or the place where it belongs.
-struct KeyPlace {
-  bool found;
-  std::int32_t position;
-};
-
-// The place where a key stands when keys follow one another without a gap; -1 when it is not there, when halving might
-// meet another record with that key first, and where anything is out of the ordinary. Calls nothing.
-[[nodiscard]] inline std::int32_t dense_position(const TableView &view, std::uint32_t key) noexcept {
-  const std::int32_t count = load_shared(view.attr->RecordCount);
-  const KeyArea area = view.keys();
-  if (count <= 0 || !view.holds(count) || !area.has_whole_keys()) return -1;
-  const std::uint32_t guess = key - area.key_at(0);
-  if (guess >= static_cast<std::uint32_t>(count) || area.key_at(guess) != key || !view.has_order()) return -1;
-  return area.is_only_one(key, guess, count) ? static_cast<std::int32_t>(guess) : -1;
-}
-
-// The place of a key that has no dense_position() among the first `count` records. `ascending`: whether their keys are.
-[[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count, bool ascending) noexcept;
-
-// The place of a key.
-//
-// The answer is that of plain halving, always; an area that is noted as out of order is halved. On the others halving
-// costs a cache miss for nearly every one of its steps, so other places are looked at first: the one where the key
-// stands when keys follow one another without a gap, then those where it would stand if keys were spread evenly. What
-// they find counts only when its neighbours have other keys, because halving could meet another one of several equal
-// keys first; a key that is in no place has but one place to be inserted. An area that a client put out of order is
-// searched within its bounds and comes to an end.
-[[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
-  const std::int32_t position = dense_position(view, key);
-  return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count(), view.has_order());
-}
-
-// The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
-[[nodiscard]] inline KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept {
-  const std::byte *at_hint = view.at(hint);
-  if (at_hint != nullptr && view.key_of(at_hint) == key) return {true, hint};
-  return find_key(view, key);
-}
-
-// The descriptors of the version fields, null where the table has none.
-struct VersionFields {
-  const _field_attr *modified = nullptr;     // "bModified"
-  const _field_attr *project = nullptr;      // "iProjectID"
-  const _field_attr *edit_status = nullptr;  // "iEditStatus"
-};
-[[nodiscard]] VersionFields find_version_fields(const TableView &view) noexcept;
-
 // Fills the fields that have a default value in a record of the table, which ends with `record`.
 void set_defaults(const TableView &view, std::span<std::byte> record) noexcept;
-
-// The names of the version fields.
-inline constexpr std::string_view kModifiedField = "bModified";
-inline constexpr std::string_view kProjectField = "iProjectID";
-inline constexpr std::string_view kEditStatusField = "iEditStatus";
-
-// A version field of one record, read and written as 32 bits whatever its declared type.
-[[nodiscard]] inline std::int32_t version_value(const TableView &view, std::byte *record, const _field_attr &field) {
-  return load_part<std::int32_t>(view.value(record, field));
-}
-inline void set_version_value(const TableView &view, std::byte *record, const _field_attr &field, std::int32_t value) {
-  store_part(view.value(record, field), value);
-}
 
 }  // namespace quillanest

@@ -1,0 +1,50 @@
+// Finding a key in the record area of a table.
+#pragma once
+
+#include <cstdint>
+
+#include "quillanest/kernel/TableView.h"
+
+namespace quillanest {
+
+// The position of a key in the record area, or the place where it belongs.
+struct KeyPlace {
+  bool found;
+  std::int32_t position;
+};
+
+// The place where a key stands when keys follow one another without a gap; -1 when it is not there, when halving might
+// meet another record with that key first, and where anything is out of the ordinary. Calls nothing.
+[[nodiscard]] inline std::int32_t dense_position(const TableView &view, std::uint32_t key) noexcept {
+  const std::int32_t count = load_shared(view.attr->RecordCount);
+  const KeyArea area = view.keys();
+  if (count <= 0 || !view.holds(count) || !area.has_whole_keys()) return -1;
+  const std::uint32_t guess = key - area.key_at(0);
+  if (guess >= static_cast<std::uint32_t>(count) || area.key_at(guess) != key || !view.has_order()) return -1;
+  return area.is_only_one(key, guess, count) ? static_cast<std::int32_t>(guess) : -1;
+}
+
+// The place of a key that has no dense_position() among the first `count` records. `ascending`: whether their keys are.
+[[nodiscard]] KeyPlace search_key(KeyArea area, std::uint32_t key, std::int32_t count, bool ascending) noexcept;
+
+// The place of a key.
+//
+// The answer is that of plain halving, always; an area that is noted as out of order is halved. On the others halving
+// costs a cache miss for nearly every one of its steps, so other places are looked at first: the one where the key
+// stands when keys follow one another without a gap, then those where it would stand if keys were spread evenly. What
+// they find counts only when its neighbours have other keys, because halving could meet another one of several equal
+// keys first; a key that is in no place has but one place to be inserted. An area that a client put out of order is
+// searched within its bounds and comes to an end.
+[[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
+  const std::int32_t position = dense_position(view, key);
+  return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count(), view.has_order());
+}
+
+// The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
+[[nodiscard]] inline KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept {
+  const std::byte *at_hint = view.at(hint);
+  if (at_hint != nullptr && view.key_of(at_hint) == key) return {true, hint};
+  return find_key(view, key);
+}
+
+}  // namespace quillanest

@@ -1,0 +1,25 @@
+#include "quillanest/kernel/TableView.h"
+
+#include <string_view>
+
+#include "quillanest/shm/ValueBytes.h"
+
+namespace quillanest {
+
+// Of records without bytes no more are counted than the segment has bytes.
+std::int32_t TableView::cut_to_room(std::int32_t stated) const noexcept {
+  if (stated < 0) return 0;
+  const std::int64_t most = record_size > 0 ? room() / record_size : static_cast<std::int64_t>(segment.size());
+  return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
+}
+
+void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
+  for (const _field_attr &field : view.all_fields()) {
+    const std::int32_t offset = read_once(field.FieldOffset);
+    if (offset < 0 || static_cast<std::size_t>(offset) >= record.size()) continue;
+    const std::string_view text = text_in({as_bytes(static_cast<const void *>(field.DefaultValue)), RTDB_DEFAULT_SIZE});
+    store_default(read_once(field.FieldType), record.subspan(static_cast<std::size_t>(offset)), text);
+  }
+}
+
+}  // namespace quillanest

@@ -126,9 +126,11 @@ char *CRtDataBase::GetTableDataAddressAt(int slot) const {
 // Where a table's record area starts; null when that lies outside the segment.
 char *CRtDataBase::data_address(const _table_attr *table) const {
   const std::span<std::byte> segment = DatabaseView::segment(*this);
-  if (table == nullptr || table->DataOffset < 0) return nullptr;
-  const auto offset = static_cast<std::size_t>(table->DataOffset);
-  return offset <= segment.size() ? quillanest::as_chars(segment.data() + offset) : nullptr;
+  if (table == nullptr) return nullptr;
+  const std::int64_t offset = quillanest::read_once(table->DataOffset);
+  return offset >= 0 && offset <= static_cast<std::int64_t>(segment.size())
+             ? quillanest::as_chars(segment.data() + offset)
+             : nullptr;
 }
 
 int CRtDataBase::GetTableRecordCount(unsigned int tableID) const {

@@ -60,7 +60,9 @@ int CRtTable::find_field(Matches matches) const {
   }
   if (fields_ == nullptr) return -1;
   for (int i = 0; i < count; ++i) {
-    if (matches(*field_slot(i))) return i;
+    const _field_attr *field = field_slot(i);
+    if (field == nullptr) return -1;
+    if (matches(*field)) return i;
   }
   return -1;
 }

@@ -24,7 +24,7 @@ std::size_t field_bytes(std::span<std::byte> value, const _field_attr &field) {
 // what follows, at most to the end of the segment.
 void read_value(const TableView &view, std::byte *record, const _field_attr &field, char *buffer) {
   const std::span<std::byte> value = view.value(record, field);
-  if (quillanest::is_text_type(field.FieldType)) {
+  if (quillanest::is_text_type(quillanest::read_once(field.FieldType))) {
     const std::string_view text = quillanest::text_in(value);
     quillanest::copy_text({as_bytes(buffer), quillanest::room_at(buffer, text.size() + 1)}, text);
   } else if (const std::size_t size = quillanest::room_at(buffer, field_bytes(value, field)); size > 0) {
@@ -34,7 +34,7 @@ void read_value(const TableView &view, std::byte *record, const _field_attr &fie
 
 void write_value(const TableView &view, std::byte *record, const _field_attr &field, const char *buffer) {
   const std::span<std::byte> value = view.value(record, field);
-  if (quillanest::is_text_type(field.FieldType)) {
+  if (quillanest::is_text_type(quillanest::read_once(field.FieldType))) {
     quillanest::copy_text(value, quillanest::text_at(buffer));
   } else if (const std::size_t size = quillanest::room_at(buffer, field_bytes(value, field)); size > 0) {
     std::memmove(value.data(), buffer, size);

@@ -85,13 +85,13 @@ _rtdb_attr *CRtdbManager::GetRealRtdbInfo() const {
 _db_attr *CRtdbManager::GetDbInfoAddr() const {
   const std::span<std::byte> bytes = segment_bytes();
   const auto *head = quillanest::attr_at<_rtdb_head>(bytes, 0);
-  return head == nullptr ? nullptr : quillanest::attr_at<_db_attr>(bytes, head->DbInfoOffset);
+  return head == nullptr ? nullptr : quillanest::attr_at<_db_attr>(bytes, quillanest::read_once(head->DbInfoOffset));
 }
 
 int *CRtdbManager::GetDbInfoIndexAddr() const {
   const std::span<std::byte> bytes = segment_bytes();
   const auto *head = quillanest::attr_at<_rtdb_head>(bytes, 0);
-  return head == nullptr ? nullptr : quillanest::attr_at<int>(bytes, head->DbInfoIndexOffset);
+  return head == nullptr ? nullptr : quillanest::attr_at<int>(bytes, quillanest::read_once(head->DbInfoIndexOffset));
 }
 
 // The first `slots` slots of the directory, as far as the segment holds them.
@@ -132,7 +132,7 @@ void CRtdbManager::SetRtdbStatus(int status) {
   attr_.RtdbStatus = status;
 }
 
-int CRtdbManager::GetDataBaseMaxNum() const { return in_force().DataBaseMaxNum; }
+int CRtdbManager::GetDataBaseMaxNum() const { return quillanest::read_once(in_force().DataBaseMaxNum); }
 char *CRtdbManager::GetHostName() { return in_force().HostName; }
 char *CRtdbManager::GetSysIniFile() { return in_force().SysIniFile; }
 char *CRtdbManager::GetDataPath() { return in_force().DataPath; }

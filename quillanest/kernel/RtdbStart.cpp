@@ -14,7 +14,6 @@
 #include "quillanest/platform/Process.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
-#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 using quillanest::SegmentAccess;
@@ -103,7 +102,8 @@ void CRtdbManager::record_host_name() {
 // ID was laid out over it, in its segment.
 bool CRtdbManager::bind_system_database() {
   const auto has_name = [&] {
-    return quillanest::equal_ignoring_case(quillanest::text_at(system_.GetDBName()), kSystemName);
+    return quillanest::equal_ignoring_case(
+        quillanest::text_in({quillanest::as_bytes(system_.GetDBName()), sizeof(_db_attr)}), kSystemName);
   };
   if (GetDataBaseFromID(system_, quillanest::kSystemDatabaseID) == 0) return false;
   const bool is_listed = has_name();

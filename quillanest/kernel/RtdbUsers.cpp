@@ -40,26 +40,29 @@ using RightWords = std::array<std::uint32_t, kRightWordCount>;
 // Records in use that lie in the table's own area.
 std::int32_t records_in(const TableView &view) { return std::min(view.count(), view.capacity()); }
 
-std::span<const std::byte> user_record(const TableView &users, std::int32_t position) {
-  return {users.record(position), static_cast<std::size_t>(kUserSize)};
+// A copy, so that name, password and rights are those of one moment.
+using UserRecord = std::array<std::byte, static_cast<std::size_t>(kUserSize)>;
+
+UserRecord user_record(const TableView &users, std::int32_t position) {
+  return quillanest::load<UserRecord>(users.record(position));
 }
 
-std::string_view name_of(std::span<const std::byte> user) {
-  return quillanest::text_in(user.subspan(kUserName, kUserPassword - kUserName));
+std::string_view name_of(const UserRecord &user) {
+  return quillanest::text_in(std::span<const std::byte>(user).subspan(kUserName, kUserPassword - kUserName));
 }
 
 // The first user of that name in storage order.
-std::optional<std::span<const std::byte>> find_user(const TableView &users, std::string_view name) {
+std::optional<UserRecord> find_user(const TableView &users, std::string_view name) {
   for (std::int32_t i = 0; i < records_in(users); ++i) {
-    const std::span<const std::byte> user = user_record(users, i);
+    const UserRecord user = user_record(users, i);
     if (quillanest::equal_ignoring_case(name_of(user), name)) return user;
   }
   return std::nullopt;
 }
 
 // Every byte of the record from the password on takes part, so that the time does not tell where two texts differ.
-bool password_matches(std::span<const std::byte> user, std::string_view password) {
-  const std::span<const std::byte> room = user.subspan(kUserPassword);
+bool password_matches(const UserRecord &user, std::string_view password) {
+  const std::span<const std::byte> room = std::span<const std::byte>(user).subspan(kUserPassword);
   const std::string_view stored = quillanest::text_in(room);
   // A text form in the image is one that no key opened; whoever reads the data file knows it.
   if (quillanest::PasswordCipher::is_text_form(stored)) return false;

@@ -1,5 +1,8 @@
 #include "quillanest/kernel/TableView.h"
 
+#include <algorithm>
+#include <array>
+#include <iterator>
 #include <string_view>
 
 #include "quillanest/shm/ValueBytes.h"
@@ -17,7 +20,10 @@ void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
   for (const _field_attr &field : view.all_fields()) {
     const std::int32_t offset = read_once(field.FieldOffset);
     if (offset < 0 || static_cast<std::size_t>(offset) >= record.size()) continue;
-    const std::string_view text = text_in({as_bytes(static_cast<const void *>(field.DefaultValue)), RTDB_DEFAULT_SIZE});
+    // A copy: a number is looked at more than once while it is read.
+    std::array<char, RTDB_DEFAULT_SIZE> value{};
+    std::copy(std::begin(field.DefaultValue), std::end(field.DefaultValue), value.begin());
+    const std::string_view text = text_in({as_bytes(static_cast<const void *>(value.data())), value.size()});
     store_default(read_once(field.FieldType), record.subspan(static_cast<std::size_t>(offset)), text);
   }
 }

@@ -61,11 +61,12 @@ struct TableView {
     view.segment = DatabaseView::segment(*table.database_);
     view.notes = DatabaseView::notes(*table.database_);
     view.slot = table.attr_.IndexInDB;
-    // Read into the view once. Not with read_once(): what a caller does not use is not loaded at all then.
+    // Plain loads, because those that the caller has no use for vanish; the fence keeps the others from being repeated.
     const std::int64_t offset = view.attr->DataOffset;
     view.record_size = view.attr->TableSize;
     view.field_offset = view.attr->FieldOffset;
     view.field_num = view.attr->TableFieldNum;
+    std::atomic_signal_fence(std::memory_order_acquire);
     if (offset < 0 || offset > static_cast<std::int64_t>(view.segment.size()) || view.record_size < 0) return view;
     view.records = view.segment.data() + offset;
     return view;
@@ -100,7 +101,7 @@ struct TableView {
   // Whether the keys ascend, as far as the library knows: an area that a load or a counter set too low left out of
   // order is noted. Slots from kLastNote on share a bit, which is never taken back.
   static constexpr std::int32_t kLastNote = 63;
-  [[nodiscard]] std::uint64_t order_note() const noexcept { return std::uint64_t{1} << std::min(slot, kLastNote); }
+  [[nodiscard]] std::uint64_t order_note() const noexcept { return std::uint64_t{1} << std::clamp(slot, 0, kLastNote); }
   [[nodiscard]] bool has_order() const noexcept { return (notes->load(std::memory_order_relaxed) & order_note()) == 0; }
   void note_order(bool ascends) const noexcept {
     if (!ascends) notes->fetch_or(order_note(), std::memory_order_relaxed);

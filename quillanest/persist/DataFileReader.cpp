@@ -63,11 +63,15 @@ std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableV
   return fields;
 }
 
+// The bytes of a field in a record.
+std::size_t size_of(const _field_attr &field) {
+  return static_cast<std::size_t>(std::max(read_once(field.FieldSize), 0));
+}
+
 // Stores a PASSWD text: the field is cleared and takes as much of the clear password as it holds.
 void store_password(const _field_attr &field, std::span<std::byte> value, std::string_view text,
                     const PasswordCipher &cipher) {
-  const std::span<std::byte> whole =
-      value.first(std::min(value.size(), static_cast<std::size_t>(std::max(field.FieldSize, 0))));
+  const std::span<std::byte> whole = value.first(std::min(value.size(), size_of(field)));
   std::fill(whole.begin(), whole.end(), std::byte{0});
   const std::string clear = cipher.decrypt(text);
   std::memcpy(whole.data(), clear.data(), std::min(whole.size(), clear.size()));
@@ -76,17 +80,18 @@ void store_password(const _field_attr &field, std::span<std::byte> value, std::s
 void store_column(const _field_attr &field, std::span<std::byte> value, std::string_view text,
                   const PasswordCipher &cipher) {
   if (value.empty()) return;
-  switch (field.FieldType) {
+  const std::int32_t type = read_once(field.FieldType);
+  switch (type) {
     case kChar:
     case kUchar:
       return store_part(value, text.empty() ? '\0' : text.front());
     case kString:
       // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls behind the field.
-      return copy_text(value, text.substr(0, static_cast<std::size_t>(std::max(field.FieldSize, 0))));
+      return copy_text(value, text.substr(0, size_of(field)));
     case kPasswd:
       return store_password(field, value, text, cipher);
     default:
-      (void)store_value_of_text(field.FieldType, value, text);
+      (void)store_value_of_text(type, value, text);
   }
 }
 
@@ -152,9 +157,10 @@ bool keys_ascend(const TableView &view) {
 void merge_line(const CRtTable &table, const TableView &view, Columns line,
                 const std::vector<const _field_attr *> &fields, const _field_attr *modified,
                 const PasswordCipher &cipher) {
-  if (fields.empty() || fields.front() == nullptr) return;
+  const _field_attr *const first = view.field(0);
+  if (first == nullptr || fields.empty() || fields.front() == nullptr) return;
   const std::string key(line.next());
-  const auto key_index = static_cast<int>(fields.front() - view.field(0));
+  const auto key_index = static_cast<int>(fields.front() - first);
   char *found = table.FindRecordbyStringField(key_index, key.c_str());
   if (found == nullptr) return;
   std::byte *record = as_bytes(static_cast<void *>(found));

@@ -96,13 +96,14 @@ class TableWriter {
 
  private:
   void write_value(const _field_attr &field, std::span<std::byte> value) {
-    switch (field.FieldType) {
+    const std::int32_t type = read_once(field.FieldType);
+    switch (type) {
       case kString:
         return output_.append_value(text_in(value));
       case kPasswd:
         return output_.append_value(cipher_.encrypt(text_in(value)));
       default:
-        return output_.use(format_value(field.FieldType, value, output_.number_room()));
+        return output_.use(format_value(type, value, output_.number_room()));
     }
   }
 

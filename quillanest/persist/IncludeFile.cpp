@@ -106,11 +106,6 @@ std::string with_carriage_returns(std::string_view text) {
   return lines;
 }
 
-// The path of a database's header, with a separator after the folder in any case.
-std::string header_path(CRtDataBase &database, std::string_view folder) {
-  return joined({folder, "/", name_of(database), ".h"});
-}
-
 // A name with a separator in it would lead out of the folder.
 bool is_file_name(std::string_view name) { return name.find('/') == std::string_view::npos; }
 
@@ -156,8 +151,10 @@ std::string include_file_text(CRtDataBase &database) {
 int CRtDataBase::BuildIncludeFile(const char *directory) {
   if (directory == nullptr || quillanest::text_at(directory).empty()) return 0;
   return quillanest::neutral_on_failure(0, [&] {
-    const std::string path = quillanest::header_path(*this, quillanest::text_at(directory));
-    quillanest::FileReplacement file(quillanest::is_file_name(quillanest::name_of(*this)) ? path : std::string());
+    const std::string name = quillanest::name_of(*this);
+    // With a separator after the folder in any case.
+    const std::string path = quillanest::joined({quillanest::text_at(directory), "/", name, ".h"});
+    quillanest::FileReplacement file(quillanest::is_file_name(name) ? path : std::string());
     if (!file.is_open()) {
       quillanest::show_message(("Fail to create file " + path).c_str());
       return 0;

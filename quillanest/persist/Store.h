@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <string>
 
-#include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/DatabaseView.h"
+#include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
@@ -22,7 +22,8 @@ inline std::string data_path_of(CRtdbManager &manager) { return std::string(text
 inline std::string database_text(CRtDataBase &database, std::size_t offset) {
   const auto *mapped = attr_at<_db_attr>(DatabaseView::segment(database), 0);
   if (mapped != nullptr) return std::string(block_text(*mapped, offset));
-  return offset == offsetof(_db_attr, DBName) ? database.GetDBName() : database.GetDBCName();
+  char *text = offset == offsetof(_db_attr, DBName) ? database.GetDBName() : database.GetDBCName();
+  return std::string(text_in({as_bytes(text), sizeof(_db_attr) - offset}));
 }
 
 // The name of a table in the relational store.

@@ -85,18 +85,18 @@ inline std::vector<char> record_buffer(const CRtTable &table) {
 template <class T>
 inline constexpr int kTypeCode = 0;
 template <>
-inline constexpr int kTypeCode<std::uint16_t> = 4;
+inline constexpr int kTypeCode<std::uint16_t> = RTDB_TYPE_USHORT;
 template <>
-inline constexpr int kTypeCode<std::int32_t> = 5;
+inline constexpr int kTypeCode<std::int32_t> = RTDB_TYPE_INT;
 template <>
-inline constexpr int kTypeCode<std::uint32_t> = 6;
+inline constexpr int kTypeCode<std::uint32_t> = RTDB_TYPE_UINT;
 template <>
-inline constexpr int kTypeCode<float> = 11;
+inline constexpr int kTypeCode<float> = RTDB_TYPE_FLOAT;
 template <>
-inline constexpr int kTypeCode<double> = 12;
+inline constexpr int kTypeCode<double> = RTDB_TYPE_DOUBLE;
 template <>
-inline constexpr int kTypeCode<SYSTEMTIME> = 14;
-inline constexpr int kStringTypeCode = 13;
+inline constexpr int kTypeCode<SYSTEMTIME> = RTDB_TYPE_TIME;
+inline constexpr int kStringTypeCode = RTDB_TYPE_STRING;
 
 inline CRtField find_field(CRtTable &table, const char *name, int type) {
   CRtField field;

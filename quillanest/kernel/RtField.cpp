@@ -15,13 +15,6 @@
 
 namespace {
 
-// Names by code. The slot width of 16 is part of what clients may rely on; names are padded to 10.
-constexpr std::size_t kTypeNameSize = 16;
-constexpr char kTypeNames[][kTypeNameSize] = {
-    " ",          "CHAR      ", "UCHAR     ", "SHORT     ", "USHORT    ", "INT       ", "UINT      ", "UINT      ",
-    "UINT      ", "FLOAT     ", "DOUBLE    ", "CHAR      ", "SYSTEMTIME", "PASSWD    ", "SYSTEMTIME", "PASSWD    ",
-};
-
 void copy_attr(_field_attr &to, const _field_attr &from) {
   if (&to == &from) return;
   quillanest::copy_block_text(to, from, offsetof(_field_attr, FieldName));
@@ -99,11 +92,7 @@ void CRtField::SetDefaultValue(const char *text) {
 }
 char *CRtField::GetDefaultValue() { return attr_.DefaultValue; }
 
-const char *CRtField::GetTypeStr() const {
-  // By design [TypeNameTable]: the names from code 9 on are those of other types.
-  const auto code = static_cast<std::uint32_t>(attr_.FieldType);
-  return kTypeNames[code < std::size(kTypeNames) ? code : 0];
-}
+const char *CRtField::GetTypeStr() const { return quillanest::field_type(attr_.FieldType).c_name; }
 
 void CRtField::GetDisplayText(int nType, char *pValue, char *pszText) {
   if (pszText == nullptr) return;

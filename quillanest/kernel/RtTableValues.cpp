@@ -11,6 +11,7 @@
 
 using quillanest::as_bytes;
 using quillanest::find_key;
+using quillanest::Kind;
 using quillanest::TableView;
 
 namespace {
@@ -58,23 +59,25 @@ bool store_text(std::span<std::byte> value, const _field_attr &field, char *text
 
 bool store_field_text(std::span<std::byte> value, const _field_attr &field, char *text) {
   const std::int32_t type = quillanest::read_once(field.FieldType);
-  switch (type) {
-    case quillanest::kChar:
-    case quillanest::kUchar:
+  switch (quillanest::kind_of(type)) {
+    case Kind::kCharacter:
       quillanest::store_part(value, *text);
       return true;
-    case quillanest::kString:
-    case quillanest::kPasswd:
+    case Kind::kText:
+    case Kind::kPassword:
       return store_text(value, field, text);
-    case quillanest::kTime: {
+    case Kind::kTime: {
       SYSTEMTIME time{};
       quillanest::read_time(quillanest::text_at(text), {as_bytes(static_cast<void *>(&time)), sizeof time});
       quillanest::store_part(value, time);
       return true;
     }
-    default:
+    case Kind::kInteger:
+    case Kind::kReal:
+    case Kind::kNone:
       return quillanest::store_value_of_text(type, value, quillanest::text_at(text));
   }
+  return false;
 }
 
 }  // namespace

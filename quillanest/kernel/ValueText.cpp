@@ -60,6 +60,16 @@ std::size_t format_integer(std::span<std::byte> value, char *text) {
   return static_cast<std::size_t>(write_integer(text, load_part<Integer>(value)) - text);
 }
 
+std::size_t format_integer(const FieldTypeInfo &type, std::span<std::byte> value, char *text) {
+  if (type.bytes == 2)
+    return type.is_signed ? format_integer<std::int16_t>(value, text) : format_integer<std::uint16_t>(value, text);
+  return type.is_signed ? format_integer<std::int32_t>(value, text) : format_integer<std::uint32_t>(value, text);
+}
+
+double real_in(const FieldTypeInfo &type, std::span<std::byte> value) {
+  return type.bytes == sizeof(float) ? static_cast<double>(load_part<float>(value)) : load_part<double>(value);
+}
+
 std::size_t format_character(std::span<std::byte> value, char *text) {
   *text = load_part<char>(value);
   return *text == '\0' ? 0 : 1;
@@ -91,40 +101,41 @@ std::size_t format_time(std::span<std::byte> value, char *text) {
 }  // namespace
 
 std::size_t format_value(std::int32_t type, std::span<std::byte> value, char *text) {
-  switch (type) {
-    case kChar:
-    case kUchar:
+  const FieldTypeInfo &info = field_type(type);
+  switch (info.kind) {
+    case Kind::kCharacter:
       return format_character(value, text);
-    case kShort:
-      return format_integer<std::int16_t>(value, text);
-    case kUshort:
-      return format_integer<std::uint16_t>(value, text);
-    case kInt:
-    case kLong:
-      return format_integer<std::int32_t>(value, text);
-    case kUint:
-    case kUlong:
-      return format_integer<std::uint32_t>(value, text);
-    case kFloat:
-      return write_fixed(text, static_cast<double>(load_part<float>(value)));
-    case kDouble:
-      return write_fixed(text, load_part<double>(value));
-    case kTime:
+    case Kind::kInteger:
+      return format_integer(info, value, text);
+    case Kind::kReal:
+      return write_fixed(text, real_in(info, value));
+    case Kind::kTime:
       return format_time(value, text);
-    default:
+    case Kind::kNone:
+    case Kind::kText:
+    case Kind::kPassword:
       return 0;
   }
+  return 0;
 }
 
 void append_value_text(std::int32_t type, std::span<std::byte> value, const PasswordCipher &cipher, std::string &text) {
-  if (type == kString) {
-    text += text_in(value);
-  } else if (type == kPasswd) {
-    text += cipher.encrypt(text_in(value));
-  } else {
-    const std::size_t before = text.size();
-    text.resize(before + kNumberTextMax);
-    text.resize(before + format_value(type, value, text.data() + before));
+  switch (kind_of(type)) {
+    case Kind::kText:
+      text += text_in(value);
+      return;
+    case Kind::kPassword:
+      text += cipher.encrypt(text_in(value));
+      return;
+    case Kind::kCharacter:
+    case Kind::kInteger:
+    case Kind::kReal:
+    case Kind::kTime:
+    case Kind::kNone: {
+      const std::size_t before = text.size();
+      text.resize(before + kNumberTextMax);
+      text.resize(before + format_value(type, value, text.data() + before));
+    }
   }
 }
 

@@ -81,16 +81,18 @@ void store_column(const _field_attr &field, std::span<std::byte> value, std::str
                   const PasswordCipher &cipher) {
   if (value.empty()) return;
   const std::int32_t type = read_once(field.FieldType);
-  switch (type) {
-    case kChar:
-    case kUchar:
+  switch (kind_of(type)) {
+    case Kind::kCharacter:
       return store_part(value, text.empty() ? '\0' : text.front());
-    case kString:
+    case Kind::kText:
       // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls behind the field.
       return copy_text(value, text.substr(0, size_of(field)));
-    case kPasswd:
+    case Kind::kPassword:
       return store_password(field, value, text, cipher);
-    default:
+    case Kind::kInteger:
+    case Kind::kReal:
+    case Kind::kTime:
+    case Kind::kNone:
       (void)store_value_of_text(type, value, text);
   }
 }

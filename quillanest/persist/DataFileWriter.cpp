@@ -97,12 +97,16 @@ class TableWriter {
  private:
   void write_value(const _field_attr &field, std::span<std::byte> value) {
     const std::int32_t type = read_once(field.FieldType);
-    switch (type) {
-      case kString:
+    switch (kind_of(type)) {
+      case Kind::kText:
         return output_.append_value(text_in(value));
-      case kPasswd:
+      case Kind::kPassword:
         return output_.append_value(cipher_.encrypt(text_in(value)));
-      default:
+      case Kind::kCharacter:
+      case Kind::kInteger:
+      case Kind::kReal:
+      case Kind::kTime:
+      case Kind::kNone:
         return output_.use(format_value(type, value, output_.number_room()));
     }
   }

@@ -23,6 +23,21 @@ inline constexpr int RTDB_PATH_SIZE = 96;
 inline constexpr int RTDB_USER_SIZE = 16;
 inline constexpr int RTDB_HOST_SIZE = 24;
 
+// Values of _field_attr::FieldType; docs/schema-file.md has the stored values. 7 and 8 are no types.
+inline constexpr std::int32_t RTDB_TYPE_CHAR = 1;
+inline constexpr std::int32_t RTDB_TYPE_UCHAR = 2;
+inline constexpr std::int32_t RTDB_TYPE_SHORT = 3;
+inline constexpr std::int32_t RTDB_TYPE_USHORT = 4;
+inline constexpr std::int32_t RTDB_TYPE_INT = 5;
+inline constexpr std::int32_t RTDB_TYPE_UINT = 6;
+inline constexpr std::int32_t RTDB_TYPE_LONG = 9;
+inline constexpr std::int32_t RTDB_TYPE_ULONG = 10;
+inline constexpr std::int32_t RTDB_TYPE_FLOAT = 11;
+inline constexpr std::int32_t RTDB_TYPE_DOUBLE = 12;
+inline constexpr std::int32_t RTDB_TYPE_STRING = 13;
+inline constexpr std::int32_t RTDB_TYPE_TIME = 14;
+inline constexpr std::int32_t RTDB_TYPE_PASSWD = 15;
+
 // Database slots of the manager segment.
 inline constexpr int RTDB_DATABASE_MAX = 10;
 

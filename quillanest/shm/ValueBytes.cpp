@@ -11,29 +11,24 @@
 namespace quillanest {
 
 bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string_view text) {
-  switch (type) {
-    case kShort:
-    case kUshort:
-      store_part(to, static_cast<std::uint16_t>(parse_int(text)));
+  const FieldTypeInfo &info = field_type(type);
+  switch (info.kind) {
+    case Kind::kInteger:
+      info.bytes == 2 ? store_part(to, static_cast<std::uint16_t>(parse_int(text))) : store_part(to, parse_int(text));
       return true;
-    case kInt:
-    case kUint:
-    case kLong:
-    case kUlong:
-      store_part(to, parse_int(text));
+    case Kind::kReal:
+      info.bytes == 4 ? store_part(to, static_cast<float>(parse_double(text))) : store_part(to, parse_double(text));
       return true;
-    case kFloat:
-      store_part(to, static_cast<float>(parse_double(text)));
-      return true;
-    case kDouble:
-      store_part(to, parse_double(text));
-      return true;
-    case kTime:
+    case Kind::kTime:
       read_time(text, to);
       return true;
-    default:
+    case Kind::kNone:
+    case Kind::kCharacter:
+    case Kind::kText:
+    case Kind::kPassword:
       return false;
   }
+  return false;
 }
 
 namespace {
@@ -101,10 +96,18 @@ void read_time(std::string_view text, std::span<std::byte> time) {
 
 void store_default(std::int32_t type, std::span<std::byte> to, std::string_view text) {
   if (text.empty()) return;
-  // By design [DefaultRunsOn]: a CHAR takes the whole default text as well, into what follows it.
-  const bool characters = type == kChar || type == kUchar || is_text_type(type);
-  if (characters) return copy_text(to, text);
-  (void)store_value_of_text(type, to, text);
+  switch (kind_of(type)) {
+    case Kind::kCharacter:  // By design [DefaultRunsOn]: the whole default text as well, into what follows the
+                            // character.
+    case Kind::kText:
+    case Kind::kPassword:
+      return copy_text(to, text);
+    case Kind::kInteger:
+    case Kind::kReal:
+    case Kind::kTime:
+    case Kind::kNone:
+      (void)store_value_of_text(type, to, text);
+  }
 }
 
 }  // namespace quillanest

@@ -76,15 +76,12 @@ void check_fields(CRtdbManager &manager, const char *compiler, std::span<const F
   }
 }
 
-constexpr int kFloat = 11;
-constexpr int kDouble = 12;
-
 // The fields of a table that its structure shows in the right place.
 int usable_fields(const CRtTable &table) {
   int count = 0;
   CRtField field;
   for (int position = table.GetFirstFieldPostion(); table.GetNextField(field, position); ++count) {
-    if (field.GetFieldType() == kFloat || field.GetFieldType() == kDouble) break;
+    if (field.GetFieldType() == RTDB_TYPE_FLOAT || field.GetFieldType() == RTDB_TYPE_DOUBLE) break;
   }
   return count;
 }

@@ -25,16 +25,29 @@ std::optional<std::uint64_t> millionths(double value) {
   constexpr int kExponentBias = 1075;  // of a mantissa that is an integer
   constexpr int kShiftMin = 10;        // 53 bits and the 20 bits of a million fit 63 bits behind a shift of 10
   constexpr int kShiftMax = 74;        // nothing is left, and less than a half
-  __extension__ using Wide = unsigned __int128;
   const auto bits = std::bit_cast<std::uint64_t>(value);
   const int shift = kExponentBias - static_cast<int>(bits >> kMantissaBits);
   if (shift < kShiftMin) return std::nullopt;
   if (shift > kShiftMax) return 0;
   constexpr std::uint64_t kImplied = std::uint64_t{1} << kMantissaBits;
-  const Wide product = Wide{(bits & (kImplied - 1)) | kImplied} * 1'000'000U;
-  const Wide half = Wide{1} << (shift - 1);
-  const auto whole = static_cast<std::uint64_t>(product >> shift);
-  const Wide rest = product & ((half << 1) - 1);
+  const std::uint64_t mantissa = (bits & (kImplied - 1)) | kImplied;
+  // The product in two parts of 42 and 32 bits.
+  const std::uint64_t low_product = (mantissa & 0xFFFFFFFF) * 1'000'000U;
+  const std::uint64_t high = (mantissa >> 32) * 1'000'000U + (low_product >> 32);
+  const std::uint64_t low = low_product & 0xFFFFFFFF;
+  std::uint64_t whole = 0;
+  std::uint64_t rest = 0;
+  std::uint64_t half = 0;
+  if (shift <= 32) {
+    whole = high << (32 - shift) | low >> shift;
+    half = std::uint64_t{1} << (shift - 1);
+    rest = low & ((half << 1) - 1);
+  } else {
+    // Doubled, with a last bit for all of the lower part.
+    whole = high >> (shift - 32);
+    half = std::uint64_t{1} << (shift - 32);
+    rest = (high & (half - 1)) << 1 | (low != 0 ? 1U : 0U);
+  }
   return whole + (rest > half || (rest == half && whole % 2 == 1) ? 1 : 0);
 }
 

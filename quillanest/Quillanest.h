@@ -1,4 +1,16 @@
-// The whole exported interface of the library in one include.
+// The whole exported interface of the library in one include. Start here:
+//
+//   CRtdbManager manager;                                            // reads conf/fix_Rtdb.ini
+//   if (!manager.RtdbManagerInit(false, "stations.schema")) return;  // builds the image, loads the system database
+//   CRtTable stations;                                               // a handle on one table
+//   if (manager.GetSystemTable(stations, "Station") == 0) return;
+//   const char *record = stations.FindIDExclusive(17);               // the record with key 17, or null
+//   if (record != nullptr) std::memcpy(&pressure, record + 20, 8);   // packed bytes at known offsets
+//   manager.GetSystemDB()->SaveData(0);                              // to text files or a relational store
+//
+// kernel/RtdbManager.h starts, finds databases, logs users in, loads and saves; kernel/RtDataBase.h finds tables;
+// kernel/RtTable.h finds, reads and edits records; kernel/RtField.h describes a field. examples/hello is a whole
+// program.
 #pragma once
 
 #include "quillanest/kernel/RtDataBase.h"

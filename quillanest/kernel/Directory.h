@@ -14,7 +14,7 @@ struct CRtdbManager::Directory {
   explicit operator bool() const noexcept { return records != nullptr && flags != nullptr; }
   [[nodiscard]] bool is_present(int slot) const noexcept { return quillanest::load_shared(flags[slot]) != 0; }
 
-  // The first present slot at `slot` or behind it, or -1.
+  // The first present slot at `slot` or after it, or -1.
   [[nodiscard]] int next_present(int slot) const noexcept {
     for (; slot < slots; ++slot) {
       if (is_present(slot)) return slot;

@@ -8,7 +8,7 @@ namespace quillanest {
 
 namespace {
 
-// Positions that may hold the key, both included: in front of them stand smaller keys only, behind them larger ones.
+// Positions that may hold the key, both included: all keys before them are smaller, all keys after them larger.
 struct Range {
   std::int64_t low;
   std::int64_t high;
@@ -46,7 +46,7 @@ KeyPlace halve_short(KeyArea area, std::uint32_t key, Range range) noexcept {
 constexpr std::int32_t kFewRecords = 2048;
 
 // Halving that compares only and never branches, down to the last record whose key is not larger. Each look depends on
-// the one before by an address alone: no multiplication stands between them.
+// the one before by an address alone, without a multiplication.
 KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::byte *low = area.records;
   for (auto left = static_cast<std::uint32_t>(count); left > 1;) {
@@ -90,7 +90,7 @@ Range close_below(KeyArea area, std::uint32_t key, Range range) noexcept {
   return range;
 }
 
-// The range around the place where the key, which is not above the last one, would stand if keys were spread evenly.
+// The range around the place where the key, which is not above the last one, would be if keys were spread evenly.
 Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::uint32_t first = area.key_at(0);
   const std::uint32_t last = area.key_at(count - 1);
@@ -99,7 +99,7 @@ Range estimate(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   if (first >= last) return range;
   const double records_per_key = static_cast<double>(count - 1) / static_cast<double>(last - first);
   double place = static_cast<double>(key - first) * records_per_key;
-  bool above = true;  // where the key stands, seen from the last estimate
+  bool above = true;  // whether the key is above the last estimate
   for (int i = 0; i < kEstimates && range.low <= range.high; ++i) {
     const std::int64_t at = std::clamp(static_cast<std::int64_t>(place), range.low, range.high);
     const std::uint32_t found = area.key_at(at);

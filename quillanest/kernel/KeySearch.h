@@ -13,8 +13,9 @@ struct KeyPlace {
   std::int32_t position;
 };
 
-// The place where a key stands when keys follow one another without a gap; -1 when it is not there, when halving might
-// meet another record with that key first, and where anything is out of the ordinary. Calls nothing.
+// The position of a key in an area of consecutive keys: its distance from the first one. -1 if the key is not there, if
+// a neighbour has the same key (halving might return that one), or if the descriptor looks damaged. Makes no calls, so
+// that callers stay leaf functions.
 [[nodiscard]] inline std::int32_t dense_position(const TableView &view, std::uint32_t key) noexcept {
   const std::int32_t count = load_shared(view.attr->RecordCount);
   const KeyArea area = view.keys();
@@ -30,11 +31,11 @@ struct KeyPlace {
 // The place of a key.
 //
 // The answer is that of plain halving, always; an area that is noted as out of order is halved. On the others halving
-// costs a cache miss for nearly every one of its steps, so other places are looked at first: the one where the key
-// stands when keys follow one another without a gap, then those where it would stand if keys were spread evenly. What
-// they find counts only when its neighbours have other keys, because halving could meet another one of several equal
-// keys first; a key that is in no place has but one place to be inserted. An area that a client put out of order is
-// searched within its bounds and comes to an end.
+// costs a cache miss for nearly every step, so other positions are tried first: the one that consecutive keys would
+// give, then those that evenly spread keys would give. What is found there is returned only if its neighbours have
+// other keys, because halving could meet another one of several equal keys first. The insertion point of an absent key
+// is unique. If a client put the area out of order, the search still ends and stays in bounds, but what it finds is
+// unspecified.
 [[nodiscard]] inline KeyPlace find_key(const TableView &view, std::uint32_t key) noexcept {
   const std::int32_t position = dense_position(view, key);
   return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count(), view.has_order());

@@ -1,5 +1,10 @@
 // CRtDataBase: one database, a group of tables in one segment of the image.
 //
+//   CRtTable pumps;
+//   if (plant.GetDBTableFromName(pumps, "Pump") == 0) return;  // `plant` is mapped
+//   for (int position = plant.GetFirstTablePostion(); plant.GetNextTable(pumps, position);) show(pumps);
+//   plant.SaveData(0);                                         // every table of this database
+//
 // An object lives in one of two phases. In the catalogue phase (not mapped) it holds descriptors of its own, from which
 // the manager lays the segment out. Mapped, it is a view on the segment; lookups of the manager deliver such objects
 // bound but not mapped, and AttachShareMemory maps them.
@@ -55,7 +60,7 @@ class QUILLANEST_API CRtDataBase {
   // --- Descriptor ---------------------------------------------------------------------------------------------------
   // Getters read the segment's descriptor when mapped and this object's own otherwise. Setters write both and refresh
   // the manager's directory. Names of more than 24, caption names of more than 40 characters are ignored; one of full
-  // width puts its terminator into the byte behind it (for a caption name, the low byte of the ID).
+  // width puts its terminator into the byte after it (for a caption name, the low byte of the ID).
   char *GetDBName();
   void SetDBName(const char *name);
   char *GetDBCName();
@@ -156,6 +161,6 @@ class QUILLANEST_API CRtDataBase {
   int mapped_ = 0;
   CRtdbManager *manager_ = nullptr;
   CShareMemory segment_;
-  // Table slots while the catalogue is built; a slot that nobody filled has no entry and counts as a fresh CRtTable.
+  // Table slots while the catalogue is built; a slot that was not filled has no entry and counts as a fresh CRtTable.
   std::unique_ptr<std::map<int, CRtTable>> tables_;
 };

@@ -44,7 +44,7 @@ int CRtDataBase::InitAddField(const CRtField &field) {
     CRtTable laid_out;
     return GetDBTableFromID(laid_out, id);
   }
-  int fresh_slot = 0;  // the first slot that nobody filled, which carries the ID of no table
+  int fresh_slot = 0;  // the first slot that was not filled; its table ID is kNoID
   for (auto &[slot, table] : *tables_) {
     if (id == quillanest::kNoID && fresh_slot < slot) break;
     if (table.attr_.TableID == id && slot < attr_.DBTableNum) {
@@ -57,7 +57,7 @@ int CRtDataBase::InitAddField(const CRtField &field) {
   return id == quillanest::kNoID && fresh_slot < attr_.DBTableNum ? 1 : 0;
 }
 
-// Calls `visit(table)` for every slot in order, with a fresh table for a slot that nobody filled.
+// Calls `visit(table)` for every slot in order, with a fresh table for a slot that was not filled.
 template <class Visit>
 void CRtDataBase::visit_slots(Visit visit) {
   for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
@@ -106,11 +106,11 @@ bool CRtDataBase::compute_layout() {
   return true;
 }
 
-// Copies a table's field descriptors to their places, the first one at `place`. Returns the place behind the last.
+// Copies a table's field descriptors to their places, the first one at `place`. Returns the place after the last.
 std::byte *CRtDataBase::write_fields(const CRtTable &table, std::byte *place) {
   int record_offset = 0;
   for (int index = 0; index < table.attr_.TableFieldNum; ++index) {
-    CRtField field;  // a slot that nobody filled still lies at its place in the record
+    CRtField field;  // a slot that was not filled still has its place in the record
     field.SetFieldOffset(record_offset);
     if (table.fields_ != nullptr) {
       if (const auto found = table.fields_->find(index); found != table.fields_->end()) field = found->second;
@@ -143,7 +143,7 @@ int CRtDataBase::CreateMem() {
   if (attr_.DBTableNum < 1 || tables_ == nullptr || !compute_layout()) return 0;
   segment_.SetKey(static_cast<int>(attr_.DBID));
   if (segment_.Create(attr_.DBSize, false, true) == nullptr) return 0;
-  // A view that the object held already is returned whatever its size.
+  // Create() returns an existing segment of any size.
   if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
   write_slots();
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);

@@ -15,7 +15,7 @@ auto table_id_is(unsigned int id) { return quillanest::id_is(&_table_attr::Table
 }  // namespace
 
 // The descriptor in a slot: the image's when mapped, else that of the catalogue under construction, in which a slot
-// that nobody filled is a fresh one. Null when there is no such slot.
+// that was not filled is a fresh one. Null when there is no such slot.
 const _table_attr *CRtDataBase::slot_attr(int slot) const {
   if (slot < 0 || slot >= attr_.DBTableNum) return nullptr;
   if (DatabaseView::is_mapped(*this)) return DatabaseView::table(*this, slot);

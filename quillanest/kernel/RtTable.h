@@ -1,5 +1,12 @@
 // CRtTable: the handle on one table: its descriptor, its fields and its records.
 //
+//   std::vector<char> record(static_cast<std::size_t>(pumps.GetTableSize()));
+//   pumps.InitRecordDefault(record.data());                     // the default values of the schema
+//   const int position = pumps.Insert(record.data(), 0);        // key 0: the table issues the next key
+//   char *found = pumps.FindIDExclusive(7);                     // the record with key 7 in the image, or null
+//   for (int at = pumps.GetFirstPosition(); at != -1;) use(pumps.GetNextPosition(at));  // all records in key order
+//   pumps.Delete(7, -1, 0);
+//
 // While the catalogue is built a CRtTable is the table itself. Once its database is mapped it is a cheap view, made per
 // call on the stack: a copy of the descriptor and a pointer to the database object. Such a table is called attached.
 // Every operation of an attached table reads and writes the image directly.
@@ -138,14 +145,14 @@ class QUILLANEST_API CRtTable {
   // that project and an edit status, and a delete then only marks the record. Every edit sets "bModified" to 1.
 
   // Inserts the record in its key's place and returns its position; -2 when the key is there already; -1 when the
-  // buffer is null, the table not attached or full, no key is left to issue, or the mutex is not to be had. A record
+  // buffer is null, the table not attached or full, no key is left to issue, or the mutex cannot be opened. A record
   // with key 0 gets the next key, which is written into the buffer, and goes to the end.
   int Insert(char *record, int projectID);
   // The same with a record of zeros and that key; with `fillDefaults` not 0 the fields' default values follow, which
   // replace the key too when the key field has one.
   int Insert(unsigned int key, int projectID, int fillDefaults);
   // Overwrites the record whose key the buffer carries, looked for at `hint` first, and returns its position; -1 when
-  // the buffer is null, the table not attached, the key absent, or the mutex is not to be had.
+  // the buffer is null, the table not attached, the key absent, or the mutex cannot be opened.
   int Update(const char *record, int hint, int projectID);
   // Removes the record with that key, looked for at `hint` first; key 0 takes the record at `hint`. With a project the
   // record stays, marked EDIT_STATUS_DELETED. 1, or 0 when there is no such record or no mutex.
@@ -164,7 +171,7 @@ class QUILLANEST_API CRtTable {
   int GetFieldDataAt(int position, int fieldIndex, char *buffer) const;
   int SetFieldDataAt(int position, int fieldIndex, const char *value);
   // Writes FieldSize bytes of `value` into the field of the records from `first` up to but not including `end`; a
-  // negative `end` stands for RecordCount - 1, and slots behind the table's record area are left alone. 1, also for an
+  // negative `end` means RecordCount - 1, and slots after the table's record area are left alone. 1, also for an
   // empty range; 0 when the table is not attached, the value null or `first` of a range no record.
   int SetColumnValueAt(int fieldIndex, const char *value, int first, int end);
   // Converts the text to the field's type and stores it. A text as long as the field or longer is first shortened in
@@ -184,9 +191,9 @@ class QUILLANEST_API CRtTable {
   // without "iProjectID" and "iEditStatus".
   bool CommitProject();
 
-  // The statements that would carry one record to the relational store. `record` holds TableSize bytes.
-  // They run on a connection that nobody opened, so no statement reaches a store and the
-  // results are fixed: false, false, and true for a table of a database with a manager (else false).
+  // Write-through of one record; `record` holds TableSize bytes. Nothing is written, deliberately, because the
+  // connection is never opened: InsertRecordToDb and UpdateRecordToDb return false, RemoveRecordInDb returns true if
+  // the database has a manager.
   bool InsertRecordToDb(char *record);
   bool UpdateRecordToDb(char *record);
   bool RemoveRecordInDb(int key, int projectID);
@@ -210,7 +217,7 @@ class QUILLANEST_API CRtTable {
   int find_field(Matches matches) const;
 
   _table_attr attr_;
-  // Field slots while the catalogue is built; a slot that nobody filled has no entry and counts as a fresh CRtField.
+  // Field slots while the catalogue is built; a slot that was not filled has no entry and counts as a fresh CRtField.
   std::unique_ptr<std::map<int, CRtField>> fields_;
   CRtDataBase *database_ = nullptr;
 };

@@ -134,7 +134,8 @@ int CRtTable::Update(const char *record, int hint, int projectID) {
 int CRtTable::Delete(unsigned int key, int hint, int projectID) {
   const TableView view = TableView::of(*this);
   if (!view) return 0;
-  // By design [KeyZeroDeletesByPosition]: with key 0 the hint is the position, whatever key the record there has.
+  // By design [KeyZeroDeletesByPosition]: with key 0 the hint is the position; the key of the record there does not
+  // matter.
   const KeyPlace place = key != 0 ? find_key_near(view, key, hint) : KeyPlace{view.at(hint) != nullptr, hint};
   if (!place.found) return 0;
   const quillanest::HeldMutex lock(quillanest::mutex_name(view));

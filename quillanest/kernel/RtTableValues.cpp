@@ -21,7 +21,7 @@ std::size_t field_bytes(std::span<std::byte> value, const _field_attr &field) {
   return std::min(value.size(), static_cast<std::size_t>(std::max(quillanest::read_once(field.FieldSize), 0)));
 }
 
-// By design [TextCopyUnbounded]: a text is copied up to its terminator whatever the field's size says, and runs on into
+// By design [TextCopyUnbounded]: a text is copied up to its terminator regardless of the field's size, and runs on into
 // what follows, at most to the end of the segment.
 void read_value(const TableView &view, std::byte *record, const _field_attr &field, char *buffer) {
   const std::span<std::byte> value = view.value(record, field);
@@ -127,7 +127,7 @@ int CRtTable::SetFieldDataAt(int position, int fieldIndex, const char *value) {
 int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int end) {
   const TableView view = TableView::of(*this);
   if (!view || value == nullptr) return 0;
-  // By design [EndPositionExclusive]: a negative end stands for the last position, which is left unchanged.
+  // By design [EndPositionExclusive]: a negative end means the last position, which is left unchanged.
   if (end < 0) end = view.count() - 1;
   if (first >= end) return 1;
   const _field_attr *field = view.field_unchecked(fieldIndex);

@@ -1,9 +1,15 @@
 // CRtdbManager: configuration, start-up, the directory of databases, load and save.
 //
-// A client program constructs one manager first, starts it, and keeps it for its whole run. The one that builds the
-// image from a schema file keeps it alive: its catalogue's databases, and with them the last views on most segments, go
-// with the last manager that shares it.
-// Another manager of the same process attaches to the image.
+//   CRtdbManager manager;
+//   if (!manager.RtdbManagerInit(false, "plant.schema")) return 1;  // the system database is loaded now
+//   manager.LoadAllCustomizedDB(0);                                 // and all others
+//   CRtDataBase plant;
+//   if (manager.GetDataBaseFromName(plant, "plant") == 0 || plant.AttachShareMemory() == 0) return 1;
+//   manager.SaveData(0);
+//
+// A client program constructs one manager first, starts it, and keeps it for its whole run. The manager that builds the
+// image keeps it mapped: when the last manager that shares its catalogue is destroyed, every database segment that no
+// other object has mapped is gone. Another manager of the same process attaches to the image.
 //
 // Every attribute of the image exists twice, in this object and, while the manager segment is mapped, in the image:
 // getters read the image's when it is mapped, setters write both.
@@ -22,9 +28,9 @@
 
 class QUILLANEST_API CRtdbManager {
  public:
-  // Reads the configuration file conf/fix_Rtdb.ini below the installation root; without one the defaults count. Where
-  // the system lacks a resource for that, RtdbManagerInit reads it. With a path that does not fit RTDB_PATH_SIZE every
-  // start-up fails.
+  // Reads the configuration file conf/fix_Rtdb.ini below the installation root; if there is none, defaults apply. If it
+  // cannot be read for lack of memory or descriptors, RtdbManagerInit tries again. If a path does not fit
+  // RTDB_PATH_SIZE, every start-up fails.
   CRtdbManager();
   ~CRtdbManager();
 
@@ -37,7 +43,7 @@ class QUILLANEST_API CRtdbManager {
   // Attaches to an image that this process has already. Otherwise builds one: from the schema file and loading the
   // system database (`bReopen` false), or re-opening the segments of an existing directory (`bReopen` true, the file is
   // not used and no data is loaded). False when a step fails; the state reached by then stays, so that a second call
-  // may attach to an image whose data was never loaded: GetRtdbStatus tells. May throw _com_error when a relational
+  // may attach to an image whose data was never loaded: check GetRtdbStatus. May throw _com_error when a relational
   // store delivers a value that does not convert.
   bool RtdbManagerInit(bool bReopen, const char *pszSchemaFile);
   // Maps an existing manager segment and the system database in it; 1 or 0.
@@ -75,7 +81,7 @@ class QUILLANEST_API CRtdbManager {
 
   // The manager's own view on the system database; never null.
   CRtDataBase *GetSystemDB();
-  // A table of the system database; 1, or 0 when it has none such or is not mapped.
+  // A table of the system database; 1, or 0 if it has no such table or is not mapped.
   int GetSystemTable(CRtTable &table, unsigned int tableID);
   int GetSystemTable(CRtTable &table, const char *name);
   bool IsSysTableModified();
@@ -95,14 +101,14 @@ class QUILLANEST_API CRtdbManager {
   int UserLogin(const char *name, const char *password);
   // Forgets who is logged in and all rights; the login time stays.
   void UserLogout();
-  // Whether the user has right `n`: 0 to 32 stand in word 0, 33 to 64 in word 1, 65 to 96 in word 2, 97 to 127 in word
+  // Whether the user has right `n`: 0 to 32 are in word 0, 33 to 64 in word 1, 65 to 96 in word 2, 97 to 127 in word
   // 3, each in bit `n` modulo 32. So 32 is the same bit as 0. False from 128 on.
   bool CheckRights(unsigned int n) const;
   // Right word 0 to 3. Other words are other bytes of the attributes, 4 x `word` from the rights on; of those outside
   // the attributes the getter gives 0 and the setter sets none.
   unsigned int GetRights(int word) const;
   void SetRights(int word, unsigned int value);
-  // The ID of the logged-in user, 0 for nobody.
+  // The ID of the logged-in user, 0 if there is none.
   unsigned int GetSysUserID() const;
   void SetSysUserID(unsigned int id);
   // At most 15 characters fit; a longer name runs on into the rights and the login time and is cut at 47. Null is
@@ -117,7 +123,7 @@ class QUILLANEST_API CRtdbManager {
   // Takes ownership of `database`, which has no other owner, and returns 1; 0, without ownership, when no slot is free,
   // and for null and this manager's own GetSystemDB(). An object that two managers own is freed twice.
   int AddDataBase(CRtDataBase *database);
-  // Puts the table into the slot IndexInDB of the database DataBaseID; 0 when there is none such.
+  // Puts the table into the slot IndexInDB of the database DataBaseID; 0 if there is no such database or slot.
   int AddTable(const CRtTable &table);
   // Puts the field into the slot IndexInTable of the table TableID of the database DataBaseID; 0 when there is no such
   // table or the slot is negative. A slot past the table's field number is accepted and ignored.
@@ -125,15 +131,15 @@ class QUILLANEST_API CRtdbManager {
 
   // --- Load and save ------------------------------------------------------------------------------------------------
   // Text data files or the relational store, as key DataInFile of the configuration says at the time of the call.
-  // Loads write records without a lock: call them while nobody edits. Project 0 is the base data.
+  // Loads write records without a lock: call them while no thread edits. Project 0 is the base data.
   int LoadSystemDB();                      // 1 and status "loaded", or 0
   int LoadAllCustomizedDB(int projectID);  // all databases but the system database; 1 and status "loaded", or 0
   // True although single tables may have failed; false when there is no database.
   bool SaveData(int projectID);
-  // Saves everything to text data files (`bToFile`) or to the relational store, whatever the configuration selects.
+  // Saves everything to text data files (`bToFile`) or to the relational store, regardless of the configuration.
   int SaveDataTo(bool bToFile);
   // Merges a partial-update file into existing records: columns are found by name (by caption name when `bUseCName`),
-  // the first one selects the record, `separator` stands between values. True also when the file does not exist; false
+  // the first one selects the record, `separator` separates values. True also when the file does not exist; false
   // when database or table do not.
   bool LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName, char separator);
   // Replaces a table's records by those of a text data file. True, with the table unchanged, when the file does not

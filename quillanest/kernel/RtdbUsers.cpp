@@ -24,13 +24,13 @@ constexpr unsigned int kUsersTable = 104;
 constexpr unsigned int kRightsTable = 106;
 
 // What a login reads of a user record. The name ends at the password at the latest, the password with the record.
-// By design [UserRecordStride]: users stand 92 bytes apart; a table with records of another size counts as missing.
+// By design [UserRecordStride]: users are 92 bytes apart; a table with records of another size counts as missing.
 constexpr std::int64_t kUserSize = 92;
 constexpr std::size_t kUserName = 4;
 constexpr std::size_t kUserPassword = 20;
 constexpr std::size_t kUserRights = 64;
 
-// Where the four right words of a rights record stand.
+// Offset of the four right words in a rights record.
 constexpr std::size_t kRightWords = 20;
 constexpr std::size_t kRightWordCount = std::extent_v<decltype(_rtdb_attr::Rights)>;
 constexpr std::int64_t kRightsSizeMin = kRightWords + kRightWordCount * sizeof(std::uint32_t);
@@ -60,7 +60,7 @@ std::optional<UserRecord> find_user(const TableView &users, std::string_view nam
   return std::nullopt;
 }
 
-// Every byte of the record from the password on takes part, so that the time does not tell where two texts differ.
+// Every byte of the record from the password on takes part, so that the time does not show where two texts differ.
 bool password_matches(const UserRecord &user, std::string_view password) {
   const std::span<const std::byte> room = std::span<const std::byte>(user).subspan(kUserPassword);
   const std::string_view stored = quillanest::text_in(room);
@@ -84,7 +84,7 @@ RightWords rights_of(const TableView &rights, std::uint32_t key) {
   return quillanest::load<RightWords>(rights.record(place.position) + kRightWords);
 }
 
-// The bytes of a right word, also of one before or behind the four, as long as it lies in the block; else null.
+// The bytes of a right word, also of one before or after the four, as long as it lies in the block; else null.
 // By design [RightWordUnbounded]: the index reaches the whole block, not only the four words.
 template <class Attr>
 auto right_word(Attr &attr, int word) -> decltype(as_bytes(&attr)) {

@@ -32,12 +32,12 @@ constexpr std::array<Marker, 6> kMarkers{{{"#Database_Start", Section::kDatabase
                                           {"#Field_Start", Section::kField},
                                           {"#Field_Finish", Section::kNone}}};
 
-// Takes the keys and values of one record line from left to right. A blank in a key stands for any run of white space.
+// Takes the keys and values of one record line from left to right. A blank in a key matches any run of white space.
 class RecordLine {
  public:
   explicit RecordLine(std::string_view line) : rest_(line) {}
 
-  // The run of non-blank characters behind `key`.
+  // The run of non-blank characters after `key`.
   [[nodiscard]] std::string text(std::string_view key) {
     take_key(key);
     skip_blanks(rest_);
@@ -48,7 +48,7 @@ class RecordLine {
     return value;
   }
 
-  // The decimal number behind `key`.
+  // The decimal number after `key`.
   [[nodiscard]] std::uint32_t number(std::string_view key) {
     take_key(key);
     const std::optional<std::uint32_t> value = scan_int(rest_);
@@ -77,7 +77,7 @@ class RecordLine {
 };
 
 // The default text of a field line, when the line has one.
-// By design [DefaultAnywhere]: the word counts wherever it stands, in a name too; the text starts behind the one
+// By design [DefaultAnywhere]: the word counts anywhere in the line, in a name too; the text starts after the one
 // character that follows it.
 std::optional<std::string> default_of(std::string_view line) {
   constexpr std::string_view kWord = "Default";

@@ -135,7 +135,7 @@ struct TableView {
     return is_field ? field(index) : nullptr;
   }
 
-  // The descriptor at a position behind the table's first one; null outside the segment.
+  // The descriptor `index` positions after the table's first one; null outside the segment.
   [[nodiscard]] _field_attr *field(std::int64_t index) const noexcept {
     return attr_at<_field_attr>(segment, field_offset + index * std::int64_t{sizeof(_field_attr)});
   }

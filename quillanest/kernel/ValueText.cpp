@@ -23,7 +23,7 @@ char *write_integer(char *to, Integer value) {
 std::optional<std::uint64_t> millionths(double value) {
   constexpr int kMantissaBits = 52;
   constexpr int kExponentBias = 1075;  // of a mantissa that is an integer
-  constexpr int kShiftMin = 10;        // 53 bits and the 20 bits of a million fit 63 bits behind a shift of 10
+  constexpr int kShiftMin = 10;        // 53 bits and the 20 bits of a million fit 63 bits after a shift of 10
   constexpr int kShiftMax = 74;        // nothing is left, and less than a half
   const auto bits = std::bit_cast<std::uint64_t>(value);
   const int shift = kExponentBias - static_cast<int>(bits >> kMantissaBits);

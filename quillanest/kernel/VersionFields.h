@@ -22,7 +22,7 @@ struct VersionFields {
 };
 [[nodiscard]] VersionFields find_version_fields(const TableView &view) noexcept;
 
-// A version field of one record, read and written as 32 bits whatever its declared type.
+// A version field of one record, read and written as 32 bits regardless of its declared type.
 [[nodiscard]] inline std::int32_t version_value(const TableView &view, std::byte *record, const _field_attr &field) {
   return load_part<std::int32_t>(view.value(record, field));
 }

@@ -4,7 +4,7 @@
 // escaped. docs/data-files.md has the grammar. Files are written with CR LF and read with CR LF or LF.
 // Lifetime: an object is built for one call and reads the configuration in its constructor; the manager must outlive
 // it. Threads: one object belongs to one thread. No operation takes the database's mutex: writers record each record as
-// it stands at that moment, readers write straight into the image.
+// it is at that moment, readers write straight into the image.
 #pragma once
 
 #include <optional>
@@ -25,7 +25,7 @@ class CRtdbDataFile {
 
   // Writes a table's file; the database must be mapped and the table bound to it. Clears "bModified" of every record
   // and stamps empty times with the present. False when the table has no descriptors in the image, no folder is
-  // configured, or the file cannot be written whole; the former file then stands, and the records are marked modified
+  // configured, or the file cannot be written whole; the former file is then kept, and the records are marked modified
   // again.
   bool SaveTable(CRtDataBase *database, CRtTable *table, int projectID);
 

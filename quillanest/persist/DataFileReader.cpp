@@ -26,7 +26,7 @@ class Columns {
  public:
   Columns(std::string_view line, char separator) : rest_(line), separator_(separator) {}
 
-  // The next column's text; is_last() tells whether a separator followed it.
+  // The next column's text; is_last() is true if no separator followed it.
   // By design [LastColumnLosesOne]: the last column loses its last character, which is the line end in all lines but
   // one that ends with the file.
   std::string_view next() {
@@ -48,7 +48,7 @@ class Columns {
 
 enum class FirstColumn { kIsKey, kByName };
 
-// The fields that a header's columns stand for, null for those of no field.
+// The field of each column of a header, null for a column without a field.
 std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableView &view, Columns header,
                                              bool use_caption_names, FirstColumn first) {
   std::vector<const _field_attr *> fields;
@@ -85,7 +85,8 @@ void store_column(const _field_attr &field, std::span<std::byte> value, std::str
     case Kind::kCharacter:
       return store_part(value, text.empty() ? '\0' : text.front());
     case Kind::kText:
-      // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls behind the field.
+      // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls on the byte after
+      // the field.
       return copy_text(value, text.substr(0, size_of(field)));
     case Kind::kPassword:
       return store_password(field, value, text, cipher);

@@ -39,7 +39,7 @@ class Output {
   }
 
   // A text as the file keeps it.
-  // By design [TextIsFormat]: "%%" in a value is written as one "%"; every other "%" is written as it stands.
+  // By design [TextIsFormat]: "%%" in a value is written as one "%"; every other "%" is written unchanged.
   void append_value(std::string_view text) {
     for (std::size_t at = text.find("%%"); at != std::string_view::npos; at = text.find("%%")) {
       append(text.substr(0, at + 1));
@@ -82,7 +82,7 @@ class TableWriter {
     }
   }
 
-  // By design [ModifiedClearedPerColumn]: the mark is cleared after every column, so a column behind the first one
+  // By design [ModifiedClearedPerColumn]: the mark is cleared after every column, so a column after the first one
   // always shows 0.
   void write_record(std::byte *record, const ModifiedMarks &marks) {
     for (const _field_attr *field : fields_) {
@@ -147,7 +147,7 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
     writer.finish();
     if (file.commit()) return true;
   } catch (const std::exception &) {
-    // As any other failure: the former file stands.
+    // As any other failure: the former file is kept.
   }
   marks.restore();
   return false;

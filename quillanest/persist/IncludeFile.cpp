@@ -69,7 +69,7 @@ std::string identifier_line(std::string macro, std::size_t width, int value, std
   return joined({padded(std::move(macro), width), "\t", std::to_string(value), "\t//", caption, "\n"});
 }
 
-// By design [TimeIsScalar]: a TIME is never an array, whatever its size.
+// By design [TimeIsScalar]: a TIME is never an array, however large.
 std::string member_line(const CRtField &field) {
   const int element = field.GetFieldTypeSize();
   const std::int64_t count = element == 0 ? 1 : std::int64_t{field.GetFieldSize()} / element;
@@ -92,7 +92,7 @@ void for_each_field(const CRtTable &table, Visit visit) {
 }
 
 std::string name_of(CRtDataBase &database) {
-  // The name stands first in the descriptor in force, and may run on in it.
+  // The name is the first member of the descriptor in force, and may run on in it.
   return one_line(text_in({as_bytes(database.GetDBName()), sizeof(_db_attr)}));
 }
 
@@ -159,7 +159,7 @@ int CRtDataBase::BuildIncludeFile(const char *directory) {
       quillanest::show_message(("Fail to create file " + path).c_str());
       return 0;
     }
-    // By design [HeaderWriteUnchecked]: what goes wrong from here on is not told; the former header then stands.
+    // By design [HeaderWriteUnchecked]: a failure from here on is not reported; the former header is kept.
     (void)file.write(quillanest::include_file_text(*this));
     (void)file.commit();
     return 1;

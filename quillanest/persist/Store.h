@@ -12,7 +12,7 @@
 
 namespace quillanest {
 
-// The configuration file and the data path that a manager stands for.
+// The configuration file and the data path of a manager.
 inline std::string configuration_file_of(CRtdbManager &manager) {
   return std::string(text_at(manager.GetSysIniFile()));
 }

@@ -67,7 +67,7 @@ inline void copy_text(std::span<std::byte> to, std::string_view text) {
 }
 
 // Counters and flags of the image that one thread reads while another writes. A reader may get a stale value, never a
-// torn one, and sees whatever was written before the value that it gets.
+// torn one, and sees everything that was written before the value that it gets.
 template <class T>
 T load_shared(const T &counter) {
   return std::atomic_ref<T>(const_cast<T &>(counter)).load(std::memory_order_acquire);
@@ -87,7 +87,7 @@ T read_once(const T &number) {
 // Texts of descriptors.
 //
 // A descriptor is a block of bytes with texts of fixed width in it. A text of exactly its width is accepted, and its
-// terminator then lands in whatever follows in the block, so that reading starts at the text and may run on into it.
+// terminator then lands in what follows in the block, so that reading starts at the text and may run on into it.
 
 // The text that starts at `offset` of the block.
 template <class Block>
@@ -95,7 +95,7 @@ std::string_view block_text(const Block &block, std::size_t offset) {
   return text_in({as_bytes(static_cast<const void *>(&block)) + offset, sizeof(Block) - offset});
 }
 
-// Copies the text at `offset` from one block to another of its kind, terminator included; the bytes behind the
+// Copies the text at `offset` from one block to another of its kind, terminator included; the bytes after the
 // terminator stay as they are.
 template <class Block>
 void copy_block_text(Block &to, const Block &from, std::size_t offset) {

@@ -30,7 +30,7 @@ enum FieldType : std::int32_t {
 };
 
 enum class Kind : std::uint8_t {
-  kNone,       // codes that are no type
+  kNone,       // codes that are not a type
   kCharacter,  // one byte, shown as a character
   kInteger,
   kReal,
@@ -69,7 +69,7 @@ inline constexpr std::array<FieldTypeInfo, 16> kFieldTypes{{
     {kPasswd, "PASSWD", "PASSWD    ", 1, Kind::kPassword, 0, false},
 }};
 
-// The entry of a code; that of code 0 for numbers that are no code.
+// The entry of a code; that of code 0 for any other number.
 [[nodiscard]] constexpr const FieldTypeInfo &field_type(std::int32_t code) {
   const auto index = static_cast<std::uint32_t>(code);
   return kFieldTypes[index < kFieldTypes.size() ? index : 0];

@@ -9,8 +9,8 @@ namespace quillanest {
 
 class HeldMutex {
  public:
-  // Takes the mutex, without limit of time. is_open() tells whether there is one to take.
-  // By design [WaitNotExamined]: whatever the wait returns, an abandoned mutex included, the work goes on.
+  // Takes the mutex, without limit of time. is_open() is false if it cannot be opened.
+  // By design [WaitNotExamined]: the work goes on with any result of the wait, an abandoned mutex included.
   explicit HeldMutex(std::string_view name) : mutex_(find_mutex(name)) {
     if (mutex_ != nullptr) (void)wait_mutex(*mutex_, -1);
   }

@@ -23,7 +23,7 @@ inline constexpr int RTDB_PATH_SIZE = 96;
 inline constexpr int RTDB_USER_SIZE = 16;
 inline constexpr int RTDB_HOST_SIZE = 24;
 
-// Values of _field_attr::FieldType; docs/schema-file.md has the stored values. 7 and 8 are no types.
+// Values of _field_attr::FieldType; docs/schema-file.md has the stored values. 7 and 8 are not types.
 inline constexpr std::int32_t RTDB_TYPE_CHAR = 1;
 inline constexpr std::int32_t RTDB_TYPE_UCHAR = 2;
 inline constexpr std::int32_t RTDB_TYPE_SHORT = 3;
@@ -61,7 +61,7 @@ struct _rtdb_attr {
   char HostName[RTDB_HOST_SIZE];     // name of the machine
   std::int32_t DataBaseMaxNum;       // database slots
   std::int32_t RtdbStatus;           // RTDB_STATUS_...
-  std::uint32_t SysUserID;           // ID of the logged-in user, 0 for nobody
+  std::uint32_t SysUserID;           // ID of the logged-in user, 0 if there is none
   char SysUserName[RTDB_USER_SIZE];  // name of the logged-in user
   std::uint32_t Rights[4];           // 128 right bits
   SYSTEMTIME LoginUseTime;           // local time of the last login
@@ -154,7 +154,7 @@ static_assert(kIsImageStruct<_table_attr> && kIsImageStruct<_field_attr>);
 // The ID of the system database.
 inline constexpr std::uint32_t kSystemDatabaseID = 1;
 
-// What an ID or a type holds that nobody has set.
+// An ID or a type that was not set.
 inline constexpr std::uint32_t kNoID = 0xFFFFFFFF;
 
 // Where the directory starts, and the size of a manager segment with `slots` database slots.

@@ -1,7 +1,7 @@
 // Lines of a text as a reader with a fixed line buffer delivers them.
 //
-// A line longer than the buffer comes in pieces, each of which counts as a line. A piece ends at a zero byte, whatever
-// follows it on the line. Line ends are LF or CR LF and are delivered as LF, as the last character of the piece.
+// A line longer than the buffer comes in pieces, each of which counts as a line. A piece ends at a zero byte; the rest
+// of the line is dropped. Line ends are LF or CR LF and are delivered as LF, as the last character of the piece.
 // Lifetime: pieces point into the text, which is changed in place (a CR before the LF goes).
 #pragma once
 

@@ -41,7 +41,7 @@ double out_of_range_value(std::string_view text, char exponent_letter) {
 
 bool is_hex_digit(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-// "0x" and a digit, with or without the point before it; anything else behind a leading 0 ends the number there.
+// "0x" and a digit, with or without the point before it; anything else after a leading 0 ends the number there.
 bool is_hexadecimal(std::string_view text) {
   if (!text.starts_with("0x") && !text.starts_with("0X")) return false;
   text.remove_prefix(2);
@@ -100,7 +100,7 @@ std::optional<double> parse_exact_decimal(std::string_view text) {
 double parse_double(std::string_view text) {
   skip_blanks(text);
   const bool negative = take_sign(text);
-  if (text.starts_with('-')) return 0.0;  // a second sign is no number, although from_chars would take it
+  if (text.starts_with('-')) return 0.0;  // from_chars would take a second sign
   if (const std::optional<double> value = parse_exact_decimal(text)) return negative ? -*value : *value;
   const std::optional<double> value = is_hexadecimal(text) ? parse_magnitude(text.substr(2), std::chars_format::hex)
                                                            : parse_magnitude(text, std::chars_format::general);

@@ -1,6 +1,7 @@
 // Texts and buffers that callers give by address.
 //
-// What lies in a segment of this process ends with the segment; for everything else the caller answers.
+// What lies in a segment of this process ends with the segment; any other address is trusted: the caller guarantees its
+// terminator and size.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +15,7 @@
 namespace quillanest {
 
 // The text at an address: inside a segment of this process up to its terminator or the end of the segment, elsewhere up
-// to the terminator that the caller answers for.
+// to the terminator that the caller guarantees.
 [[nodiscard]] inline std::string_view text_at(const char *address) {
   const std::span<std::byte> bytes = NamedRegion::bytes_from(address);
   return bytes.empty() ? std::string_view(address) : text_in(bytes);
@@ -28,8 +29,8 @@ namespace quillanest {
 
 // Stores a text of at most `width` characters and its terminator in a block; false, with nothing changed, for a longer
 // one and for none.
-// By design [FullWidthText]: a text of full width is accepted and its terminator falls on the byte behind it.
-// The one behind the block's last byte is dropped.
+// By design [FullWidthText]: a text of full width is accepted and its terminator falls on the byte after it.
+// The one after the block's last byte is dropped.
 template <class Block>
 bool set_block_text(Block &block, std::size_t offset, std::size_t width, const char *text) {
   if (text == nullptr) return false;

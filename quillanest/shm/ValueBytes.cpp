@@ -33,7 +33,7 @@ bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string
 
 namespace {
 
-// The number that `count` digits form; one above all such numbers when something else stands among them.
+// The number that up to 4 digits form; 10,000, larger than any of them, if a character is not a digit.
 std::uint32_t digits_at(const char *text, int count) {
   std::uint32_t number = 0;
   std::uint32_t wrong = 0;
@@ -73,7 +73,7 @@ void read_time(std::string_view text, std::span<std::byte> time) {
   }
   struct Part {
     std::size_t place;
-    char before;  // what stands in front of the number; a blank stands for any white space, none included
+    char before;  // what precedes the number; a blank matches any white space, also none
   };
   constexpr std::array<Part, 6> kParts{{{offsetof(SYSTEMTIME, wYear), 0},
                                         {offsetof(SYSTEMTIME, wMonth), '-'},

@@ -10,7 +10,7 @@ namespace quillanest {
 
 // Stores the value of a text as type code `type` at the start of `to`, as far as `to` goes: integers by their own
 // width, FLOAT and DOUBLE, TIME with read_time. False, with nothing stored, for the types of characters and texts and
-// for codes that are no type.
+// for codes that are not a type.
 bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string_view text);
 
 // Stores a field's default text as SetDefaultField does, as far as `to` goes. Nothing for an empty text.

@@ -7,8 +7,9 @@
 namespace quillanest {
 
 // The installation root with a trailing separator: the environment variable QUILLANEST_ROOT when it is set and not
-// empty; else the parent of the folder that holds libQuillanest.so; else, when this code was linked into a program or a
-// library of another name, the parent of the folder that holds the executable. Empty when none can be found.
+// empty, unless the program was started with more rights than its user has; else the parent of the folder that holds
+// libQuillanest.so; else, when this code was linked into a program or a library of another name, the parent of the
+// folder that holds the executable. Empty when none can be found.
 [[nodiscard]] std::string install_root();
 
 // The configuration file below the installation root, relative to it.

@@ -23,14 +23,15 @@ class NamedRegion {
   NamedRegion &operator=(const NamedRegion &) = delete;
   ~NamedRegion();
 
-  // Opens the region called `name`, or makes it with `size` bytes, all zero.
-  // No view when `size` is 0, when an existing region is smaller than `size`, or when the system refuses.
+  // Opens the region called `name` as it is, smaller than `size` or larger, or makes it with `size` bytes, all zero.
+  // No view when `size` is 0 or the system refuses.
   [[nodiscard]] static NamedRegion open_or_create(std::string_view name, std::size_t size);
 
-  // The same, but a region that does not exist yet is backed by the file at `path`, which is created or grown to
-  // `size` bytes as needed and keeps its former bytes and, afterwards, those of the region. When the file cannot be
-  // opened the region is anonymous; there is no view when it was opened but cannot be grown. A region that exists is
-  // opened as it is, and the file is not touched then. The file is never removed.
+  // The same, but a region that does not exist yet is backed by the file at `path`, which is created for its owner
+  // alone or grown to `size` bytes as needed and keeps its former bytes and, afterwards, those of the region. There is
+  // no view when the path names a link, a file with another name, another user's file or anything but a file, or when
+  // the file was opened but cannot be grown; when it cannot be opened for another reason the region is anonymous. A
+  // region that exists is opened as it is, and the file is not touched then. The file is never removed.
   [[nodiscard]] static NamedRegion open_or_create_file(std::string_view name, const std::string &path,
                                                        std::size_t size);
 

@@ -11,6 +11,10 @@ namespace quillanest {
 // The name of this machine, empty when the system does not tell.
 [[nodiscard]] std::string host_name();
 
+// The value of an environment variable, valid until the environment changes. Null when it is not set, and in a program
+// that was started with more rights than its user has: what the user says must not lead such a program.
+[[nodiscard]] const char *trusted_environment(const char *name);
+
 // Ends the process with that identifier at once. Identifiers of 0 and below name no process and end nothing, although
 // the system would take them for groups of processes. Failures are silent.
 void end_process(int id);

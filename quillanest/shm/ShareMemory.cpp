@@ -1,8 +1,7 @@
 #include "quillanest/shm/ShareMemory.h"
 
-#include <charconv>
+#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -34,7 +33,7 @@ std::string segment_name(int key) {
 
 // The folder of file-backed segments, used as it stands; nothing when the working folder is gone.
 std::optional<std::string> backing_folder() {
-  if (const char *named = std::getenv("MAP_FILE_PATH"); named != nullptr) return named;
+  if (const char *named = quillanest::trusted_environment("MAP_FILE_PATH"); named != nullptr) return named;
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::current_path(error);
   if (error) return std::nullopt;
@@ -79,7 +78,8 @@ void *CShareMemory::Create(int nSize, bool bUseFile, bool bZero) {
   const auto size = static_cast<std::size_t>(nSize);
   view_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return open_segment(key_, size, bUseFile); });
   if (view_.bytes().empty()) return nullptr;
-  if (bZero && !view_.is_fresh()) std::memset(view_.bytes().data(), 0, size);
+  // An existing segment is opened as it is, and may be smaller.
+  if (bZero && !view_.is_fresh()) std::memset(view_.bytes().data(), 0, std::min(size, view_.bytes().size()));
   return view_.bytes().data();
 }
 

@@ -32,13 +32,15 @@ class QUILLANEST_API CShareMemory {
   // Always true.
   bool SetKey(int nKey);
 
-  // Opens the segment under the effective key, or creates it with `nSize` bytes, all zero. With `bUseFile` a new
-  // segment is backed by the file "SM_<key>" in the folder that the environment variable MAP_FILE_PATH names (used as
-  // it stands, so it ends with a separator), else in the current working folder; when that file cannot be opened the
-  // segment is an ordinary one. `bZero` clears `nSize` bytes, for every view of an existing segment too.
+  // Opens the segment under the effective key as it is, smaller than `nSize` or larger, or creates it with `nSize`
+  // bytes, all zero. With `bUseFile` a new segment is backed by the file "SM_<key>" in the folder that the environment
+  // variable MAP_FILE_PATH names (used as it stands, so it ends with a separator; ignored in a program that was started
+  // with more rights than its user has), else in the current working folder; when that file cannot be opened the
+  // segment is an ordinary one. `bZero` clears the first `nSize` bytes, for every view of an existing segment too, but
+  // none after its end.
   // Returns the address of the view. An object that has a view returns it at once, whatever the arguments. Null when
-  // `nSize` is not positive, when the effective key is -1, when an existing segment is smaller than `nSize`, or when
-  // the system refuses.
+  // `nSize` is not positive, when the effective key is -1, when the name of the file is that of a link or of another
+  // user's file, or when the system refuses.
   void *Create(int nSize, bool bUseFile, bool bZero);
 
   // Opens the existing segment under the effective key and returns the address of the view; at once when the object has

@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,13 +28,19 @@ TEST(ShareMemory, RefusesSizesAndTheMissingKey) {
   EXPECT_EQ(keyless.Attach(), nullptr);
 }
 
-TEST(ShareMemory, SegmentLivesAsLongAsAViewAndIsOpenedUnlessItIsSmaller) {
+// A larger size was refused; now clearing would run out of the segment.
+TEST(ShareMemory, SegmentLivesAsLongAsAViewAndIsOpenedAsItIs) {
   CShareMemory owner(333), view(333);
   void *bytes = std::memset(owner.Create(100, false, true), 'x', 100);
-  EXPECT_EQ(view.Create(101, false, true), nullptr);
-  EXPECT_EQ(view.Create(100, false, false), bytes);
-  EXPECT_EQ(text_at(bytes, 100), std::string(100, 'x'));
+  for (const int size : {100, 101, 1 << 30}) {
+    EXPECT_EQ(view.Create(size, size == 101, false), bytes) << size;
+    EXPECT_EQ(text_at(bytes, 100), std::string(100, 'x'));
+    view.Destroy();
+  }
+  EXPECT_EQ(view.Create(1 << 30, false, true), bytes);
+  EXPECT_EQ(text_at(bytes, 100), std::string(100, '\0'));
   view.Destroy();
+  std::memset(bytes, 'x', 100);
   EXPECT_EQ(view.Create(60, false, true), bytes);
   EXPECT_EQ(text_at(bytes, 100), std::string(60, '\0') + std::string(40, 'x'));
   owner.Destroy();
@@ -89,6 +96,38 @@ TEST(ShareMemory, ForkedChildStartsWithoutTheParentsSegments) {
   for (const void *view : views) EXPECT_EQ(text_at(view, 20'000), std::string(20'000, 'x'));
 }
 
+// The file was readable by everybody, and a link to another one was followed.
+TEST(ShareMemory, FileBackedSegmentIsItsOwnersAlone) {
+  namespace fs = std::filesystem;
+  const TestRoot root;
+  CShareMemory segment(key_for(1567));
+  setenv("MAP_FILE_PATH", root.path("data/").c_str(), 1);
+  EXPECT_NE(segment.Create(8, true, true), nullptr);
+  const std::string file = root.path("data/SM_000000001567");
+  EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  segment.Destroy();
+  for (const auto make : {symlink, link}) {
+    fs::remove(file);
+    ASSERT_EQ(make(root.write("data/victim", "four").c_str(), file.c_str()), 0);
+    EXPECT_EQ(segment.Create(8, true, true), nullptr);
+    EXPECT_EQ(root.read("data/victim"), "four");
+  }
+  unsetenv("MAP_FILE_PATH");
+}
+
+// Whoever made a segment's file shorter through /proc ended the program at its next access.
+TEST(ShareMemory, SizeOfASegmentIsFixed) {
+  CShareMemory segment(333);
+  ASSERT_NE(segment.Create(10'000, false, true), nullptr);
+  int found = 0;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    if (std::filesystem::read_symlink(entry.path()).string().find("memfd:SM_") == std::string::npos) continue;
+    ++found;
+    for (const off_t size : {0, 20'000}) EXPECT_EQ(truncate(entry.path().c_str(), size), -1) << size;
+  }
+  EXPECT_EQ(found, 1);
+}
+
 TEST(ShareMemory, FileBackedSegmentKeepsItsBytesInTheNamedFile) {
   const TestRoot root;
   CShareMemory segment(key_for(1567));
@@ -109,6 +148,7 @@ TEST(ShareMemory, FileBackedSegmentKeepsItsBytesInTheNamedFile) {
     EXPECT_EQ(segment.Create(12, true, false), segment.Attach()) << "what the folder held is a view still";
     segment.Destroy();
     EXPECT_EQ(segment.Create(1000, true, false), nullptr) << "what is written to a lost segment is lost";
+    EXPECT_EQ(segment.Create(1000, false, false), nullptr) << "the limit holds for memory too";
   }
   unsetenv("MAP_FILE_PATH");
 }

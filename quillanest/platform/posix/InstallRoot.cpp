@@ -1,12 +1,13 @@
 #include "quillanest/platform/InstallRoot.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <memory>
 #include <string_view>
 
+#include "quillanest/platform/Loading.h"
 #include "quillanest/platform/Neutral.h"
+#include "quillanest/platform/Process.h"
 
 namespace quillanest {
 namespace {
@@ -38,14 +39,14 @@ const fs::path &loaded_module_file() {
   static const fs::path &file = *std::make_unique<fs::path>(module_file()).release();
   return file;
 }
-[[gnu::constructor]] void find_module_file() {
+[[gnu::constructor(kWhenLoaded)]] void find_module_file() {
   (void)neutral_on_failure(false, [] { return loaded_module_file().empty(); });
 }
 
 }  // namespace
 
 std::string install_root() {
-  if (const char *named = std::getenv("QUILLANEST_ROOT"); named != nullptr && *named != '\0') {
+  if (const char *named = trusted_environment("QUILLANEST_ROOT"); named != nullptr && *named != '\0') {
     std::string root = named;
     if (root.back() != '/') root += '/';
     return root;

@@ -1,6 +1,7 @@
 // Anonymous regions are memory files, named after the region so that a tool which knows the process can find them among
-// its descriptors; the descriptor stays open as long as the region. A region is mapped once per process and its views
-// share the mapping.
+// its descriptors; the descriptor stays open as long as the region. Their size is sealed: a process that opens one of
+// them there cannot make it shorter than its mapping. A region is mapped once per process and its views share the
+// mapping.
 #include "quillanest/platform/NamedRegion.h"
 
 #include <algorithm>
@@ -19,6 +20,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "quillanest/platform/FileSizeSignal.h"
+#include "quillanest/platform/Loading.h"
 #include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
@@ -56,19 +59,38 @@ struct NameHash {
   std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
 };
 
+// A file of this user without another name: what others may have put there is not to be shared with them, nor a file
+// that lies elsewhere too to be grown and written.
+bool is_own_file(const struct stat &status) {
+  return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
+}
+
+// Whether a file that could not be opened is one that must not be: a link, or another user's.
+bool is_refused(const std::string &path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && (S_ISLNK(status.st_mode) || status.st_uid != geteuid());
+}
+
 // Makes an open file at least `size` bytes long, with disk space behind every one of them: a view must not find out on
 // a write that the disk is full.
 bool grow_backing_file(int descriptor, std::size_t size) {
   struct stat status {};
-  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-         (static_cast<std::size_t>(status.st_size) >= size ||
-          posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0);
+  if (fstat(descriptor, &status) != 0 || !is_own_file(status)) return false;
+  if (static_cast<std::size_t>(status.st_size) >= size) return true;
+  const FileSizeSignalBlock block;
+  return posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0;
+}
+
+bool fix_size(int descriptor, std::size_t size) {
+  const FileSizeSignalBlock block;
+  return ftruncate(descriptor, static_cast<off_t>(size)) == 0 &&
+         fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0;
 }
 
 int open_memory_file(const std::string &name, std::size_t size) {
-  const int descriptor = memfd_create(name.c_str(), MFD_CLOEXEC);
+  const int descriptor = memfd_create(name.c_str(), MFD_CLOEXEC | MFD_ALLOW_SEALING);
   if (descriptor < 0) return -1;
-  if (ftruncate(descriptor, static_cast<off_t>(size)) == 0) return descriptor;
+  if (fix_size(descriptor, size)) return descriptor;
   close(descriptor);
   return -1;
 }
@@ -103,17 +125,14 @@ struct RegionRegistry {
     if (size == 0) return {};
     const std::lock_guard lock(mutex_);
     const auto found = by_name_.find(name);
-    if (found != by_name_.end()) {
-      if (found->second->size < size) return {};
-      return open_view(*found->second, false);
-    }
+    if (found != by_name_.end()) return open_view(*found->second, false);
     auto entry = std::make_unique<Entry>();
     entry->name = name;
     bool zero = false;
     if (path != nullptr) {
-      entry->descriptor = ::open(path->c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+      entry->descriptor = ::open(path->c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
       // What is written to an anonymous region is lost; only a file that cannot be opened is answered with one.
-      if (entry->descriptor >= 0 && !grow_backing_file(entry->descriptor, size)) return {};
+      if (entry->descriptor < 0 ? is_refused(*path) : !grow_backing_file(entry->descriptor, size)) return {};
     }
     if (entry->descriptor < 0) {
       entry->descriptor = open_memory_file(entry->name, size);
@@ -177,6 +196,14 @@ struct RegionRegistry {
   static constinit inline std::atomic<std::uintptr_t> lowest_{std::numeric_limits<std::uintptr_t>::max()};
   static constinit inline std::atomic<std::uintptr_t> highest_{0};
 };
+
+namespace {
+
+[[gnu::constructor(kWhenLoaded)]] void make_registry() {
+  (void)neutral_on_failure(false, [] { return RegionRegistry::instance().view({}).bytes().empty(); });
+}
+
+}  // namespace
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept
     : entry_(&entry), bytes_(entry.start, entry.size), notes_(&entry.notes), fresh_(fresh) {}

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -235,6 +236,25 @@ TEST(Utility, ThreadsThatExitAreCleanedUp) {
   }
   EXPECT_LE(mappings(), before + 20);
   EXPECT_TRUE(KillThreadEx(handle));
+}
+
+// A child waited for ever for a lock that a thread of the parent, just ending, had held at the fork.
+TEST(Utility, ForkedChildHasThreadsOfItsOwn) {
+  void *of_parent = CreateThreadEx(runs_on, nullptr);
+  for (int i = 0; i < 600; ++i) {
+    ASSERT_NE(CreateThreadEx([](void *) { return 0UL; }, nullptr), nullptr);
+    if (i % 3 != 0) continue;
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      void *own = CreateThreadEx(runs_on, nullptr);
+      _exit(KillThreadEx(of_parent) && own != nullptr && KillThreadEx(own) ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0) << "after " << i << " threads";
+  }
+  EXPECT_TRUE(KillThreadEx(of_parent));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <mutex>
+#include <new>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -17,6 +18,7 @@
 #include <utility>
 
 #include "quillanest/platform/HandleTable.h"
+#include "quillanest/platform/Loading.h"
 #include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
@@ -61,11 +63,20 @@ struct RunningThread {
   void *argument = nullptr;
   pthread_t thread{};
   ThreadHandle handle = kNoThread;
+  unsigned int forks = 0;  // of the table when it was started
   RunningThread *next_finished = nullptr;
   Stack stack;
 };
 
+// A forked child has the thread that forked and no other. What the table says about the others is of the parent: their
+// handles are stale, and their remains stay where they are.
 struct ThreadTable {
+  ThreadTable() {
+    const int result = pthread_atfork([] { instance().leaving.lock(); }, [] { instance().leaving.unlock(); },
+                                      [] { instance().count_fork(); });
+    if (result != 0) throw std::bad_alloc();
+  }
+
   static ThreadTable &instance() {
     static ThreadTable &table = *std::make_unique<ThreadTable>().release();  // never destroyed: threads may outlive it
     return table;
@@ -77,6 +88,21 @@ struct ThreadTable {
   HandleTable<RunningThread> handles;
   // Threads that left by themselves; a thread cannot free the stack it stands on.
   RunningThread *finished = nullptr;
+  unsigned int forks = 0;  // between this process and the first one
+  pthread_t forker{};      // the thread that made this process; of no meaning in the first one
+  bool handler_installed = false;
+
+  [[nodiscard]] bool is_of_parent(const RunningThread &running) const {
+    return running.forks != forks && pthread_equal(running.thread, forker) == 0;
+  }
+
+ private:
+  // Runs in the child, whose only thread holds the mutex from before the fork.
+  void count_fork() {
+    ++forks;
+    forker = pthread_self();
+    leaving.unlock();
+  }
 };
 
 // Joins the threads that have left by themselves, and frees their stacks. One that is still on its way out, the caller
@@ -86,7 +112,7 @@ void reap_finished() {
   const std::lock_guard lock(table.leaving);
   for (RunningThread **link = &table.finished; *link != nullptr;) {
     RunningThread *running = *link;
-    if (pthread_tryjoin_np(running->thread, nullptr) != 0) {
+    if (table.is_of_parent(*running) || pthread_tryjoin_np(running->thread, nullptr) != 0) {
       link = &running->next_finished;
       continue;
     }
@@ -168,6 +194,7 @@ ThreadHandle start(ThreadRoutine routine, void *argument) {
   const std::lock_guard lock(table.leaving);
   const ThreadHandle handle = table.handles.open(running.get());
   running->handle = handle;
+  running->forks = table.forks;
   if (handle == kNoThread) return kNoThread;
   if (!create(*running)) {
     (void)table.handles.close(handle);
@@ -175,6 +202,10 @@ ThreadHandle start(ThreadRoutine routine, void *argument) {
   }
   (void)running.release();  // owned by the handle now
   return handle;
+}
+
+[[gnu::constructor(kWhenLoaded)]] void make_table() {
+  (void)neutral_on_failure(false, [] { return ThreadTable::instance().finished == nullptr; });
 }
 
 }  // namespace
@@ -187,13 +218,15 @@ ThreadHandle start_thread(ThreadRoutine routine, void *argument) {
 void end_thread(ThreadHandle handle) {
   if (handle == kNoThread) return;
   reap_finished();
-  static const bool handler_installed = install_handler();
   ThreadTable &table = ThreadTable::instance();
   std::unique_ptr<RunningThread> own;  // freed when the thread is gone
   {
     const std::lock_guard lock(table.leaving);
     const RunningThread *running = table.handles.find(handle);
-    if (!handler_installed || running == nullptr || pthread_equal(running->thread, pthread_self()) != 0) return;
+    if (running == nullptr || table.is_of_parent(*running)) return;
+    if (pthread_equal(running->thread, pthread_self()) != 0) return;
+    if (!table.handler_installed) table.handler_installed = install_handler();
+    if (!table.handler_installed) return;
     if (pthread_kill(running->thread, ending_signal()) != 0) return;
     own.reset(table.handles.close(handle));
   }

@@ -1,11 +1,8 @@
 #include "quillanest/platform/qrvutil/TzDes.h"
 
 #include <algorithm>
-#include <memory>
-#include <openssl/evp.h>
-#include <stdexcept>
-#include <vector>
 
+#include "quillanest/platform/Crypto.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Profile.h"
 #include "quillanest/platform/TextFile.h"
@@ -13,12 +10,8 @@
 namespace quillanest {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-using Key = std::array<unsigned char, 64>;
-
 constexpr std::string_view kPrefix = "qnp1.";
 constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-constexpr std::size_t kTagSize = 16;
 // Stands in front of every password, so that an empty one is enciphered like any other.
 constexpr unsigned char kMark = 'p';
 
@@ -52,63 +45,14 @@ std::optional<Bytes> from_base64url(std::string_view text) {
   return bytes;
 }
 
-struct CipherFree {
-  void operator()(EVP_CIPHER *cipher) const { EVP_CIPHER_free(cipher); }
-  void operator()(EVP_CIPHER_CTX *context) const { EVP_CIPHER_CTX_free(context); }
-};
-
-// An empty text in place of an enciphered one would open the account, and a text that could not be deciphered would be
-// enciphered once more by the next save, so there is no result at all.
-[[noreturn]] void raise_cipher_failure() { throw std::runtime_error("passwords cannot be enciphered"); }
-
-// AES-SIV over one message; `tag` is written when enciphering and checked when deciphering. Nothing when the message
-// does not authenticate, or cannot be enciphered; raises when the library lacks what it needs for either.
-enum class Direction { kDecipher = 0, kEncipher = 1 };
-
-std::optional<Bytes> aes_siv(const Key &key, const Bytes &message, std::array<unsigned char, kTagSize> &tag,
-                             Direction direction) {
-  const std::unique_ptr<EVP_CIPHER, CipherFree> cipher(EVP_CIPHER_fetch(nullptr, "AES-256-SIV", nullptr));
-  const std::unique_ptr<EVP_CIPHER_CTX, CipherFree> context(EVP_CIPHER_CTX_new());
-  if (cipher == nullptr || context == nullptr) raise_cipher_failure();
-  const bool enciphering = direction == Direction::kEncipher;
-  if (EVP_CipherInit_ex(context.get(), cipher.get(), nullptr, key.data(), nullptr, enciphering ? 1 : 0) != 1) {
-    raise_cipher_failure();
-  }
-  if (!enciphering && EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, kTagSize, tag.data()) != 1) {
-    raise_cipher_failure();
-  }
-  Bytes result(message.size());
-  int size = 0;
-  int rest = 0;
-  std::array<unsigned char, kTagSize> end{};
-  if (EVP_CipherUpdate(context.get(), result.data(), &size, message.data(), static_cast<int>(message.size())) != 1 ||
-      EVP_CipherFinal_ex(context.get(), end.data(), &rest) != 1) {
-    return std::nullopt;
-  }
-  if (enciphering && EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_GET_TAG, kTagSize, tag.data()) != 1) {
-    return std::nullopt;
-  }
-  return result;
-}
-
-Key digest_of(std::string_view secret) {
-  Key key{};
-  unsigned int size = 0;
-  if (EVP_Digest(secret.data(), secret.size(), key.data(), &size, EVP_sha512(), nullptr) != 1) raise_cipher_failure();
-  return key;
-}
-
 // Everybody has this key.
-const Key &built_in_key() {
-  static const Key key = digest_of("Quillanest passwords are hidden, not protected, by this key");
-  return key;
-}
+SivKey built_in_key() { return sha512("Quillanest passwords are hidden, not protected, by this key"); }
 
-std::optional<std::string> open_with(const Key &key, const Bytes &sealed) {
-  std::array<unsigned char, kTagSize> tag{};
-  std::copy_n(sealed.begin(), kTagSize, tag.begin());
-  const Bytes message(sealed.begin() + kTagSize, sealed.end());
-  const std::optional<Bytes> clear = aes_siv(key, message, tag, Direction::kDecipher);
+std::optional<std::string> open_with(const SivKey &key, const Bytes &sealed) {
+  SivTag tag{};
+  std::copy_n(sealed.begin(), kSivTagSize, tag.begin());
+  const Bytes message(sealed.begin() + kSivTagSize, sealed.end());
+  const std::optional<Bytes> clear = siv_decipher(key, message, tag);
   if (!clear || clear->empty() || clear->front() != kMark) return std::nullopt;
   return std::string(clear->begin() + 1, clear->end());
 }
@@ -120,13 +64,13 @@ PasswordCipher PasswordCipher::from_configuration(const std::string &configurati
   const std::string named = profile_text(configuration_file, kConfigurationSection, "PasswdKeyFile");
   if (named.empty()) return cipher;
   const std::optional<FileText> secret = read_file(resolve_in_root(configuration_file, named));
-  if (secret && !secret->view().empty()) cipher.configured_ = digest_of(secret->view());
+  if (secret && !secret->view().empty()) cipher.configured_ = sha512(secret->view());
   return cipher;
 }
 
 std::optional<std::string> PasswordCipher::open(std::string_view text) const {
   const std::optional<Bytes> sealed = from_base64url(text.substr(kPrefix.size()));
-  if (!sealed || sealed->size() <= kTagSize) return std::nullopt;
+  if (!sealed || sealed->size() <= kSivTagSize) return std::nullopt;
   if (configured_) {
     if (std::optional<std::string> clear = open_with(*configured_, *sealed)) return clear;
   }
@@ -140,14 +84,12 @@ bool PasswordCipher::is_foreign(std::string_view text) const { return is_text_fo
 
 std::string PasswordCipher::encrypt(std::string_view clear) const {
   if (is_foreign(clear)) return std::string(clear);
-  Bytes message{kMark};
-  message.insert(message.end(), clear.begin(), clear.end());
-  std::array<unsigned char, kTagSize> tag{};
-  const std::optional<Bytes> enciphered =
-      aes_siv(configured_ ? *configured_ : built_in_key(), message, tag, Direction::kEncipher);
-  if (!enciphered) raise_cipher_failure();
-  Bytes sealed(tag.begin(), tag.end());
-  sealed.insert(sealed.end(), enciphered->begin(), enciphered->end());
+  Bytes message(clear.size() + 1, kMark);
+  std::copy(clear.begin(), clear.end(), message.begin() + 1);
+  SivTag tag{};
+  const Bytes enciphered = siv_encipher(configured_ ? *configured_ : built_in_key(), message, tag);
+  Bytes sealed(tag.size() + enciphered.size());
+  std::copy(enciphered.begin(), enciphered.end(), std::copy(tag.begin(), tag.end(), sealed.begin()));
   return std::string(kPrefix) + to_base64url(sealed);
 }
 

@@ -7,11 +7,11 @@
 // Threads: all functions may run on any thread.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "quillanest/platform/Crypto.h"
 
 namespace quillanest {
 
@@ -37,11 +37,10 @@ class PasswordCipher {
   [[nodiscard]] std::string decrypt(std::string_view text) const;
 
  private:
-  using Key = std::array<unsigned char, 64>;
   PasswordCipher() = default;
   [[nodiscard]] std::optional<std::string> open(std::string_view text) const;
 
-  std::optional<Key> configured_;
+  std::optional<SivKey> configured_;
 };
 
 // The same with the keys of the installation's configuration, read anew at every call.

@@ -2,7 +2,8 @@
 //
 // A mutex is recursive and belongs to a thread. Every process of one user that opens the same name gets the same
 // mutex; different texts, the empty one and those with "/" included, are different mutexes. Nobody removes a name: a
-// mutex is a few bytes in a per-user folder of the system's memory file system and stays until the next boot.
+// mutex is a few bytes in a per-user folder of the system's memory file system and stays until the next boot. Programs
+// whose builds lay these bytes out in different ways have different mutexes.
 // When the owner dies, thread or process, the next waiter gets the mutex with kWaitAbandoned; nobody blocks for ever.
 //
 // Handles are numbers, never addresses. A handle that has been closed, also through a copy of it, is recognised and
@@ -42,7 +43,7 @@ bool release_mutex(MappedMutex &mutex);
 // ----------------------------------------------------------------------------------------------------
 
 // A new handle on the mutex called `name`, which is created when it does not exist; not owned by this call.
-// kNoMutex when the system refuses or the per-user folder belongs to somebody else.
+// kNoMutex when the system refuses, or when what the file of the mutex holds is not a mutex of this build.
 [[nodiscard]] MutexHandle open_mutex(std::string_view name);
 
 // Takes the mutex, waiting up to `timeout_ms` milliseconds; negative means without limit. One of the kWait results;

@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include "quillanest/Quillanest.h"
+#include "quillanest/platform/posix/MutexFolder.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/Torture.h"
 #include "tests/store/StoreFixture.h"
+#include "tests/support/Child.h"
 #include "tests/support/Mutexes.h"
 
 namespace fs = std::filesystem;
@@ -30,7 +32,7 @@ const std::string kReading = "new open fstat read ";
 const std::string kWriting =
     "stat access lstat flock ftruncate fchmod fchown write fsync rename "
     "_ZNSt10filesystem9canonicalERKNS_7__cxx114pathERSt10error_code ";
-const std::string kCiphers = "EVP_CIPHER_fetch EVP_CIPHER_CTX_new EVP_CipherInit_ex EVP_CIPHER_CTX_ctrl ";
+const std::string kCiphers = "EVP_CIPHER_CTX_new EVP_CipherInit_ex EVP_CIPHER_CTX_ctrl ";
 
 // Where a table's marks and levels stand, and what is expected of them.
 struct Place {
@@ -414,6 +416,39 @@ struct Primitives {
   SYSTEMTIME time{};
 };
 
+// Catches: a folder of mutexes that only this process takes for the one of all, whether or not another user has taken
+// its plain name; one without the permissions that a umask took away.
+struct MutexFolder {
+  explicit MutexFolder(bool is_taken) : taken(is_taken) {}
+  void ready() {
+    fs::remove_all(root.path("shm"));
+    fs::create_directory(root.path("shm"));
+    if (taken) root.write("shm/mutexes", "");
+    found.clear();
+    former = umask(0777);
+  }
+  void run() {
+    try {
+      found = quillanest::mutex_folder(plain);
+    } catch (const std::system_error &) {  // no folder
+    } catch (const std::bad_alloc &) {
+    }
+  }
+  std::string verdict(bool clean) {
+    umask(former);
+    const std::string agreed = quillanest::mutex_folder(plain);
+    if (found.empty() ? clean : found != agreed) return found + " instead of " + agreed;
+    const bool is_open = fs::status(agreed).permissions() == fs::perms::owner_all;
+    return is_open && (agreed == plain) != taken ? "" : agreed;
+  }
+
+  const bool taken;
+  TestRoot root;
+  const std::string plain = root.path("shm/mutexes");
+  std::string found;
+  mode_t former = 0;
+};
+
 // A save into a relational store, of base data or of a project. Catches: true with rows that are neither the new ones
 // nor, as for a rejected INSERT, missing; false with rows or marks that are not the former ones.
 struct SaveRows : Stage {
@@ -491,7 +526,7 @@ struct LoadRows : Stage {
 };
 
 const std::string kLocking =
-    "mkdir lstat open flock fstat posix_fallocate mmap pthread_mutexattr_init pthread_mutex_init ";
+    "lstat glob open flock fstat posix_fallocate mmap pthread_mutexattr_init pthread_mutex_init ";
 
 class Faults : public testing::Test {
  protected:
@@ -540,6 +575,37 @@ TEST_F(Faults, FirstCalls) {
   std::cout << nth - 2 << " failures injected\n";
 }
 
+// A program that is short of something while the library is loaded works afterwards, passwords included. Catches: what
+// is made by halves then, or ends the program.
+int work_after_loading(const std::vector<std::string> &) {
+  const long failures = faults::failed();
+  Primitives primitives;
+  primitives.ready();
+  primitives.run();
+  std::string complaint = primitives.verdict(true);
+  SaveText save;
+  save.ready();
+  save.run();
+  complaint += save.verdict(true);
+  say(complaint);
+  return !complaint.empty() ? 1 : failures == 0 ? 2 : 0;
+}
+const RegisterChild kAfterLoading{"work_after_loading", work_after_loading};
+
+TEST_F(Faults, Loading) {
+  long nth = 1;
+  for (int result = 0; result != 2 && nth < 500; ++nth) {
+    setenv(faults::kLoadingFault, std::to_string(nth).c_str(), 1);
+    Child child("work_after_loading");
+    unsetenv(faults::kLoadingFault);
+    const std::string complaint = child.hear();
+    result = child.wait();
+    EXPECT_TRUE(result == 0 || result == 2) << "call " << nth << " ends with " << result << ": " << complaint;
+  }
+  EXPECT_GT(nth, 10);
+  std::cout << nth - 2 << " failures injected\n";
+}
+
 TEST_F(Faults, Start) {
   Start scenario;
   torture(scenario, kReading + "memfd_create ftruncate mmap gethostname");
@@ -566,6 +632,11 @@ TEST_F(Faults, Headers) {
 TEST_F(Faults, Edit) {
   Edit scenario;
   torture(scenario, kLocking + "new pthread_mutex_lock pthread_mutex_clocklock");
+}
+TEST_F(Faults, MutexFolder) {
+  MutexFolder plain(false), taken(true);
+  torture(plain, "lstat glob mkdir chmod");
+  torture(taken, "lstat glob mkdir mkdtemp chmod access open flock");
 }
 TEST_F(Faults, Primitives) {
   Primitives scenario;

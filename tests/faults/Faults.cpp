@@ -11,6 +11,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <glob.h>
 #include <new>
 #include <openssl/evp.h>
 #include <pthread.h>
@@ -23,6 +24,8 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+
+#include "quillanest/platform/Loading.h"
 
 namespace fs = std::filesystem;
 
@@ -75,6 +78,14 @@ void tell_plan(int signal) {
 
 // The kind of a mutex of this C library has this bit when the mutex is robust.
 bool is_robust(const pthread_mutex_t &mutex) { return (mutex.__data.__kind & 0x10) != 0; }
+
+[[gnu::constructor(quillanest::kWhenLoaded - 1)]] void before_loading() {
+  const char *const nth = std::getenv(kLoadingFault);
+  g_armed = nth != nullptr;
+  if (g_armed) g_plan.nth = std::atol(nth);
+}
+
+[[gnu::constructor(quillanest::kWhenLoaded + 1)]] void after_loading() { g_armed = false; }
 
 }  // namespace
 

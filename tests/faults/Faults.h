@@ -27,6 +27,10 @@ struct Plan {
   [[nodiscard]] std::string text() const;
 };
 
+// The environment variable that has the call of that number fail, in a program that is started with it, among those
+// that the library makes when it is loaded.
+inline constexpr const char *kLoadingFault = "QUILLANEST_LOADING_FAULT";
+
 // Faults as planned while the object lives, in all threads. A program that ends meanwhile says under which plan.
 class Armed {
  public:
@@ -36,7 +40,7 @@ class Armed {
   Armed &operator=(const Armed &) = delete;
 };
 
-// Of the present or last Armed: the calls of a row, and how many were made to fail.
+// Of the present or last Armed, or of the loading: the calls of a row, and how many were made to fail.
 long calls(int row);
 long calls(const char *name);
 long failed();

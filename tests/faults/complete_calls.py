@@ -14,14 +14,15 @@ import tree
 # What is not made to fail, by the reason.
 UNFAILING = {
     "only computes": """memchr memcmp memcpy memmove memset strcmp strlen bcmp fmod lround nearbyint trunc snprintf
-        sigaddset sigemptyset sigismember SQLGetDiagRec sqlite3_errmsg sqlite3_errstr EVP_sha256 EVP_sha512""",
-    "asks for what is there already": """getenv geteuid getpid clock_gettime time sysconf pthread_self dladdr tzset
+        sigaddset sigemptyset sigismember SQLGetDiagRec sqlite3_errmsg sqlite3_errstr""",
+    "asks for what is there already": """geteuid secure_getenv getpid clock_gettime time sysconf pthread_self dladdr tzset
         sigpending __errno_location __libc_current_sigrtmax __libc_single_threaded pthread_attr_getstacksize
         EVP_CIPHER_CTX_is_encrypting sqlite3_bind_parameter_count sqlite3_busy_timeout sqlite3_column_bytes
         sqlite3_column_count sqlite3_column_decltype sqlite3_column_double sqlite3_column_int64 sqlite3_column_type
         sqlite3_db_readonly sqlite3_get_autocommit sqlite3_total_changes""",
     "its null may be an empty value": "sqlite3_column_blob",
-    "gives back: whoever calls it can do nothing more": """close fclose free munmap EVP_CIPHER_free EVP_CIPHER_CTX_free
+    "gives back: whoever calls it can do nothing more": """close fclose free munmap globfree EVP_CIPHER_free EVP_CIPHER_CTX_free EVP_MD_free
+        OSSL_LIB_CTX_free
         pthread_attr_destroy pthread_mutexattr_destroy pthread_detach pthread_mutex_unlock SQLDisconnect SQLFreeHandle
         SQLFreeStmt sqlite3_close_v2 sqlite3_finalize""",
     "fails for wrong arguments only": """sigaction pthread_sigmask pthread_kill pthread_mutex_consistent
@@ -30,6 +31,7 @@ UNFAILING = {
         pthread_cond_clockwait""",
     "advice, or a word to the person at the program": "madvise fprintf fputs fwrite stderr",
     "does not come back": "syscall",
+    "without it a program's end is the only thing that differs": "OPENSSL_init_crypto",
 }
 # The compiler's own, sanitizers included.
 RUNTIME = re.compile(r"_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__(cxa|gxx|stack_chk|dso|asan|ubsan|tsan|lsan|sanitizer)_\w+")

@@ -1,8 +1,15 @@
+#include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <latch>
+#include <set>
 
 #include "quillanest/platform/NamedMutex.h"
+#include "quillanest/platform/posix/MutexFolder.h"
 #include "tests/support/Child.h"
 #include "tests/support/Mutexes.h"
+#include "tests/support/TestRoot.h"
 
 namespace {
 
@@ -103,6 +110,82 @@ TEST(NamedMutex, DeathOfTheOwnerAbandonsItForThoseWhoWait) {
     EXPECT_TRUE(release_mutex(mutex));
     EXPECT_FALSE(release_mutex(mutex));
     EXPECT_EQ(tried_by_other(mutex), 0);
+  }
+}
+
+// What this process maps of the mutex's file.
+std::string path_of(const MutexName &name) {
+  std::ifstream maps("/proc/self/maps");
+  std::string line;
+  while (std::getline(maps, line) && line.find("/n" + name.text() + '.') == std::string::npos) {
+  }
+  return line.substr(line.find('/'));
+}
+
+const RegisterChild kOpener{"open_mutex", [](const std::vector<std::string> &arguments) -> int {
+                              const MutexHandle handle = open_mutex(arguments[0]);
+                              say(handle == kNoMutex ? "refused" : std::to_string(wait_mutex(handle, 0)));
+                              return 0;
+                            }};
+
+// A file of another layout was made anew while its mutex was held. One that was never finished is made anew.
+TEST(NamedMutex, FileThatIsNoMutexOfThisBuildIsLeftAlone) {
+  const struct {
+    std::string start;
+    std::size_t size;
+    const char *answer;
+  } rows[] = {
+      {"", 0, "0"},
+      {"half", 4, "0"},
+      {std::string(8, '\0'), 100, "0"},
+      {std::string(8, '\x30'), 100, "refused"},
+      {std::string(7, '\0') + 'x', 100, "refused"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.start));
+    const MutexName name;
+    const Opened held(name.text());
+    EXPECT_EQ(wait_mutex(held, 0), 0);
+    EXPECT_EQ(Child("open_mutex", {name.text()}).hear(), "258");
+    const std::string path = path_of(name);
+    std::ofstream(path, std::ios::in | std::ios::out) << row.start;
+    if (row.size < 100) std::filesystem::resize_file(path, row.size);
+    EXPECT_EQ(Child("open_mutex", {name.text()}).hear(), row.answer);
+    EXPECT_EQ(release_mutex(held), row.answer == std::string("refused"));
+  }
+}
+
+// Catches: processes of one user that lock in different folders while another user makes and removes the plain one.
+TEST(MutexFolder, AllAgreeWhateverHappensToThePlainName) {
+  constexpr int kThreads = 6;
+  const TestRoot root;
+  for (int round = 0; round < 100; ++round) {
+    const std::string plain = root.path(std::to_string(round));
+    std::mutex mutex;
+    std::set<std::string> folders;
+    std::atomic<int> running = kThreads;
+    std::latch begin(kThreads + 1);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&] {
+        begin.arrive_and_wait();
+        for (int look = 0; look < 5; ++look) {
+          const std::string folder = mutex_folder(plain);
+          const std::lock_guard lock(mutex);
+          folders.insert(folder);
+        }
+        --running;
+      });
+    }
+    threads.emplace_back([&] {  // stands for the other user: a file is nobody's folder
+      begin.arrive_and_wait();
+      while (running > 0) {
+        std::ofstream(plain, std::ios::app).close();
+        (void)unlink(plain.c_str());
+      }
+    });
+    for (std::thread &thread : threads) thread.join();
+    ASSERT_EQ(folders.size(), 1U) << testing::PrintToString(folders);
   }
 }
 

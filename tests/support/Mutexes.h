@@ -21,8 +21,15 @@ class MutexName {
 
  private:
   void remove() const {
+    namespace fs = std::filesystem;
     std::error_code error;
-    std::filesystem::remove("/dev/shm/quillanest-" + std::to_string(geteuid()) + "/n" + text_, error);
+    const std::string folders = "/dev/shm/quillanest-" + std::to_string(geteuid());
+    for (const fs::directory_entry &folder : fs::directory_iterator("/dev/shm", error)) {
+      if (!folder.path().string().starts_with(folders)) continue;
+      for (const fs::directory_entry &file : fs::directory_iterator(folder, error)) {
+        if (file.path().stem() == 'n' + text_) fs::remove(file, error);
+      }
+    }
   }
 
   static inline int count_ = 0;

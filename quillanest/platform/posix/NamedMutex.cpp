@@ -16,7 +16,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <openssl/evp.h>
 #include <pthread.h>
 #include <string>
 #include <sys/file.h>
@@ -25,8 +24,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "quillanest/platform/Crypto.h"
+#include "quillanest/platform/FileSizeSignal.h"
 #include "quillanest/platform/HandleTable.h"
+#include "quillanest/platform/Loading.h"
 #include "quillanest/platform/Neutral.h"
+#include "quillanest/platform/posix/MutexFolder.h"
 
 namespace quillanest {
 
@@ -76,8 +79,10 @@ struct MutexFile {
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
-// Changes with the layout of the file, so that programs of two builds never share a mutex they read differently.
-constexpr std::uint64_t kMagic = 0x514E4D5554583100 + sizeof(MutexFile);
+// Changes with the layout of the file. It is in the file's name too, so that programs of two builds never share a mutex
+// they read differently.
+constexpr unsigned int kLayout = 0x3100 + sizeof(MutexFile);
+constexpr std::uint64_t kMagic = 0x514E4D5554580000 + kLayout;
 
 class MutexTable {
  public:
@@ -96,7 +101,17 @@ class MutexTable {
   // The mutex of that name, mapped on first use; null when the system refuses.
   MappedMutex *find_or_map(std::string_view name) {
     const NameEnds ends(name);
-    if (MappedMutex *found = find_in(buckets_[bucket_of(ends)], name, ends)) return found;
+    MappedMutex *found = find_in(buckets_[bucket_of(ends)], name, ends);
+    return found != nullptr ? found : map_new(name);
+  }
+
+  HandleTable<MappedMutex> handles;
+
+ private:
+  static constexpr std::size_t kBuckets = 256;
+
+  // Apart from find_or_map(), which every edit calls: what guards a function's frame takes time.
+  [[gnu::noinline]] MappedMutex *map_new(std::string_view name) {
     const std::lock_guard lock(growing_);
     auto mapped = std::make_unique<MappedMutex>(name);
     std::atomic<MappedMutex *> &own_bucket = buckets_[bucket_of(mapped->ends)];
@@ -107,11 +122,6 @@ class MutexTable {
     own_bucket.store(mapped.get(), std::memory_order_release);
     return mapped.release();
   }
-
-  HandleTable<MappedMutex> handles;
-
- private:
-  static constexpr std::size_t kBuckets = 256;
 
   static std::size_t bucket_of(const NameEnds &ends) {
     constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
@@ -133,17 +143,7 @@ class MutexTable {
   std::mutex growing_;
 };
 
-// The per-user folder, made on first use; empty when there is one that somebody else could write to.
-std::string mutex_folder() {
-  const std::string folder = "/dev/shm/quillanest-" + std::to_string(geteuid());
-  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return {};
-  struct stat status {};
-  if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
-  if (status.st_uid != geteuid() || (status.st_mode & 0077) != 0) return {};
-  return folder + "/";
-}
-
-std::string hexadecimal(std::string_view bytes) {
+std::string hexadecimal(const std::string &bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
@@ -154,28 +154,21 @@ std::string hexadecimal(std::string_view bytes) {
   return text;
 }
 
-std::string digest_of(std::string_view name) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned int size = 0;
-  if (EVP_Digest(name.data(), name.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) return {};
-  std::string bytes(digest.begin(), digest.begin() + size);
-  return hexadecimal(bytes);
-}
-
 // A file name that no other text has: letters, digits and '_' as they are, every other byte as "%xx"; long texts by
-// their digest. The first character keeps the two kinds apart.
+// their digest. The first character keeps the two kinds apart, and the layout comes last.
 std::string file_name_of(std::string_view name) {
   constexpr std::size_t kLongest = 200;
   std::string file(1, 'n');
   for (const char c : name) {
     const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
     if (!plain) file += '%';
-    file += plain ? std::string(1, c) : hexadecimal({&c, 1});
+    file += plain ? std::string(1, c) : hexadecimal(std::string(1, c));
   }
-  if (file.size() <= kLongest) return file;
-  file = digest_of(name);
-  if (!file.empty()) file.insert(file.begin(), 'd');
-  return file;
+  if (file.size() > kLongest) {
+    const Bytes digest = sha256(name);
+    file = 'd' + hexadecimal({digest.begin(), digest.end()});
+  }
+  return file + '.' + std::to_string(kLayout);
 }
 
 bool initialise(pthread_mutex_t &mutex) {
@@ -189,32 +182,40 @@ bool initialise(pthread_mutex_t &mutex) {
   return done;
 }
 
-// Maps the mutex in an open file whose lock the caller holds, and initialises it when nobody has.
+bool reserve(int descriptor) {
+  const FileSizeSignalBlock block;
+  return posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile))) == 0;
+}
+
+// Maps the mutex in an open file whose lock the caller holds, and initialises it when nobody has finished that. A file
+// with the mark of something else is left alone: it may be in use.
 pthread_mutex_t *map_file(int descriptor) {
   struct stat status {};
-  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-  if (static_cast<std::size_t>(status.st_size) < sizeof(MutexFile) &&
-      posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile))) != 0) {
-    return nullptr;
-  }
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return nullptr;
+  // A umask must not keep its owner from opening the file the next time.
+  if ((status.st_mode & 07777) != 0600 && fchmod(descriptor, 0600) != 0) return nullptr;
+  const bool is_whole = static_cast<std::size_t>(status.st_size) >= sizeof(MutexFile);
+  if (!is_whole && !reserve(descriptor)) return nullptr;
   void *address = mmap(nullptr, sizeof(MutexFile), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (address == MAP_FAILED) return nullptr;
   auto *file = static_cast<MutexFile *>(address);
-  if (file->magic.load(std::memory_order_acquire) != kMagic) {
-    if (!initialise(file->mutex)) {
-      munmap(address, sizeof(MutexFile));
-      return nullptr;
-    }
-    file->magic.store(kMagic, std::memory_order_release);
+  const std::uint64_t magic = is_whole ? file->magic.load(std::memory_order_acquire) : 0;
+  if (magic == kMagic) return &file->mutex;
+  if (magic != 0 || !initialise(file->mutex)) {
+    munmap(address, sizeof(MutexFile));
+    return nullptr;
   }
+  file->magic.store(kMagic, std::memory_order_release);
   return &file->mutex;
 }
 
 pthread_mutex_t *MutexTable::map(std::string_view name) {
-  const std::string folder = mutex_folder();
-  const std::string file_name = file_name_of(name);
-  if (folder.empty() || file_name.empty()) return nullptr;
-  const int descriptor = open((folder + file_name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  const std::string folder = mutex_folder("/dev/shm/quillanest-" + std::to_string(geteuid()));
+  const std::string path = folder + '/' + file_name_of(name);
+  const auto open_file = [&] { return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600); };
+  int descriptor = open_file();
+  // Another process may just have made it, under a umask that takes its owner's permissions away.
+  if (descriptor < 0 && errno == EACCES && chmod(path.c_str(), 0600) == 0) descriptor = open_file();
   if (descriptor < 0) return nullptr;
   int locked = flock(descriptor, LOCK_EX);
   while (locked != 0 && errno == EINTR) locked = flock(descriptor, LOCK_EX);
@@ -237,11 +238,19 @@ timespec deadline_after(int milliseconds) {
   return time;
 }
 
-int lock(pthread_mutex_t &mutex, int timeout_ms) {
-  if (timeout_ms < 0) return pthread_mutex_lock(&mutex);
-  if (timeout_ms == 0) return pthread_mutex_trylock(&mutex);
+// Apart from lock(), which every edit calls, for the same reason as map_new().
+[[gnu::noinline]] int lock_until(pthread_mutex_t &mutex, int timeout_ms) {
   const timespec deadline = deadline_after(timeout_ms);
   return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &deadline);
+}
+
+int lock(pthread_mutex_t &mutex, int timeout_ms) {
+  if (timeout_ms < 0) return pthread_mutex_lock(&mutex);
+  return timeout_ms == 0 ? pthread_mutex_trylock(&mutex) : lock_until(mutex, timeout_ms);
+}
+
+[[gnu::constructor(kWhenLoaded)]] void make_table() {
+  (void)neutral_on_failure(false, [] { return MutexTable::instance().handles.find(kNoMutex) == nullptr; });
 }
 
 }  // namespace

@@ -122,6 +122,15 @@ class TableWriter {
   std::vector<const _field_attr *> fields_;
 };
 
+NewFile new_file_for(const TableView &view) {
+  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
+    const _field_attr *field = view.field(i);
+    if (field == nullptr) break;
+    if (field->FieldType == kPasswd) return NewFile::kSecret;
+  }
+  return NewFile::kByUmask;
+}
+
 }  // namespace
 
 bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
@@ -132,7 +141,7 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
   // First, because it reads files: without a descriptor for them the key would not be found.
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
   if (!passwords_are_whole(view, cipher)) return false;
-  FileReplacement file(*path);
+  FileReplacement file(*path, new_file_for(view));
   if (!file.is_open()) return false;
 
   ModifiedMarks marks(view, find_version_fields(view).modified);

@@ -7,6 +7,7 @@
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
+#include "quillanest/platform/FileSizeSignal.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Profile.h"
@@ -23,9 +24,11 @@ bool data_in_file(std::string_view configuration_file) {
          0;
 }
 
-// The result of a load or save, false when the system lacks memory or another resource.
+// The result of a load or save, false when the system lacks memory or another resource. Beyond the limit of a file's
+// size a store fails as on a full disk.
 template <class Work>
 bool guarded(Work work) {
+  const quillanest::FileSizeSignalBlock block;
   return quillanest::neutral_on_failure(false, work);
 }
 

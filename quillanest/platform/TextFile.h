@@ -1,6 +1,7 @@
 // Whole files: reading one into memory, replacing one so that a crash cannot destroy it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,9 +33,9 @@ class FileText {
   std::size_t size_ = 0;
 };
 
-// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe) or cannot be opened.
-// A file that was opened but cannot be read to its end, or does not fit into memory, raises std::system_error or
-// std::bad_alloc: it must not be taken for one that is not there.
+// The whole regular file; nothing when it does not exist, is no regular file (a folder, a pipe) or may not be read.
+// Any other failure to open it or to read it to its end, and a file that does not fit into memory, raise
+// std::system_error or std::bad_alloc: it must not be taken for one that is not there.
 [[nodiscard]] std::optional<FileText> read_file(const std::string &path);
 
 // The text after the mark that some editors put in front of texts in UTF-8.
@@ -51,19 +52,30 @@ template <class Text>
 // True when the path names an existing folder.
 [[nodiscard]] bool is_folder(const std::string &path);
 
+// Who may read a file that did not exist before its first content.
+enum class NewFile {
+  kByUmask,  // as the umask of the process says
+  kSecret    // its owner alone
+};
+
 // A new content for a file, written beside it and renamed over it by commit(): until then, and after any failure, the
 // former file stands as it was.
 //
 // Lifetime: an object that is destroyed without a commit removes what it wrote. A process that is killed in between
-// leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over.
+// leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over. It is its
+// owner's alone until it becomes the target. Where that name is another's (a file of another user or with a second
+// name, a link, a folder), or stays locked for kLongestWait, it is passed over: the new content then has a name with
+// six random letters more, and only a process killed meanwhile leaves that file for good.
 // Threads and processes: replacements of one target wait for one another. One object belongs to one thread.
 class FileReplacement {
  public:
   static constexpr const char *kSuffix = ".saving";
+  static constexpr std::chrono::seconds kLongestWait{10};
 
   // Begins a new content for `path`. is_open() tells whether the system allows it: not for a folder, for a file that
-  // may not be written, or in a folder where no file can be made.
-  explicit FileReplacement(const std::string &path);
+  // may not be read or not be written, or in a folder where no file can be made. An existing file keeps its
+  // permissions, group and, where the system allows it, owner.
+  explicit FileReplacement(const std::string &path, NewFile new_file = NewFile::kByUmask);
   ~FileReplacement();
   FileReplacement(const FileReplacement &) = delete;
   FileReplacement &operator=(const FileReplacement &) = delete;
@@ -81,6 +93,7 @@ class FileReplacement {
 
   std::string target_;
   std::string temporary_;
+  NewFile new_file_;
   int descriptor_ = -1;
   bool failed_ = false;
 };

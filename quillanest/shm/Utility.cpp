@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/platform/FileSizeSignal.h"
 #include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
@@ -33,6 +34,7 @@ void write_zero_words(const char *path, std::uintmax_t words) {
     std::unique_ptr<std::FILE, FileClose> file(std::fopen(name.c_str(), "wb"));
     if (file == nullptr) return;
     file.reset();
+    const quillanest::FileSizeSignalBlock block;
     std::error_code error;  // a full disk leaves the file empty
     std::filesystem::resize_file(name, words * 4, error);
   } catch (const std::bad_alloc &) {

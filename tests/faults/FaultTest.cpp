@@ -30,7 +30,7 @@ constexpr int kRecords = 3;
 // What reading a file, replacing one, and enciphering call.
 const std::string kReading = "new open fstat read ";
 const std::string kWriting =
-    "stat access lstat flock ftruncate fchmod fchown write fsync rename "
+    "stat faccessat lstat flock getrandom ftruncate fchmod fchown write fsync rename "
     "_ZNSt10filesystem9canonicalERKNS_7__cxx114pathERSt10error_code ";
 const std::string kCiphers = "EVP_CIPHER_CTX_new EVP_CipherInit_ex EVP_CIPHER_CTX_ctrl ";
 
@@ -102,6 +102,7 @@ struct TextStage : Stage {
     image.root.write("elsewhere/accounts", "");
     fs::create_symlink(image.root.path("elsewhere/accounts"), image.root.path(kAccountFile));
     image.root.write(kItemFile, "");
+    fs::create_directory(image.root.path(kItemFile + std::string(".saving")));  // so that another name is taken
   }
 
   // Makes the files their owner's, as a file of passwords is.
@@ -134,21 +135,24 @@ struct TextStage : Stage {
     return wrong.empty() ? wrong : std::string(path) + ":" + wrong + ". ";
   }
 
-  // Files that a failure must not leave: the temporary ones may stay until the next save.
+  // Files that a failure must not leave: the temporary ones may stay, until the next save unless the name is random.
   [[nodiscard]] std::string debris(bool clean) const {
     std::string wrong;
     if (!fs::is_symlink(image.root.path(kAccountFile))) wrong += "the link is gone ";
     for (const char *folder : {"conf", "data", "data/base", "elsewhere", "."}) {
       for (const std::string &file : image.root.files(folder)) {
         if (kFiles.find(" " + file + " ") != std::string::npos) continue;
-        if (clean || (file != "accounts.saving" && file != "plant_Item.txt.saving")) wrong += "file " + file + " ";
+        const bool is_temporary = file.starts_with("accounts.saving") || file.starts_with("plant_Item.txt.saving.");
+        if (clean || !is_temporary) wrong += "file " + file + " ";
+        if (file != "accounts.saving") fs::remove(image.root.path(folder + ("/" + file)));  // stays for good
       }
     }
     return wrong;
   }
 
   const std::string kFiles =
-      " conf data elsewhere schema.txt fix_Rtdb.ini key store.db base system_Account.txt accounts plant_Item.txt ";
+      " conf data elsewhere schema.txt fix_Rtdb.ini key store.db base system_Account.txt accounts plant_Item.txt "
+      "plant_Item.txt.saving ";
   std::map<std::string, std::array<std::string, 3>> files;
 };
 

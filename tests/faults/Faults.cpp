@@ -57,7 +57,14 @@ std::atomic<long> g_failed;
 std::atomic<long> g_live_blocks;
 std::array<char, 200> g_text;
 
-// Counts a call; the error to fail it with, 0 for none.
+// Whether the planned error can meet an open() that matters. A file that may not be read counts as missing; what is
+// opened for reading and writing lies in memory, where nothing is interrupted.
+bool is_possible_for(int flags) {
+  const int access = flags & O_ACCMODE;
+  return (g_plan.error != EACCES || access != O_RDONLY) && (g_plan.error != EINTR || access != O_RDWR);
+}
+
+// Counts a call; the error to fail it with, 0 for none. EFBIG comes with the signal that the system sends.
 int injected(int row) noexcept {
   if (!g_armed) return 0;
   const long own = ++g_calls[static_cast<std::size_t>(row)];
@@ -66,7 +73,9 @@ int injected(int row) noexcept {
   const long number = g_plan.row == kAny ? any : own;
   if (g_plan.onward ? number < g_plan.nth : number != g_plan.nth) return 0;
   ++g_failed;
-  return g_plan.row == kAny ? kRows[static_cast<std::size_t>(row)].errors[0] : g_plan.error;
+  const int error = g_plan.row == kAny ? kRows[static_cast<std::size_t>(row)].errors[0] : g_plan.error;
+  if (error == EFBIG) (void)std::raise(SIGXFSZ);
+  return error;
 }
 
 void tell_plan(int signal) {
@@ -114,7 +123,7 @@ std::string Plan::text() const {
 Armed::Armed(const Plan &plan) {
   g_plan = plan;
   (void)std::snprintf(g_text.data(), g_text.size(), "The program ends when %s.\n", plan.text().c_str());
-  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT}) (void)std::signal(signal, tell_plan);
+  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT, SIGXFSZ}) (void)std::signal(signal, tell_plan);
   for (auto &count : g_calls) count = 0;
   g_failed = 0;
   g_armed = true;

@@ -13,7 +13,7 @@ inline constexpr int kAny = -1;
 
 struct Row {
   const char *name;
-  int errors[4];  // as many as are not 0
+  int errors[8];  // as many as are not 0
 };
 std::span<const Row> rows();
 

@@ -83,7 +83,7 @@ class Torture {
     for (const int error : faults::rows()[static_cast<std::size_t>(row)].errors) {
       if (error == 0) break;
       fail_calls({row, error, 0, false});
-      if (error != EINTR) fail_calls({row, error, 0, true});  // an interruption is repeated until it is none
+      if (error != EINTR) fail_calls({row, error, 0, true});  // an interrupted call is repeated until it is not
     }
   }
 
@@ -97,7 +97,7 @@ class Torture {
 
   void fail(const Plan &plan) {
     const Footprint before = Footprint::now();
-    std::string complaint = attempt(plan, false);
+    std::string complaint = attempt(plan, plan.error == EINTR);
     if (failed_ == 0) return;  // this time there were fewer calls
     ++failures_;
     const std::string after = attempt({}, true);

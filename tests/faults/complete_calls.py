@@ -16,7 +16,7 @@ UNFAILING = {
     "only computes": """memchr memcmp memcpy memmove memset strcmp strlen bcmp fmod lround nearbyint trunc snprintf
         sigaddset sigemptyset sigismember SQLGetDiagRec sqlite3_errmsg sqlite3_errstr""",
     "asks for what is there already": """geteuid secure_getenv getpid clock_gettime time sysconf pthread_self dladdr tzset
-        sigpending __errno_location __libc_current_sigrtmax __libc_single_threaded pthread_attr_getstacksize
+        sigpending umask __errno_location __libc_current_sigrtmax __libc_single_threaded pthread_attr_getstacksize
         EVP_CIPHER_CTX_is_encrypting sqlite3_bind_parameter_count sqlite3_busy_timeout sqlite3_column_bytes
         sqlite3_column_count sqlite3_column_decltype sqlite3_column_double sqlite3_column_int64 sqlite3_column_type
         sqlite3_db_readonly sqlite3_get_autocommit sqlite3_total_changes""",
@@ -27,7 +27,7 @@ UNFAILING = {
         SQLFreeStmt sqlite3_close_v2 sqlite3_finalize""",
     "fails for wrong arguments only": """sigaction pthread_sigmask pthread_kill pthread_mutex_consistent
         pthread_mutexattr_settype pthread_mutexattr_setpshared pthread_mutexattr_setrobust""",
-    "its failure is one of its results": """kill sigtimedwait pthread_tryjoin_np pthread_timedjoin_np
+    "its failure is one of its results": """kill nanosleep sigtimedwait pthread_tryjoin_np pthread_timedjoin_np
         pthread_cond_clockwait""",
     "advice, or a word to the person at the program": "madvise fprintf fputs fwrite stderr",
     "does not come back": "syscall",

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <tuple>
 
 #include "tests/persist/AccountImage.h"
@@ -129,6 +130,18 @@ TEST(DataFileSave, PasswordsAreNotWrittenInClear) {
   std::memcpy(table.GetAt(0) + 4, "100%%;open", 10);
   ASSERT_TRUE(table.SaveData(0));
   EXPECT_EQ(image.root.read(kSecretFile).find("open"), std::string::npos);
+  // The built-in key hides the passwords of a new file from nobody who may read it.
+  const mode_t mask = umask(022);
+  using std::filesystem::perms;
+  const auto permissions = [&](const char *file) {
+    EXPECT_TRUE(image.manager.SaveData(0));
+    return std::filesystem::status(image.root.path(file)).permissions();
+  };
+  EXPECT_EQ(permissions(kSecretFile), perms{0600});
+  EXPECT_EQ(permissions(kFile), perms{0644});
+  std::filesystem::permissions(image.root.path(kSecretFile), perms{0640});
+  EXPECT_EQ(permissions(kSecretFile), perms{0640});
+  umask(mask);
   std::memset(table.GetDataAddress(), 0x55, 40);
   ASSERT_EQ(image.manager.LoadSystemDB(), 1);
   EXPECT_EQ(password(table, 0), std::string("100%%;open\0\0", 12));

@@ -15,6 +15,7 @@
 #include "quillanest/shm/MutexEx.h"
 #include "quillanest/shm/Utility.h"
 #include "tests/support/Child.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/Mutexes.h"
 #include "tests/support/TestRoot.h"
 
@@ -107,6 +108,9 @@ TEST(Utility, ClearFileRoundsTheSizeDown) {
     EXPECT_EQ(root.read("file"), std::string(after, '\0'));
   }
   EXPECT_EQ(GetFileSize(root.path("missing").c_str()), -1);
+  const FullDisk full(100);
+  ChangeFileSize(root.path("file").c_str(), 1000);
+  EXPECT_EQ(root.read("file"), "");
 }
 
 TEST(ByDesign, ExtraWord) {

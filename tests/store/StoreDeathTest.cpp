@@ -1,7 +1,9 @@
 // The end of the program, the server or the disk in the middle of a save leaves the former rows, and all of them.
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,7 +50,14 @@ struct PointsImage : StoreImage {
   bool ready = false;
 };
 
-// The system ends the program where the end of the transaction makes the file grow.
+// Ends the program where it cannot write all.
+ssize_t write_or_end(int file, const void *from, std::size_t size, off_t at) {
+  const ssize_t written = pwrite(file, from, size, at);
+  if (written < static_cast<ssize_t>(size)) (void)std::raise(SIGKILL);
+  return written;
+}
+
+// The program ends where the end of the transaction makes the file grow.
 TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAFile) {
   PointsImage image("F");
   ASSERT_TRUE(image.ready);
@@ -56,10 +65,13 @@ TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAFile) {
   set_level(image.points, kRecords, 1);
   for (const std::uintmax_t grown : {1U, 1'000'000U, 2'000'000U}) {
     SCOPED_TRACE(grown);
-    const rlimit no_core{0, 0}, size{fs::file_size(file) + grown, RLIM_INFINITY};
+    const rlimit size{fs::file_size(file) + grown, RLIM_INFINITY};
     const pid_t child = fork();
     if (child == 0) {
-      setrlimit(RLIMIT_CORE, &no_core);
+      sqlite3_vfs *system = sqlite3_vfs_find(nullptr);
+      for (const char *call : {"pwrite", "pwrite64"}) {
+        (void)system->xSetSystemCall(system, call, reinterpret_cast<sqlite3_syscall_ptr>(write_or_end));
+      }
       setrlimit(RLIMIT_FSIZE, &size);
       _exit(image.points.SaveData(0) ? 0 : 1);
     }

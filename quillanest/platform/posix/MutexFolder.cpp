@@ -70,7 +70,10 @@ std::string chosen_of(const std::vector<std::string> &folders) {
 
 class OpenFile {
  public:
-  OpenFile(const std::string &path, int flags) : descriptor_(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+  OpenFile(const std::string &path, int flags) {
+    do {
+      descriptor_ = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600);
+    } while (descriptor_ < 0 && errno == EINTR);
     if (descriptor_ < 0) raise_error(errno);
   }
   ~OpenFile() { close(descriptor_); }
@@ -84,7 +87,7 @@ class OpenFile {
   }
 
  private:
-  int descriptor_;
+  int descriptor_ = -1;
 };
 
 // Makes the plain folder, or one of a random name where another user has taken the plain one.

@@ -1,6 +1,9 @@
 #include "quillanest/platform/TextFile.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <errno.h>
 #include <fcntl.h>
@@ -8,9 +11,14 @@
 #include <new>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
+#include <utility>
+
+#include "quillanest/platform/FileSizeSignal.h"
 
 namespace quillanest {
 namespace {
@@ -22,8 +30,11 @@ class Descriptor {
   ~Descriptor() {
     if (descriptor_ >= 0) ::close(descriptor_);
   }
-  Descriptor(const Descriptor &) = delete;
-  Descriptor &operator=(const Descriptor &) = delete;
+  Descriptor(Descriptor &&other) noexcept : descriptor_(other.release()) {}
+  Descriptor &operator=(Descriptor &&other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
 
   [[nodiscard]] int get() const noexcept { return descriptor_; }
   [[nodiscard]] int release() noexcept {
@@ -35,6 +46,12 @@ class Descriptor {
  private:
   int descriptor_;
 };
+
+Descriptor open_file(const std::string &path, int flags, mode_t mode = 0) {
+  int opened = open(path.c_str(), flags | O_CLOEXEC, mode);
+  while (opened < 0 && errno == EINTR) opened = open(path.c_str(), flags | O_CLOEXEC, mode);
+  return Descriptor(opened);
+}
 
 // Reads up to `bytes.size()` bytes; the number read, or nothing on an error.
 std::optional<std::size_t> read_all(int descriptor, std::span<char> bytes) {
@@ -100,26 +117,116 @@ Presence presence_at(const std::string &path, int descriptor) {
   return same ? Presence::kThere : Presence::kMissing;
 }
 
-// An ordinary file without another name: one that lies here as the name of a file elsewhere is nobody's to overwrite.
-bool is_own_file(int descriptor) {
+// The status of an ordinary file of this user without a second name. No other is written to: it may be a file from
+// elsewhere, or one that another user reads along.
+std::optional<struct stat> status_of_own_file(int descriptor) {
   struct stat status {};
-  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+  if (fstat(descriptor, &status) != 0) return std::nullopt;
+  if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || status.st_uid != geteuid()) return std::nullopt;
+  return status;
 }
 
-// Opens the temporary file of a target and holds its lock. A file that another replacement renamed away while this one
-// waited for the lock is the target by then, so the opening starts over.
-int open_temporary(const std::string &path) {
-  for (;;) {
-    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666));
-    if (file.get() < 0) return -1;
-    while (flock(file.get(), LOCK_EX) != 0) {
-      if (errno != EINTR) return -1;
-    }
+using Deadline = std::chrono::steady_clock::time_point;
+
+// Whether the lock is held. Waiting for it in the system would have no end: whoever can open the file can hold it.
+bool lock_until(Deadline deadline, int descriptor) {
+  constexpr std::chrono::milliseconds kPause{2};
+  while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
+}
+
+constexpr int kTemporaryFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK;
+constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
+
+// None when it cannot be emptied. A umask that forbids its owner to open it again does not count.
+Descriptor empty_own_file(Descriptor file) {
+  (void)fchmod(file.get(), kPrivate);
+  return ftruncate(file.get(), 0) == 0 ? std::move(file) : Descriptor(-1);
+}
+
+// Opens the temporary file that all replacements of a target share and holds its lock; none when the name is taken by
+// what is not ours, or stays locked. A file that another replacement renamed away while this one waited for the lock is
+// the target by then, so the opening starts over.
+Descriptor open_shared_temporary(const std::string &path) {
+  const Deadline deadline = std::chrono::steady_clock::now() + FileReplacement::kLongestWait;
+  do {
+    Descriptor file = open_file(path, kTemporaryFlags | O_CREAT | O_EXCL, kPrivate);
+    const bool is_left_over = file.get() < 0 && errno == EEXIST;
+    if (is_left_over) file = open_file(path, kTemporaryFlags);
+    if (is_left_over && file.get() < 0 && errno == ENOENT) continue;
+    if (file.get() < 0 || !status_of_own_file(file.get()) || !lock_until(deadline, file.get())) break;
     const Presence named = presence_at(path, file.get());
     if (named == Presence::kMissing) continue;
-    if (named == Presence::kUnknown || !is_own_file(file.get()) || ftruncate(file.get(), 0) != 0) return -1;
-    return file.release();
+    const std::optional<struct stat> status = status_of_own_file(file.get());
+    if (named == Presence::kUnknown || !status) break;
+    // Others may have opened a left-over that was about to become the target, and would read along.
+    const bool is_private = !is_left_over || (status->st_mode & (S_IRWXG | S_IRWXO)) == 0;
+    if (is_private) return empty_own_file(std::move(file));
+    if (unlink(path.c_str()) != 0) break;
+  } while (std::chrono::steady_clock::now() < deadline);
+  return Descriptor(-1);
+}
+
+// Opens a new file and puts the random letters of its name behind `path`.
+Descriptor open_random_temporary(std::string &path) {
+  constexpr int kAttempts = 16;
+  constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz";
+  std::array<unsigned char, 6> random{};
+  for (int i = 0; i < kAttempts; ++i) {
+    const ssize_t size = getrandom(random.data(), random.size(), 0);
+    if (size < 0 && errno == EINTR) continue;
+    if (size != static_cast<ssize_t>(random.size())) break;
+    std::string name = path + '.';
+    for (const unsigned char byte : random) name += kLetters[byte % kLetters.size()];
+    Descriptor file = open_file(name, kTemporaryFlags | O_CREAT | O_EXCL, kPrivate);
+    if (file.get() < 0 && errno == EEXIST) continue;
+    if (file.get() >= 0) path = std::move(name);
+    return file;
   }
+  return Descriptor(-1);
+}
+
+// The permissions that new files of this process lack. The system shows them in a file; asking for them by umask()
+// would take them away from all threads for a moment.
+mode_t creation_mask() {
+  constexpr std::string_view kKey = "\nUmask:\t";
+  std::array<char, 256> bytes{};  // it is the second line, after a name of 16 bytes
+  const Descriptor file = open_file("/proc/thread-self/status", O_RDONLY);
+  const std::size_t size = file.get() < 0 ? 0 : read_all(file.get(), bytes).value_or(0);
+  const std::string_view text(bytes.data(), size);
+  const std::size_t at = text.find(kKey);
+  mode_t mask = 0;
+  if (at != std::string_view::npos) {
+    const auto [end, error] = std::from_chars(text.data() + at + kKey.size(), text.data() + text.size(), mask, 8);
+    if (error == std::errc()) return mask;
+  }
+  mask = umask(S_IRWXG | S_IRWXO);
+  (void)umask(mask);
+  return mask;
+}
+
+// Gives a temporary file the owner and the permissions of the target that it is about to become.
+bool give_permissions(int descriptor, const std::string &target, NewFile new_file) {
+  struct stat status {};
+  const Presence former = presence(lstat(target.c_str(), &status));
+  if (former == Presence::kMissing) {
+    const mode_t mode = new_file == NewFile::kSecret ? kPrivate : 0666 & ~creation_mask();
+    return fchmod(descriptor, mode) == 0 || errno == EPERM;  // a file system without permissions
+  }
+  if (former == Presence::kUnknown || !S_ISREG(status.st_mode)) return false;
+  // A file of passwords that only its owner may read stays so, and stays that owner's where the system allows it.
+  (void)!fchown(descriptor, status.st_uid, status.st_gid);
+  return fchmod(descriptor, status.st_mode & 07777) == 0;
+}
+
+bool bring_to_disk(int descriptor) {
+  int result = fsync(descriptor);
+  while (result != 0 && errno == EINTR) result = fsync(descriptor);
+  return result == 0;
 }
 
 std::string folder_of(const std::string &path) {
@@ -128,8 +235,8 @@ std::string folder_of(const std::string &path) {
 }
 
 void sync_folder(const std::string &folder) {
-  const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor.get() >= 0) (void)fsync(descriptor.get());
+  const Descriptor descriptor = open_file(folder, O_RDONLY | O_DIRECTORY);
+  if (descriptor.get() >= 0) (void)bring_to_disk(descriptor.get());
 }
 
 }  // namespace
@@ -146,15 +253,14 @@ FileText::FileText(std::size_t size) : size_(size) {
 }
 
 std::optional<FileText> read_file(const std::string &path) {
-  int opened = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  while (opened < 0 && errno == EINTR) opened = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  const Descriptor file(opened);
+  const Descriptor file = open_file(path, O_RDONLY | O_NONBLOCK);
   struct stat status {};
-  // Short of descriptors or memory, nobody knows whether the file is there.
-  if (file.get() < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == EIO)) {
+  if (file.get() < 0) {
+    // Sockets and devices without a driver are opened by nobody. All other errors leave open whether the file is there.
+    constexpr std::array kMissing{ENOENT, ENOTDIR, ENAMETOOLONG, EACCES, ENXIO, ENODEV};
+    if (std::find(kMissing.begin(), kMissing.end(), errno) != kMissing.end()) return std::nullopt;
     throw std::system_error(errno, std::generic_category());
   }
-  if (file.get() < 0) return std::nullopt;
   if (fstat(file.get(), &status) != 0) throw std::system_error(errno, std::generic_category());
   if (!S_ISREG(status.st_mode)) return std::nullopt;
   FileText text(static_cast<std::size_t>(status.st_size));
@@ -175,31 +281,35 @@ bool is_folder(const std::string &path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-FileReplacement::FileReplacement(const std::string &path) : target_(resolved(path)), temporary_(target_ + kSuffix) {
+FileReplacement::FileReplacement(const std::string &path, NewFile new_file)
+    : target_(resolved(path)), temporary_(target_ + kSuffix), new_file_(new_file) {
   if (target_.empty()) return;
   struct stat status {};
   const Presence target = presence(stat(target_.c_str(), &status));
   if (target == Presence::kUnknown) return;
+  // A file that may not be read is as good as missing to a load; a save must not take that for its content.
   const bool exists = target == Presence::kThere;
-  if (exists && (!S_ISREG(status.st_mode) || access(target_.c_str(), W_OK) != 0)) return;
-  descriptor_ = open_temporary(temporary_);
-  // A file of passwords that only its owner may read stays so, and stays that owner's where the system allows it.
-  if (descriptor_ >= 0 && exists) (void)!fchown(descriptor_, status.st_uid, status.st_gid);
-  if (descriptor_ >= 0 && exists && fchmod(descriptor_, status.st_mode & 07777) != 0) abandon();
+  if (exists && !S_ISREG(status.st_mode)) return;
+  if (exists && faccessat(AT_FDCWD, target_.c_str(), R_OK | W_OK, AT_EACCESS) != 0) return;
+  descriptor_ = open_shared_temporary(temporary_).release();
+  if (!is_open()) descriptor_ = open_random_temporary(temporary_).release();
 }
 
 FileReplacement::~FileReplacement() { abandon(); }
 
 bool FileReplacement::write(std::string_view bytes) {
   if (!is_open() || failed_) return false;
+  const FileSizeSignalBlock block;
   failed_ = !write_all(descriptor_, bytes);
   return !failed_;
 }
 
 bool FileReplacement::commit() {
   if (!is_open()) return false;
-  const std::string folder = folder_of(target_);  // before the rename: nothing may fail behind it
-  const bool done = !failed_ && fsync(descriptor_) == 0 && std::rename(temporary_.c_str(), target_.c_str()) == 0;
+  const std::string folder = folder_of(target_);  // before the rename: nothing may fail after it
+  const bool done = !failed_ && give_permissions(descriptor_, target_, new_file_) && bring_to_disk(descriptor_) &&
+                    presence_at(temporary_, descriptor_) == Presence::kThere &&
+                    std::rename(temporary_.c_str(), target_.c_str()) == 0;
   if (!done) {
     abandon();
     return false;
@@ -212,7 +322,8 @@ bool FileReplacement::commit() {
 
 void FileReplacement::abandon() noexcept {
   if (!is_open()) return;
-  (void)unlink(temporary_.c_str());  // before the lock goes with the descriptor
+  // Before the lock goes with the descriptor, and not what another has put there meanwhile.
+  if (presence_at(temporary_, descriptor_) != Presence::kMissing) (void)unlink(temporary_.c_str());
   ::close(descriptor_);
   descriptor_ = -1;
 }

@@ -71,10 +71,9 @@ std::string chosen_of(const std::vector<std::string> &folders) {
 class OpenFile {
  public:
   OpenFile(const std::string &path, int flags) {
-    do {
-      descriptor_ = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600);
-    } while (descriptor_ < 0 && errno == EINTR);
-    if (descriptor_ < 0) raise_error(errno);
+    while ((descriptor_ = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600)) < 0) {
+      if (errno != EINTR) raise_error(errno);
+    }
   }
   ~OpenFile() { close(descriptor_); }
   OpenFile(const OpenFile &) = delete;

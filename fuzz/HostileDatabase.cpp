@@ -34,9 +34,8 @@ void HostileRun::find_tables(CRtDataBase &database) {
       (void)database.GetTableRecord(any_id(), any_id());
       break;
     case 8:
-      if (database.GetDBTableFromID(table, 10) == 1 && holds_record(table)) {
-        (void)database.SetTableRecord(10, any_buffer(), position);
-      }
+      (void)database.GetDBTableFromID(table, 10);
+      (void)database.SetTableRecord(10, any_record(table), position);
       break;
     case 9:
       (void)database.GetTableDataAddress(any_text());
@@ -53,6 +52,21 @@ void HostileRun::find_tables(CRtDataBase &database) {
   if (table.GetTableID() != 0xFFFFFFFF) call_table(table);
 }
 
+void HostileRun::set_number(CRtDataBase &database) {
+  switch (input_.choice(5)) {
+    case 0:
+      return database.SetDBID(any_id());
+    case 1:
+      return database.SetDBType(any_id());
+    case 2:
+      return database.SetDBTableNum(input_.wild());
+    case 3:
+      return database.SetDBFieldNum(input_.wild());
+    default:
+      return database.SetDBSize(input_.wild());
+  }
+}
+
 void HostileRun::set_database(CRtDataBase &database) {
   switch (input_.choice(8)) {
     case 0:
@@ -61,22 +75,14 @@ void HostileRun::set_database(CRtDataBase &database) {
     case 1:
       database.SetDBCName(input_.pick(kNewCaptions));
       return remember_names();
-    case 2:
-      return database.SetDBID(any_id());
-    case 3:
-      return database.SetDBType(any_id());
-    case 4:
-      return database.SetDBTableNum(input_.wild());
-    case 5:
-      return database.SetDBFieldNum(input_.wild());
-    case 6:
-      return database.SetDBSize(input_.wild());
-    default: {
+    case 2: {
       CRtDataBase other;
       other = value_at<_db_attr>(any_mapped().start, 0);
       (void)other.AttachShareMemory();
       return find_tables(other);
     }
+    default:
+      return set_number(database);
   }
 }
 
@@ -166,9 +172,13 @@ void HostileRun::use_identity(CRtdbManager &manager) {
       (void)manager.GetRights(input_.wild());
       manager.SetRights(static_cast<int>(input_.choice(4)), static_cast<unsigned int>(input_.wild()));
       break;
-    case 5:
-      manager.SetRights(input_.wild(), static_cast<unsigned int>(input_.wild()));
+    case 5: {
+      // Not the words of the paths, which the manager has in a place of its own, too.
+      const int word = input_.wild();
+      const auto value = static_cast<unsigned int>(input_.wild());
+      if (word < -61 || word >= -13) manager.SetRights(word, value);
       break;
+    }
     case 6:
       manager.SetSysUserName(input_.flag() ? any_text() : manager.GetSysUserName());
       break;

@@ -1,7 +1,12 @@
 #include "fuzz/HostileRun.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <latch>
+#include <thread>
 
 namespace quillanest::fuzz {
 namespace {
@@ -19,14 +24,25 @@ constexpr const char *kTexts[] = {"",   "ID", "bmodified", "iProjectID", "t10", 
 
 }  // namespace
 
-HostileRun::HostileRun(const ImageSurroundings &surroundings, Input input)
+void ImageSurroundings::remove_data() const {
+  for (const std::string &name : root.files("data")) (void)std::remove(root.path("data/" + name).c_str());
+}
+
+void run_image(Input input, void (*run)(const ImageSurroundings &, Input)) {
+  static const ImageSurroundings surroundings;
+  set_message_handler([](const char *) {});
+  run(surroundings, input);
+  for (const int key : {kManagerKey, 1, 2, 3}) {
+    require(CShareMemory(key).Attach() == nullptr, "nothing is left of an image");
+  }
+}
+
+HostileRun::HostileRun(const ImageSurroundings &surroundings, const RandomSchema &schema, Input input)
     : surroundings_(surroundings),
       input_(input),
-      schema_(random_schema(input_, FieldSizes::kAny)),
-      mapped_(schema_.database_count),
+      mapped_(schema.database_count),
       manager_segment_(kManagerKey),
       buffer_(std::make_unique<char[]>(kRoom)) {
-  surroundings_.schema.write(schema_.text());
   require(builder_.RtdbManagerInit(false, surroundings_.schema.path()), "a sound schema starts");
   unsigned int id = 0;
   for (Mapped &mapped : mapped_) {
@@ -35,14 +51,16 @@ HostileRun::HostileRun(const ImageSurroundings &surroundings, Input input)
     mapped.start = mapped.database.GetStartAddress();
     const auto attr = value_at<_db_attr>(mapped.start, 0);
     mapped.size = static_cast<std::size_t>(attr.DBSize);
+    mapped.table_count = static_cast<std::size_t>(attr.DBTableNum);
     mapped.descriptors_end = static_cast<std::size_t>(attr.DataOffset);
+    mapped.after_names = bytes_at(mapped.start + kNamesEnd, mapped.descriptors_end - kNamesEnd);
     require(mapped.size < kLargestSegment, "a small schema makes small segments");
     mapped.end = std::make_unique<SegmentEnd>(mapped.start, mapped.size);
   }
   remember_names();
   head_ = static_cast<char *>(manager_segment_.Attach());
   manager_end_ = std::make_unique<SegmentEnd>(head_, kManagerSize);
-  paths_ = bytes_at(head_ + kPathsStart, kPathsEnd - kPathsStart);
+  manager_bytes_ = bytes_at(head_, kManagerSize);
   (void)second_.AttachShareMemory();
 }
 
@@ -51,7 +69,7 @@ void HostileRun::remember_names() {
 }
 
 void HostileRun::mend() {
-  paths_.copy(head_ + kPathsStart, paths_.size());
+  manager_bytes_.copy(head_ + kPathsStart, kPathsEnd - kPathsStart, kPathsStart);
   for (const Mapped &mapped : mapped_) mapped.names.copy(mapped.start, mapped.names.size());
 }
 
@@ -67,6 +85,18 @@ void HostileRun::write_over() {
   const Mapped &mapped = any_mapped();
   const std::size_t words = (mapped.descriptors_end - kNamesEnd) / kWord;
   put(mapped.start, kNamesEnd + input_.number<std::uint16_t>() % words * kWord, input_.wild());
+}
+
+// The same for a number of a table or field.
+void HostileRun::write_number() {
+  const Mapped &mapped = any_mapped();
+  const std::size_t fields = sizeof(_db_attr) + mapped.table_count * sizeof(_table_attr);
+  const std::size_t field_count = (mapped.descriptors_end - fields) / sizeof(_field_attr);
+  const bool of_table = field_count == 0 || input_.flag();
+  const std::size_t place = of_table ? sizeof(_db_attr) + input_.choice(mapped.table_count) * sizeof(_table_attr)
+                                     : fields + input_.choice(field_count) * sizeof(_field_attr);
+  const std::size_t word = input_.choice(of_table ? 10 : 8) * sizeof(std::int32_t);
+  put(mapped.start, place + kNamesEnd + word, input_.flag() ? input_.wild() : static_cast<int>(input_.choice(64)) * 4);
 }
 
 char *HostileRun::any_address() {
@@ -132,11 +162,16 @@ CRtField HostileRun::any_field() {
   return field;
 }
 
-bool HostileRun::holds_record(const CRtTable &table) {
-  return table.GetTableSize() <= static_cast<int>(kLargestSegment);
+char *HostileRun::any_record(const CRtTable &table) {
+  const bool fits = !contended_ && table.GetTableSize() <= static_cast<int>(kLargestSegment);
+  return fits ? any_buffer() : any_address();
 }
 
 bool HostileRun::is_cheap(CRtDataBase &database) {
+  constexpr std::size_t kSmall = 4096;  // whatever the descriptors say meanwhile
+  if (contended_) {
+    return std::all_of(mapped_.begin(), mapped_.end(), [](const Mapped &mapped) { return mapped.size <= kSmall; });
+  }
   constexpr std::int64_t kMostWork = 1'000'000;
   const auto segment = static_cast<std::int64_t>(kLargestSegment);
   std::int64_t work = 0;
@@ -183,15 +218,87 @@ void HostileRun::call() {
 
 void HostileRun::run() {
   constexpr int kMostCalls = 200;
+  const Input all = input_;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
   for (int calls = 0; calls < kMostCalls && !input_.empty(); ++calls) {
     mend();
     call();
     texts_.clear();
+    if (contended_ && input_.empty() && std::chrono::steady_clock::now() < end) input_ = all;
   }
   mend();
   surroundings_.remove_data();
 }
 
-void run_hostile(const ImageSurroundings &surroundings, Input input) { HostileRun(surroundings, input).run(); }
+void HostileRun::expect_contention() {
+  constexpr unsigned int kMostRecords = 4;
+  contended_ = true;
+  for (Mapped &mapped : mapped_) {
+    CRtTable table;
+    for (int position = 0; mapped.database.GetNextTable(table, position);) {
+      for (unsigned int key = 1; key <= kMostRecords; ++key) (void)table.Insert(key, 0, 1);
+    }
+  }
+}
+
+void HostileRun::change_descriptor() {
+  CRtTable table;
+  switch (input_.choice(4)) {
+    case 0:
+      return write_over();
+    case 1:
+      (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
+      return set_descriptor(table);
+    case 2: {
+      CRtDataBase copy(any_mapped().database);
+      (void)copy.AttachShareMemory();
+      return set_number(copy);
+    }
+    default:
+      return write_number();
+  }
+}
+
+void HostileRun::disturb(const std::stop_token &stop) {
+  constexpr std::size_t kLongestPause = 256;
+  const auto keep_order = [] { std::atomic_signal_fence(std::memory_order_seq_cst); };
+  for (const Input all = input_; !stop.stop_requested(); input_ = input_.empty() ? all : input_) {
+    change_descriptor();
+    for (std::size_t pause = input_.choice(kLongestPause) + 1; pause > 0; --pause) keep_order();
+    manager_bytes_.copy(head_, manager_bytes_.size());
+    for (const Mapped &mapped : mapped_) mapped.after_names.copy(mapped.start + kNamesEnd, mapped.after_names.size());
+    keep_order();
+    texts_.clear();
+  }
+}
+
+void run_hostile(const ImageSurroundings &surroundings, Input input) {
+  const RandomSchema schema = random_schema(input, FieldSizes::kAny);
+  surroundings.schema.write(schema.text());
+  HostileRun(surroundings, schema, input).run();
+}
+
+void run_contended(const ImageSurroundings &surroundings, Input input) {
+  constexpr std::size_t kMostThreads = 2;
+  constexpr std::size_t kLongest = 64;
+  const RandomSchema schema = random_schema(input, FieldSizes::kAny);
+  surroundings.schema.write(schema.text());
+  std::vector<Input> parts(1 + input.choice(kMostThreads), input);
+  for (Input &part : parts) part = input.part(input.choice(kLongest));
+  HostileRun client(surroundings, schema, input);
+  client.expect_contention();
+  std::deque<HostileRun> others;
+  for (const Input &part : parts) others.emplace_back(surroundings, schema, part);
+  std::latch ready(static_cast<std::ptrdiff_t>(others.size()) + 1);
+  std::vector<std::jthread> threads;
+  for (HostileRun &other : others) {
+    threads.emplace_back([&](const std::stop_token &stop) {
+      ready.arrive_and_wait();
+      other.disturb(stop);
+    });
+  }
+  ready.arrive_and_wait();
+  client.run();
+}
 
 }  // namespace quillanest::fuzz

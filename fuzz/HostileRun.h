@@ -1,9 +1,9 @@
-// A run of the image target with any arguments and damaged descriptors.
+// A run of the image targets with any arguments and damaged descriptors.
 //
 // A caller answers for the room in its own buffers, so each is as large as a segment, and calls that touch TableSize
-// bytes of one are left out while a descriptor says that these are more. Names of databases and the paths of the
-// manager are mended before each call: the ones become names of mutexes, which stay, the others say what is saved
-// where.
+// bytes of one get a place in a segment while a descriptor may say that these are more. Names of databases and the
+// paths of the manager are mended before each call: the ones become names of mutexes, which stay, the others say what
+// is saved where.
 #pragma once
 
 #include <array>
@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,14 @@ namespace quillanest::fuzz {
 
 class HostileRun {
  public:
-  HostileRun(const ImageSurroundings &surroundings, Input input);
+  // Starts the image of the schema file of the surroundings, or joins it.
+  HostileRun(const ImageSurroundings &surroundings, const RandomSchema &schema, Input input);
   void run();
+
+  // From now on others disturb: fills the tables, prefers arguments that mean something and takes the input repeatedly.
+  void expect_contention();
+  // Changes descriptors, as the input says again and again, and puts them back each time, until it is to stop.
+  void disturb(const std::stop_token &stop);
 
  private:
   // A database, mapped for the whole run, and what its segment was at the start.
@@ -30,14 +37,18 @@ class HostileRun {
     CRtDataBase database;
     char *start = nullptr;
     std::size_t size = 0;
+    std::size_t table_count = 0;
     std::size_t descriptors_end = 0;
     std::string names;
+    std::string after_names;  // the rest of the descriptors
     std::unique_ptr<SegmentEnd> end;
   };
 
   void mend();
   void remember_names();
   void write_over();
+  void write_number();
+  void change_descriptor();
   void call();
 
   // HostileTable.cpp
@@ -53,6 +64,7 @@ class HostileRun {
   void call_database(CRtDataBase &database);
   void find_tables(CRtDataBase &database);
   void set_database(CRtDataBase &database);
+  void set_number(CRtDataBase &database);
   void use_whole_database(CRtDataBase &database);
   void call_manager(CRtdbManager &manager);
   void find_databases(CRtdbManager &manager);
@@ -70,24 +82,26 @@ class HostileRun {
   char *any_changeable_text();
   // A buffer of the caller's or a place in a segment; rarely null.
   char *any_buffer();
+  // A buffer for a record of the table.
+  char *any_record(const CRtTable &table);
   unsigned int any_id();
+  // A position or index, mostly one that there is beside other threads.
+  int any_place() { return contended_ && input_.flag() ? static_cast<int>(input_.choice(4)) : input_.wild(); }
   CRtField any_field();
   // Whether a save takes a time that is worth it: damaged counts make many records of long texts.
   bool is_cheap(CRtDataBase &database);
   bool all_are_cheap();
-  // Whether the caller's buffers hold a record of the table.
-  static bool holds_record(const CRtTable &table);
 
   const ImageSurroundings &surroundings_;
   Input input_;
-  RandomSchema schema_;
+  bool contended_ = false;
   CRtdbManager builder_;
   CRtdbManager second_;
   std::vector<Mapped> mapped_;
   CShareMemory manager_segment_;
   char *head_ = nullptr;
   std::unique_ptr<SegmentEnd> manager_end_;
-  std::string paths_;
+  std::string manager_bytes_;
   std::unique_ptr<char[]> buffer_;
   std::deque<std::unique_ptr<char[]>> texts_;
 };

@@ -4,8 +4,8 @@
 namespace quillanest::fuzz {
 
 void HostileRun::find_records(CRtTable &table) {
-  const auto key = static_cast<unsigned int>(input_.wild());
-  int position = input_.wild();
+  const auto key = static_cast<unsigned int>(any_place());
+  int position = any_place();
   switch (input_.choice(9)) {
     case 0:
       (void)table.FindRecordIndex(key);
@@ -26,7 +26,7 @@ void HostileRun::find_records(CRtTable &table) {
       (void)table.GetRecordAddr(key, position);
       break;
     case 6:
-      (void)table.FindRecordbyStringField(input_.wild(), any_text());
+      (void)table.FindRecordbyStringField(any_place(), any_text());
       break;
     case 7:
       (void)table.GetNextPosition(position);
@@ -38,20 +38,20 @@ void HostileRun::find_records(CRtTable &table) {
 }
 
 void HostileRun::edit_records(CRtTable &table) {
-  const auto key = static_cast<unsigned int>(input_.wild());
-  const int hint = input_.wild();
+  const auto key = static_cast<unsigned int>(any_place());
+  const int hint = any_place();
   const int project = input_.number<std::int8_t>();
   switch (input_.choice(8)) {
     case 0:
     case 1:
-      if (holds_record(table)) (void)table.Insert(any_buffer(), project);
+      (void)table.Insert(any_record(table), project);
       break;
     case 2:
     case 3:
       (void)table.Insert(key, project, input_.flag() ? 1 : 0);
       break;
     case 4:
-      if (holds_record(table)) (void)table.Update(any_buffer(), hint, project);
+      (void)table.Update(any_record(table), hint, project);
       break;
     case 5:
     case 6:
@@ -63,9 +63,9 @@ void HostileRun::edit_records(CRtTable &table) {
 }
 
 void HostileRun::use_values(CRtTable &table) {
-  const int place = input_.wild();
+  const int place = any_place();
   const auto key = static_cast<unsigned int>(place);
-  const int index = input_.wild();
+  const int index = any_place();
   switch (input_.choice(7)) {
     case 0:
       (void)table.GetFieldData(key, index, any_buffer());
@@ -166,7 +166,7 @@ void HostileRun::use_whole_table(CRtTable &table) {
       (void)table.GetIDExclusive();
       break;
     case 2:
-      if (holds_record(table)) table.InitRecordDefault(any_buffer());
+      table.InitRecordDefault(any_record(table));
       break;
     case 3:
       if (all_are_cheap()) (void)table.SaveData(input_.wild());
@@ -175,10 +175,10 @@ void HostileRun::use_whole_table(CRtTable &table) {
       if (all_are_cheap()) (void)table.CommitProject();
       break;
     case 5:
-      if (holds_record(table)) (void)table.InsertRecordToDb(any_buffer());
+      (void)table.InsertRecordToDb(any_record(table));
       break;
     case 6:
-      if (holds_record(table)) (void)table.UpdateRecordToDb(any_buffer());
+      (void)table.UpdateRecordToDb(any_record(table));
       break;
     case 7:
       (void)table.RemoveRecordInDb(input_.wild(), input_.wild());

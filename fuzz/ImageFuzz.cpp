@@ -4,24 +4,9 @@
 
 #include "fuzz/ImageRun.h"
 
-namespace quillanest::fuzz {
-
-void ImageSurroundings::remove_data() const {
-  for (const std::string &name : root.files("data")) (void)std::remove(root.path("data/" + name).c_str());
-}
-
-}  // namespace quillanest::fuzz
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
-  static const quillanest::fuzz::ImageSurroundings surroundings;
   quillanest::fuzz::Input input(bytes, size);
-  if (input.flag()) {
-    quillanest::fuzz::run_hostile(surroundings, input);
-  } else {
-    quillanest::fuzz::run_with_model(surroundings, input);
-  }
-  for (const int key : {kManagerKey, 1, 2, 3}) {
-    quillanest::fuzz::require(CShareMemory(key).Attach() == nullptr, "nothing is left of an image");
-  }
+  const bool hostile = input.flag();
+  quillanest::fuzz::run_image(input, hostile ? quillanest::fuzz::run_hostile : quillanest::fuzz::run_with_model);
   return 0;
 }

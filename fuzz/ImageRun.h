@@ -1,4 +1,4 @@
-// Runs of the image target: an image of a random schema, and random calls on it.
+// Runs of the targets of the image: an image of a random schema, and random calls on it.
 #pragma once
 
 #include <cstddef>
@@ -25,5 +25,11 @@ void run_with_model(const ImageSurroundings &surroundings, Input input);
 
 // Calls with any arguments, and descriptors that somebody writes over. What they return is not looked at.
 void run_hostile(const ImageSurroundings &surroundings, Input input);
+
+// The same for some milliseconds, while other threads change numbers of the descriptors and put them back.
+void run_contended(const ImageSurroundings &surroundings, Input input);
+
+// Runs an input in surroundings that last. Ends the process when something is left of its image.
+void run_image(Input input, void (*run)(const ImageSurroundings &, Input));
 
 }  // namespace quillanest::fuzz

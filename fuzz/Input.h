@@ -57,6 +57,14 @@ class Input {
     }
   }
 
+  // The next bytes, at most `size` of them, as values of their own.
+  Input part(std::size_t size) {
+    Input taken = *this;
+    taken.rest_ = rest_.first(std::min(size, rest_.size()));
+    rest_ = rest_.subspan(taken.rest_.size());
+    return taken;
+  }
+
   // At most `most` characters, of any value.
   std::string text(std::size_t most) { return take(choice(most + 1)); }
 

@@ -1,17 +1,17 @@
 // Descriptors with absurd values: whatever a client writes into the image, no operation crashes or leaves the segment.
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
-#include "tests/kernel/TableFixture.h"
-
-// The fuzz target of the image.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size);
+#include "fuzz/ImageRun.h"
 
 namespace {
 
@@ -59,21 +59,50 @@ class Walls {
   }
 };
 
+using Bytes = std::vector<std::uint8_t>;
+
+// The seed is told before, because a crash ends the program.
+std::mt19937 told_random() {
+  const unsigned int seed = std::random_device{}();
+  std::cout << "seed " << seed << std::endl;
+  return std::mt19937(seed);
+}
+
+// The committed inputs of the fuzz target "contention".
+std::vector<Bytes> contention_inputs() {
+  std::vector<Bytes> inputs;
+  for (const auto &entry : std::filesystem::directory_iterator(QUILLANEST_CONTENTION_INPUTS)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
+  return inputs;
+}
+
 }  // namespace
 
 // An offset, size, count or index of the image that is used without a check, a directory that is followed out of the
-// manager segment, two wrong numbers that pass the checks together. The first byte says that no model takes part. A
-// crash ends the program, so the seed is told before.
+// manager segment, two wrong numbers that pass the checks together.
 TEST(HostileImage, AnyCallOnAnyNumbers) {
-  const unsigned int seed = std::random_device{}();
-  std::cout << "seed " << seed << std::endl;
-  std::mt19937 random(seed);
-  quillanest::set_message_handler([](const char *) {});
+  std::mt19937 random = told_random();
   for (int run = 0; run < 2000; ++run) {
-    std::vector<std::uint8_t> bytes(1 + random() % 6000);
+    Bytes bytes(random() % 6000);
     for (std::uint8_t &byte : bytes) byte = static_cast<std::uint8_t>(random());
-    bytes[0] |= 1;
-    ASSERT_EQ(0, LLVMFuzzerTestOneInput(bytes.data(), bytes.size()));
+    quillanest::fuzz::run_image({bytes.data(), bytes.size()}, quillanest::fuzz::run_hostile);
+  }
+}
+
+// A number of the image that is looked at twice, once for the check and once for the use. The committed inputs change
+// the numbers that matter to their calls; some bytes of each are made others.
+TEST(HostileImage, AnyCallWhileNumbersChange) {
+  std::mt19937 random = told_random();
+  const std::vector<Bytes> inputs = contention_inputs();
+  ASSERT_FALSE(inputs.empty());
+  for (std::size_t run = 0; run < 2000; ++run) {
+    Bytes bytes = inputs[run % inputs.size()];
+    for (auto changes = random() % 4; changes > 0; --changes) {
+      bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+    }
+    quillanest::fuzz::run_image({bytes.data(), bytes.size()}, quillanest::fuzz::run_contended);
   }
 }
 

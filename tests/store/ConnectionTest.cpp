@@ -4,10 +4,12 @@
 #include <barrier>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -251,6 +253,23 @@ TEST(Connection, ReadsRows) {
 
 std::ptrdiff_t threads() { return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()); }
 
+// A handler of the program ran on a thread of the library, or a thread stayed without its connection.
+TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
+  const std::ptrdiff_t before = threads();
+  Fixture fixture(ServerStore().settings("MainDB") + kNoBackup);
+  ASSERT_EQ(fixture.connection.Open(false), 1);
+  ASSERT_EQ(threads(), before + 1);
+  for (const auto &thread : fs::directory_iterator("/proc/self/task")) {
+    if (thread.path().filename() == std::to_string(getpid())) continue;
+    std::ifstream status(thread.path() / "status");
+    const std::string text((std::istreambuf_iterator<char>(status)), std::istreambuf_iterator<char>());
+    // All but the two that the C library keeps for itself, and the two that cannot be blocked.
+    EXPECT_NE(text.find("SigBlk:\tfffffffe7ffbfeff"), std::string::npos) << text;
+  }
+  (void)fixture.connection.Close();
+  EXPECT_EQ(threads(), before);
+}
+
 TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   const std::ptrdiff_t before = threads();
   SilentServer silent;
@@ -262,6 +281,16 @@ TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   }
   EXPECT_EQ(silent.connections(), 3);
   EXPECT_LE(threads(), before + 3);
+  // The threads that hang are not a child's: its attempts are its own.
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    (void)fixture.open(false);
+    _exit(silent.connections());
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, W_EXITCODE(1, 0));
   // Other servers are tried as before.
   for (const int type : {0, 3, 7}) {
     SCOPED_TRACE(type);

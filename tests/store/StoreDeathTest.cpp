@@ -1,5 +1,6 @@
 // The end of the program, the server or the disk in the middle of a save leaves the former rows, and all of them.
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "quillanest/platform/posix/OdbcWorker.h"
 #include "tests/store/StoreFixture.h"
 #include "tests/support/FullDisk.h"
 
@@ -35,13 +37,16 @@ struct PointsImage : StoreImage {
     ready = points.SaveData(0) && rows(kLevels) == "0|2000|1|2000\n";
   }
 
-  // Calls the server's shell when the row with key 25,000 comes, and waits there.
-  void stop_in_the_middle(Store &server, const std::string &command) {
-    (void)server.run(
-        "CREATE FUNCTION halt() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN COPY (SELECT 1) TO PROGRAM '" + command +
-        "'; PERFORM pg_sleep(600); RETURN NEW; END $$; CREATE TRIGGER middle BEFORE INSERT ON " +
-        "plant_Points FOR EACH ROW WHEN (NEW.ID = 25000) EXECUTE FUNCTION halt();");
+  // Calls the server's shell when a row with that key is stored or read, and waits there.
+  void stop_at(int key, Store &server, const std::string &command, int seconds, const char *watched = kStored) {
+    (void)server.run("CREATE FUNCTION seen(ID bigint) RETURNS bigint LANGUAGE plpgsql AS $$ BEGIN IF ID = " +
+                     std::to_string(key) + " THEN COPY (SELECT 1) TO PROGRAM '" + command + "'; PERFORM pg_sleep(" +
+                     std::to_string(seconds) + "); END IF; RETURN ID; END $$; " + watched);
   }
+  static constexpr const char *kStored = "ALTER TABLE plant_Points ADD CHECK (seen(ID) > 0)";
+  static constexpr const char *kRead =
+      "ALTER TABLE plant_Points RENAME TO p; "
+      "CREATE VIEW plant_Points AS SELECT seen(ID) AS ID, Level, bModified, Name FROM p";
 
   // "level|rows|first key|last key" of each level in the store.
   static constexpr const char *kLevels =
@@ -90,7 +95,7 @@ TEST(StoreDeath, OfTheServerFailsTheSave) {
     PointsImage image(slots);
     ASSERT_TRUE(image.ready);
     const std::size_t server = slots[0] == 'S' ? 0 : 1;
-    image.stop_in_the_middle(*image.stores[server], "kill -QUIT $(head -n 1 postmaster.pid)");
+    image.stop_at(25'000, *image.stores[server], "kill -QUIT $(head -n 1 postmaster.pid)", 600);
     set_level(image.points, kRecords, 1);
     EXPECT_FALSE(image.points.SaveData(0));
     postgres().wait_for_death();
@@ -105,6 +110,38 @@ TEST(StoreDeath, OfTheServerFailsTheSave) {
                 slots[0] == 'F' ? "1|50000|1|50000\n" : "0|2000|1|2000\n");
     }
   }
+}
+
+// A server that falls silent held a save or load for ever. It stops in the middle of a row, and goes on later.
+TEST(StoreDeath, SilenceOfTheServerFailsSaveAndLoad) {
+  quillanest::set_driver_patience(std::chrono::seconds(1));
+  for (const bool saves : {true, false}) {
+    SCOPED_TRACE(saves ? "save" : "load");
+    PointsImage image("S");
+    ASSERT_TRUE(image.ready);
+    Store &server = *image.stores[0];
+    const auto [key, watched] = saves ? std::pair(25'000, PointsImage::kStored) : std::pair(1'000, PointsImage::kRead);
+    image.stop_at(key, server, "kill -STOP $PPID", 0, watched);
+    set_level(image.points, kRecords, 1);
+    const auto start = std::chrono::steady_clock::now();
+    if (saves) {
+      EXPECT_FALSE(image.points.SaveData(0));
+      EXPECT_EQ(peek(image.points.GetAt(kRecords - 1), 8), 1) << "the mark was not set again";
+    } else {
+      EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    const std::string others =
+        " FROM pg_stat_activity WHERE backend_type = 'client backend' AND pid <> pg_backend_pid()";
+    kill(std::stoi(server.run("SELECT pid" + others)), SIGCONT);
+    while (server.run("SELECT count(*)" + others) != "0\n") {
+    }
+    (void)server.run("DROP FUNCTION seen CASCADE; ALTER TABLE IF EXISTS p RENAME TO plant_Points");
+    EXPECT_EQ(server.run(PointsImage::kLevels), "0|2000|1|2000\n") << "what was given up was done";
+    EXPECT_TRUE(image.points.SaveData(0));
+    EXPECT_EQ(server.run(PointsImage::kLevels), "1|50000|1|50000\n");
+  }
+  quillanest::set_driver_patience(std::chrono::seconds(35));
 }
 
 // A full disk ends the transaction, after which single rows would still find room: they may not be kept.

@@ -14,8 +14,8 @@
 
 #include "quillanest/platform/dataaccess/ComError.h"
 #include "quillanest/platform/dataaccess/Engines.h"
-#include "quillanest/platform/posix/OdbcLink.h"
 #include "quillanest/platform/posix/OdbcRows.h"
+#include "quillanest/platform/posix/OdbcWorker.h"
 
 namespace quillanest {
 namespace {
@@ -25,9 +25,66 @@ constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
 constexpr std::size_t kStatementsPerMessage = 50;
 constexpr std::size_t kMessagesPerSavepoint = 4;
 
+// Every function from here to the class runs on the connection's thread.
+
+OdbcHandle make_statement(const OdbcLink &link) {
+  OdbcHandle statement(OdbcHandle::Kind::kStatement, link.connection);
+  if (!statement) link.connection.raise();
+  // A statement that waits for a lock fails in the end: the server keeps this time.
+  SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT, odbc_attribute(kStatementSeconds), 0);
+  return statement;
+}
+
+std::int64_t run_statement(const OdbcLink &link, const std::string &text) {
+  const OdbcHandle statement = make_statement(link);
+  const SQLRETURN result = SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
+  if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
+  if (!succeeded(result)) statement.raise();
+  SQLLEN count = 0;
+  SQLRowCount(statement.get(), &count);
+  return std::max<SQLLEN>(count, 0);
+}
+
+OdbcHandle run_query(const OdbcLink &link, const std::string &text) {
+  OdbcHandle statement = make_statement(link);
+  if (!succeeded(SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size())))) {
+    statement.raise();
+  }
+  return statement;
+}
+
+RowSet read_rows(const OdbcLink &link, const std::string &text, std::size_t most_rows) {
+  if (std::optional<RowSet> rows = read_rows_in_blocks(run_query(link, text), most_rows)) return std::move(*rows);
+  return read_rows_one_by_one(run_query(link, text), most_rows);
+}
+
+bool set_autocommit(const OdbcLink &link, SQLULEN value) {
+  return succeeded(SQLSetConnectAttr(link.connection.get(), SQL_ATTR_AUTOCOMMIT, odbc_attribute(value), 0));
+}
+
+bool end_transaction(const OdbcLink &link, SQLSMALLINT how) {
+  return succeeded(SQLEndTran(SQL_HANDLE_DBC, link.connection.get(), how));
+}
+
+bool undo_transaction(const OdbcLink &link) {
+  if (!end_transaction(link, SQL_ROLLBACK)) (void)run_statement(link, "ROLLBACK");
+  (void)set_autocommit(link, SQL_AUTOCOMMIT_ON);
+  return true;
+}
+
+std::string server_name(const OdbcLink &link) {
+  std::array<char, 128> name{};
+  SQLSMALLINT length = 0;
+  const SQLRETURN result = SQLGetInfo(link.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
+  // What a failed statement does to its transaction depends on the server.
+  if (!succeeded(result)) link.connection.raise();
+  return name.data();
+}
+
 class OdbcConnection : public Connection {
  public:
-  explicit OdbcConnection(OdbcLink link) : link_(std::move(link)), server_(server_name()) {}
+  explicit OdbcConnection(std::unique_ptr<OdbcWorker> worker)
+      : worker_(std::move(worker)), server_(worker_->run(server_name)) {}
   ~OdbcConnection() override { rollback(); }
   OdbcConnection(const OdbcConnection &) = delete;
   OdbcConnection &operator=(const OdbcConnection &) = delete;
@@ -46,50 +103,50 @@ class OdbcConnection : public Connection {
 
   RowSet query(const std::string &text, std::size_t most_rows) override {
     flush();
-    if (std::optional<RowSet> rows = read_rows_in_blocks(run_query(text), most_rows)) return std::move(*rows);
-    return read_rows_one_by_one(run_query(text), most_rows);
+    return worker_->run([text, most_rows](const OdbcLink &link) { return read_rows(link, text, most_rows); });
   }
 
-  void begin() override { set_autocommit(SQL_AUTOCOMMIT_OFF); }
+  void begin() override {
+    (void)worker_->run([](const OdbcLink &link) {
+      if (!set_autocommit(link, SQL_AUTOCOMMIT_OFF)) link.connection.raise();
+      return true;
+    });
+    in_transaction_ = true;
+    has_savepoint_ = lost_ = false;
+    kept_.clear();
+    pending_.clear();
+  }
 
   void commit() override {
     flush();
     if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
-    // A conflict between transactions may show only here.
-    const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_COMMIT);
-    const std::string text = succeeded(result) ? std::string() : link_.connection.diagnosis();
-    if (!succeeded(result)) {
+    try {
+      (void)worker_->run([](const OdbcLink &link) {
+        // A conflict between transactions may show only here.
+        if (!end_transaction(link, SQL_COMMIT)) link.connection.raise();
+        return set_autocommit(link, SQL_AUTOCOMMIT_ON);  // the rows are in the store by now: no failure of the commit
+      });
+    } catch (const _com_error &) {
       rollback();
-      throw _com_error(kStatementFailed, text);
+      throw;
     }
-    leave_transaction();  // whose rows are in the store by now: what fails from here on is no failure of the commit
+    in_transaction_ = false;
   }
 
   void rollback() noexcept override {
     if (!in_transaction_) return;
+    in_transaction_ = false;
     pending_.clear();
-    const bool undone =
-        succeeded(SQLEndTran(SQL_HANDLE_DBC, link_.connection.get(), SQL_ROLLBACK)) || undo_by_statement();
-    in_transaction_ = false;
-    // psqlodbc 13.02 commits what is open when autocommit is switched on; the end of the connection undoes it.
-    if (undone) leave_transaction();
-  }
-
- private:
-  void leave_transaction() noexcept {
-    SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, odbc_attribute(SQL_AUTOCOMMIT_ON), 0);
-    in_transaction_ = false;
-  }
-
-  bool undo_by_statement() noexcept {
     try {
-      (void)run("ROLLBACK");
-      return true;
+      (void)worker_->run(undo_transaction);
     } catch (const std::exception &) {
-      return false;
+      // The end of the connection undoes it. What came before that end would be kept together with it: psqlodbc 13.02
+      // commits what is open when autocommit is switched on.
+      worker_->refuse();
     }
   }
 
+ private:
   // Runs a statement of a transaction. One that fails undoes itself.
   std::int64_t run_undoable(const std::string &text) {
     if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
@@ -126,14 +183,8 @@ class OdbcConnection : public Connection {
     }
   }
 
-  std::int64_t run(const std::string &text) const {
-    const OdbcHandle statement = make_statement();
-    const SQLRETURN result = SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
-    if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
-    if (!succeeded(result)) statement.raise();
-    SQLLEN count = 0;
-    SQLRowCount(statement.get(), &count);
-    return std::max<SQLLEN>(count, 0);
+  std::int64_t run(const std::string &text) {
+    return worker_->run([text](const OdbcLink &link) { return run_statement(link, text); });
   }
 
   // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in front
@@ -176,42 +227,7 @@ class OdbcConnection : public Connection {
     }
   }
 
-  [[nodiscard]] std::string server_name() const {
-    std::array<char, 128> name{};
-    SQLSMALLINT length = 0;
-    const SQLRETURN result = SQLGetInfo(link_.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
-    // What a failed statement does to its transaction depends on the server.
-    if (!succeeded(result)) link_.connection.raise();
-    return name.data();
-  }
-
-  [[nodiscard]] OdbcHandle run_query(const std::string &text) const {
-    OdbcHandle statement = make_statement();
-    if (!succeeded(SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size())))) {
-      statement.raise();
-    }
-    return statement;
-  }
-
-  [[nodiscard]] OdbcHandle make_statement() const {
-    OdbcHandle statement(OdbcHandle::Kind::kStatement, link_.connection.get());
-    if (!statement) link_.connection.raise();
-    // A statement that waits for a lock, or for a server that is gone, fails in the end.
-    SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT, odbc_attribute(kStatementSeconds), 0);
-    return statement;
-  }
-
-  void set_autocommit(SQLULEN value) {
-    if (!succeeded(SQLSetConnectAttr(link_.connection.get(), SQL_ATTR_AUTOCOMMIT, odbc_attribute(value), 0))) {
-      link_.connection.raise();
-    }
-    in_transaction_ = value == SQL_AUTOCOMMIT_OFF;
-    has_savepoint_ = lost_ = false;
-    kept_.clear();
-    pending_.clear();
-  }
-
-  OdbcLink link_;
+  std::unique_ptr<OdbcWorker> worker_;
   std::string server_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
@@ -225,8 +241,9 @@ class OdbcConnection : public Connection {
 std::unique_ptr<Connection> open_odbc(const std::string &connection_string) {
   // The driver's own text could repeat parts of the connection string, so it is not passed on.
   try {
-    std::optional<OdbcLink> link = connect_in_time(connection_string);
-    if (link && link->connected) return std::make_unique<OdbcConnection>(std::move(*link));
+    if (std::unique_ptr<OdbcWorker> worker = OdbcWorker::connect(connection_string)) {
+      return std::make_unique<OdbcConnection>(std::move(worker));
+    }
   } catch (const std::system_error &) {
     throw _com_error(kConnectFailed, "no thread to connect with");
   }

@@ -17,21 +17,27 @@ static_assert(static_cast<int>(OdbcHandle::Kind::kStatement) == SQL_HANDLE_STMT)
 
 }  // namespace
 
-OdbcHandle::OdbcHandle(Kind kind, void *parent) : kind_(kind) {
-  if (!succeeded(SQLAllocHandle(static_cast<SQLSMALLINT>(kind), parent, &handle_))) handle_ = nullptr;
+OdbcHandle::OdbcHandle(Kind kind, const OdbcHandle &parent) : kind_(kind), pulse_(parent.pulse_) {
+  if (!succeeded(SQLAllocHandle(static_cast<SQLSMALLINT>(kind), parent.get(), &handle_))) handle_ = nullptr;
 }
 
 OdbcHandle::OdbcHandle(OdbcHandle &&other) noexcept
-    : kind_(other.kind_), handle_(std::exchange(other.handle_, nullptr)) {}
+    : kind_(other.kind_), handle_(std::exchange(other.handle_, nullptr)), pulse_(other.pulse_) {}
 
 OdbcHandle &OdbcHandle::operator=(OdbcHandle &&other) noexcept {
   std::swap(kind_, other.kind_);
   std::swap(handle_, other.handle_);
+  std::swap(pulse_, other.pulse_);
   return *this;
 }
 
 OdbcHandle::~OdbcHandle() {
-  if (handle_ != nullptr) SQLFreeHandle(static_cast<SQLSMALLINT>(kind_), handle_);
+  if (handle_ != nullptr) SQLFreeHandle(static_cast<SQLSMALLINT>(kind_), get());
+}
+
+void *OdbcHandle::get() const noexcept {
+  if (pulse_ != nullptr) pulse_->note();
+  return handle_;
 }
 
 std::string OdbcHandle::diagnosis() const {

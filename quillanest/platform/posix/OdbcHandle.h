@@ -1,10 +1,12 @@
 // A handle of ODBC, and the small change of its calls.
 //
 // Handles are addresses and results are short numbers in ODBC's own declarations, which this header does without.
-// Lifetime: a handle is freed with its object and must not outlive the one it was made from. Threads: one object
-// belongs to one thread at a time.
+// Lifetime: a handle is freed with its object and must not outlive the one it was made from, nor its pulse. Threads:
+// one object belongs to one thread at a time; a pulse belongs to all.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,20 +16,36 @@ namespace quillanest {
 // The result code of a statement that failed.
 inline constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
+// The moment of the last call of a driver: from then on it is silent.
+class OdbcPulse {
+ public:
+  using Clock = std::chrono::steady_clock;
+  void note() noexcept { last_.store(Clock::now(), std::memory_order_relaxed); }
+  [[nodiscard]] Clock::time_point last() const noexcept { return last_.load(std::memory_order_relaxed); }
+
+ private:
+  std::atomic<Clock::time_point> last_{Clock::time_point()};
+};
+
 class OdbcHandle {
  public:
   enum class Kind : short { kEnvironment = 1, kConnection = 2, kStatement = 3 };
 
-  OdbcHandle() = default;               // none
-  OdbcHandle(Kind kind, void *parent);  // none when the driver manager refuses; environments have no parent
+  OdbcHandle() = default;  // none
+  // None when the driver manager refuses. The parent of an environment is none, and its pulse is the parent's.
+  OdbcHandle(Kind kind, const OdbcHandle &parent);
   OdbcHandle(OdbcHandle &&other) noexcept;
   OdbcHandle &operator=(OdbcHandle &&other) noexcept;
   OdbcHandle(const OdbcHandle &) = delete;
   OdbcHandle &operator=(const OdbcHandle &) = delete;
   ~OdbcHandle();
 
-  [[nodiscard]] void *get() const noexcept { return handle_; }
+  // The handle for a call, whose moment the pulse notes.
+  [[nodiscard]] void *get() const noexcept;
   explicit operator bool() const noexcept { return handle_ != nullptr; }
+
+  // From now on calls with this handle, and with those made from it, are noted.
+  void note_calls(OdbcPulse &pulse) noexcept { pulse_ = &pulse; }
 
   // The message of the last failure on this handle; empty without one.
   [[nodiscard]] std::string diagnosis() const;
@@ -37,6 +55,7 @@ class OdbcHandle {
  private:
   Kind kind_ = Kind::kEnvironment;
   void *handle_ = nullptr;
+  OdbcPulse *pulse_ = nullptr;
 };
 
 // Whether a result says success, with or without a remark.

@@ -1,7 +1,6 @@
-// A connection to a server through ODBC, made within a time.
+// A connection to a server through ODBC, made and closed in the thread that calls.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "quillanest/platform/posix/OdbcHandle.h"
@@ -9,22 +8,20 @@
 namespace quillanest {
 
 // An environment and a connection in it that is connected or not. It disconnects with its object.
+// Threads: one object belongs to one thread at a time.
 struct OdbcLink {
   OdbcHandle environment;
   OdbcHandle connection;
   bool connected = false;
 
   OdbcLink() = default;
-  OdbcLink(OdbcLink &&other) noexcept;
   OdbcLink(const OdbcLink &) = delete;
   OdbcLink &operator=(const OdbcLink &) = delete;
-  OdbcLink &operator=(OdbcLink &&) = delete;
   ~OdbcLink();
-};
 
-// Connects with a connection string. A link that is not connected says that the server refuses or is not there; nothing
-// is the result when the server is silent for about two seconds, or when too many attempts at it hang already.
-// Raises std::system_error when no thread can be started, and std::bad_alloc.
-[[nodiscard]] std::optional<OdbcLink> connect_in_time(const std::string &connection_string);
+  // Connects with a connection string, once. False when the server refuses or is not there, at the latest when the
+  // driver is tired of waiting, which may be never.
+  [[nodiscard]] bool connect(const std::string &connection_string);
+};
 
 }  // namespace quillanest

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <regex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -160,6 +161,27 @@ TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
   EXPECT_EQ(fixture.connection.Open(false), 0);
   fixture.configure(fixture.file("MainDB", "data/missing.db") + fixture.file("BackDB", "data/store.db"));
   EXPECT_EQ(fixture.connection.Open(false), 2) << "nothing was open, so the settings are read again";
+}
+
+// Names with these characters arrived as others or as none: the driver decodes some values and takes others as written.
+TEST(Connection, NamesReachTheServerAsTheyAre) {
+  Fixture fixture;
+  for (const std::string name :
+       {"a%41+b", "{a}", "{", "}{=", "%", "+", "it's a\\b", "{a'%}+=user=b", "\xC3\xA4\"@:/?#"}) {
+    SCOPED_TRACE(name);
+    const auto quoted = [&](const std::string &quote) {
+      return quote + std::regex_replace(name, std::regex(quote), quote + quote) + quote;
+    };
+    (void)postgres().run("CREATE ROLE " + quoted("\"") + " LOGIN PASSWORD " + quoted("'") + ";\nCREATE DATABASE " +
+                         quoted("\""));
+    fixture.configure("MainDBType=7\nMainDBName=" + local(postgres().port()) + "\nMainDBUser=" + name +
+                      "\nMainDBPasswd=" + name + "\nMainDBInitDB=" + name + '\n' + kNoBackup);
+    EXPECT_EQ(fixture.connection.Open(false), 1);
+    EXPECT_TRUE(fixture.connection.OpenRecordset("SELECT current_user AS u, current_database() AS d"));
+    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("u")), name);
+    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("d")), name);
+    (void)fixture.connection.Close();
+  }
 }
 
 // A whole connection string from a file beside the configuration.

@@ -25,10 +25,15 @@ TEST(Provider, TranslatesConnectionStrings) {
        "Catalog=c",
        EngineKind::kOdbc,
        "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8;Server=h;Port=5001;Database=c;UID=u;PWD=p"},
-      {"Provider=PostgreSQL OLE DB Provider;User ID=u;Password= p}{=;Data Source=h:5433;location=db", EngineKind::kOdbc,
-       "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0;Server=h;Port=5433;Database=db;UID=u;PWD={ p}}{=}"},
+      {"Provider=PostgreSQL OLE DB Provider;User ID=u'\\;Password= p}%+=;Data Source=h:5433;location={db",
+       EngineKind::kOdbc,
+       "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0;Server=h;Port=5433;pqopt=tcp_user_timeout=30000 "
+       "keepalives_idle=15 keepalives_interval=5 dbname='%7Bdb' user='u\\'\\\\';PWD= p%7D%25%2B="},
       {" provider = postgresql ole db provider ;data source=h", EngineKind::kOdbc,
-       "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0;Server=h;Port=5432"},
+       "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0;Server=h;Port=5432;pqopt=tcp_user_timeout=30000 "
+       "keepalives_idle=15 keepalives_interval=5"},
+      {"Provider=SQLOLEDB.1;User ID={u};Password= p}%+{=;Data Source=h", EngineKind::kOdbc,
+       "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8;Server=h;Port=1433;UID={{u}}};PWD= p}%+{="},
       {"Driver=Anything;Provider=SQLOLEDB.1;x", EngineKind::kOdbc, "Driver=Anything;Provider=SQLOLEDB.1;x"},
       {"dsn=mine", EngineKind::kOdbc, "dsn=mine"},
       {"Provider=SQLOLEDB.1;User ID=;Password=;Data Source=;Initial Catalog=", EngineKind::kNone, ""},

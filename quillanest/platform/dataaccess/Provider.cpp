@@ -19,18 +19,20 @@ struct Provider {
   std::string_view server_key;
   std::string_view catalogue_from;  // the key of the string that names the database
   std::string_view catalogue_key;   // the driver's key for it; empty: it has none
+  std::string_view libpq;           // options of the client library under psqlodbc; empty: another driver
 };
 
 constexpr std::array<Provider, 5> kProviders{{
     {"SQLOLEDB", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8", "1433", "Server",
-     "Initial Catalog", "Database"},
-    {"Microsoft.Jet.OLEDB", EngineKind::kSqlite, "", "", "", "", ""},
-    {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", ""},
+     "Initial Catalog", "Database", ""},
+    {"Microsoft.Jet.OLEDB", EngineKind::kSqlite, "", "", "", "", "", ""},
+    {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", "", ""},
     {"Sybase.ASEOLEDBProvider", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8", "5000",
-     "Server", "Initial Catalog", "Database"},
-    // Protocol 7.4-0: the driver leaves the undoing of failed statements to us (psqlodbc 13.02).
+     "Server", "Initial Catalog", "Database", ""},
+    // Protocol 7.4-0: the driver leaves the undoing of failed statements to us (psqlodbc 13.02). The options end the
+    // wait for a server that the network has lost, after some 30 seconds.
     {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0", "5432",
-     "Server", "location", "Database"},
+     "Server", "location", "dbname", "tcp_user_timeout=30000 keepalives_idle=15 keepalives_interval=5"},
 }};
 
 std::string_view trimmed(std::string_view text) {
@@ -58,19 +60,48 @@ bool contains_ignoring_case(std::string_view text, std::string_view part) {
   return false;
 }
 
-// Appends ";key=value" with what ODBC or a driver would misread between braces (psqlodbc decodes '%' and '+').
+// Appends ";key=value". A value that begins with a brace stands between braces, or it would swallow what follows; all
+// other characters are taken as they are (FreeTDS 1.3, which would keep the last brace of a password).
 void append(std::string &text, std::string_view key, std::string_view value) {
   if (value.empty()) return;
   text += ';';
   text += key;
   text += '=';
-  if (value.find_first_of("{};=%+") == std::string_view::npos && trimmed(value) == value) {
+  if (!value.starts_with('{')) {
     text += value;
     return;
   }
   text += '{';
   for (const char c : value) text.append(c == '}' ? 2 : 1, c);
   text += '}';
+}
+
+// A value as psqlodbc 13.02 decodes it in "PWD" and "pqopt"; "UID" and "Database" it takes as they are written, and the
+// driver manager misreads a brace in front.
+std::string for_psqlodbc(std::string_view value) {
+  constexpr std::string_view kHex = "0123456789ABCDEF";
+  std::string text;
+  for (const char c : value) {
+    if (std::string_view("%+{}").find(c) == std::string_view::npos) {
+      text += c;
+    } else {
+      text.append({'%', kHex[static_cast<std::size_t>(c / 16)], kHex[static_cast<std::size_t>(c % 16)]});
+    }
+  }
+  return text;
+}
+
+// Appends " key='value'" as libpq reads it.
+void append_option(std::string &options, std::string_view key, std::string_view value) {
+  if (value.empty()) return;
+  options += ' ';
+  options += key;
+  options += "='";
+  for (const char c : value) {
+    if (c == '\'' || c == '\\') options += '\\';
+    options += c;
+  }
+  options += '\'';
 }
 
 const Provider *provider_of(std::string_view name) {
@@ -92,9 +123,19 @@ std::string odbc_string(const Provider &provider, std::string_view text, std::st
     const std::string_view usual = named ? std::string_view() : provider.default_port;
     append(odbc, "Port", address.port.empty() ? usual : std::string_view(address.port));
   }
-  if (!provider.catalogue_key.empty()) append(odbc, provider.catalogue_key, value_of(text, provider.catalogue_from));
-  append(odbc, "UID", value_of(text, "User ID"));
-  append(odbc, "PWD", value_of(text, "Password"));
+  const std::string_view user = value_of(text, "User ID");
+  const std::string_view password = value_of(text, "Password");
+  const std::string_view catalogue = value_of(text, provider.catalogue_from);
+  if (!provider.libpq.empty()) {
+    std::string options(provider.libpq);
+    append_option(options, provider.catalogue_key, catalogue);
+    append_option(options, "user", user);
+    odbc += ";pqopt=" + for_psqlodbc(options);
+    return password.empty() ? odbc : odbc + ";PWD=" + for_psqlodbc(password);
+  }
+  if (!provider.catalogue_key.empty()) append(odbc, provider.catalogue_key, catalogue);
+  append(odbc, "UID", user);
+  append(odbc, "PWD", password);
   return odbc;
 }
 

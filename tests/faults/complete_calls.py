@@ -26,7 +26,8 @@ UNFAILING = {
         pthread_attr_destroy pthread_mutexattr_destroy pthread_detach pthread_mutex_unlock SQLDisconnect SQLFreeHandle
         SQLFreeStmt sqlite3_close_v2 sqlite3_finalize""",
     "fails for wrong arguments only": """sigaction pthread_sigmask pthread_kill pthread_mutex_consistent
-        pthread_mutexattr_settype pthread_mutexattr_setpshared pthread_mutexattr_setrobust""",
+        pthread_mutexattr_settype pthread_mutexattr_setpshared pthread_mutexattr_setrobust sqlite3_db_config
+        sqlite3_progress_handler""",
     "its failure is one of its results": """kill nanosleep sigtimedwait pthread_tryjoin_np pthread_timedjoin_np
         pthread_cond_clockwait""",
     "advice, or a word to the person at the program": "madvise fprintf fputs fwrite stderr",

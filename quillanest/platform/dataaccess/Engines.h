@@ -1,6 +1,7 @@
 // The engines behind Connection::open.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -8,8 +9,12 @@
 
 namespace quillanest {
 
-// A file of SQLite, which must exist.
-[[nodiscard]] std::unique_ptr<Connection> open_sqlite(const std::string &path);
+// The time that a statement has in a file of SQLite.
+inline constexpr std::chrono::milliseconds kStatementLimit{30'000};
+
+// A file of SQLite, which must exist. One that somebody else has locked opens too, and refuses statements.
+[[nodiscard]] std::unique_ptr<Connection> open_sqlite(const std::string &path,
+                                                      std::chrono::milliseconds limit = kStatementLimit);
 
 // An ODBC source.
 [[nodiscard]] std::unique_ptr<Connection> open_odbc(const std::string &connection_string);

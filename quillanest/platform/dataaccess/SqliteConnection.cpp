@@ -2,7 +2,11 @@
 //
 // A transaction is kept whole by the file's own journal, rollback or write-ahead, as the file is set up: a program that
 // is killed leaves a file that the next open brings back to its former rows.
+//
+// What a file holds beside its rows is not trusted: its views and triggers run functions that can do no harm, and no
+// longer than a statement has.
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <sqlite3.h>
 #include <string>
@@ -16,6 +20,9 @@ namespace quillanest {
 namespace {
 
 constexpr int kBusyMilliseconds = 2000;
+constexpr int kStepsPerLook = 10'000;  // of SQLite's machine, between two looks at the clock; less than a millisecond
+
+bool is_busy(int code) { return (code & 0xFF) == SQLITE_BUSY; }
 
 struct CloseDatabase {
   void operator()(sqlite3 *database) const { sqlite3_close_v2(database); }
@@ -68,7 +75,7 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
 
 class SqliteConnection : public Connection {
  public:
-  explicit SqliteConnection(const std::string &path) {
+  SqliteConnection(const std::string &path, std::chrono::milliseconds limit) : limit_(limit) {
     if (!file_size(path)) raise(SQLITE_CANTOPEN);  // some names would open a store that is no file
     sqlite3 *database = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -76,11 +83,11 @@ class SqliteConnection : public Connection {
     if (result != SQLITE_OK) raise(result);
     // A file that may only be read opens all the same, and would fail the whole save later.
     if (sqlite3_db_readonly(database, "main") != 0) raise(SQLITE_READONLY);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_progress_handler(database, kStepsPerLook, is_late, this);
+    look_at_file();
     sqlite3_busy_timeout(database, kBusyMilliseconds);
-    // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the
-    // end.
-    run("PRAGMA cache_spill = 0");
-    run("PRAGMA schema_version");  // reads the file, which shows whether it is a database
   }
 
   std::int64_t execute(const std::string &statement) override {
@@ -107,11 +114,15 @@ class SqliteConnection : public Connection {
       for (int i = 0; i < count; ++i) rows.add(column_value(statement.get(), i, dates[static_cast<std::size_t>(i)]));
     }
     if (result != SQLITE_DONE && result != SQLITE_ROW) raise(result);
+    note_success();
     return rows;
   }
 
+  [[nodiscard]] bool is_locked() const noexcept override { return locked_; }
+
   // Takes the right to write at once, so that a transaction never fails half-way because somebody else has it.
   void begin() override {
+    keep_pages();
     run("BEGIN IMMEDIATE");
     in_transaction_ = true;
   }
@@ -125,12 +136,47 @@ class SqliteConnection : public Connection {
   }
 
  private:
-  [[noreturn]] void raise(int code) const {
+  [[noreturn]] void raise(int code) {
+    if (is_busy(code)) {
+      locked_ = true;
+      sqlite3_busy_timeout(database_.get(), 0);
+    }
     const char *text = database_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(database_.get());
     throw _com_error(-code, text);
   }
 
-  [[nodiscard]] Statement prepare(const std::string &text) const {
+  // The beginning of a transaction is no success yet: whoever reads the file is met at its end.
+  void note_success() noexcept {
+    if (!locked_ || sqlite3_get_autocommit(database_.get()) == 0) return;
+    locked_ = false;
+    sqlite3_busy_timeout(database_.get(), kBusyMilliseconds);
+  }
+
+  static int is_late(void *connection) {
+    const auto &self = *static_cast<const SqliteConnection *>(connection);
+    return std::chrono::steady_clock::now() > self.deadline_ ? 1 : 0;
+  }
+
+  // Reads the file, which shows whether it is a database. One that is locked at the moment counts as one.
+  void look_at_file() {
+    try {
+      run("PRAGMA schema_version");
+    } catch (const _com_error &) {
+      if (!locked_) throw;
+      locked_ = false;  // not waited for yet
+    }
+  }
+
+  // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the end.
+  // This reads the file, and counts only outside a transaction.
+  void keep_pages() {
+    if (keeps_pages_) return;
+    run("PRAGMA cache_spill = 0");
+    keeps_pages_ = true;
+  }
+
+  [[nodiscard]] Statement prepare(const std::string &text) {
+    deadline_ = std::chrono::steady_clock::now() + limit_;
     sqlite3_stmt *statement = nullptr;
     const char *rest = nullptr;
     const int size = static_cast<int>(text.size() + 1);  // with its terminator, or SQLite would copy the text
@@ -143,19 +189,26 @@ class SqliteConnection : public Connection {
     return prepared;
   }
 
-  void run(const std::string &text) const {
+  void run(const std::string &text) {
     const Statement statement = prepare(text);
     int result = sqlite3_step(statement.get());
     while (result == SQLITE_ROW) result = sqlite3_step(statement.get());
     if (result != SQLITE_DONE) raise(result);
+    note_success();
   }
 
+  std::chrono::milliseconds limit_;
+  std::chrono::steady_clock::time_point deadline_;  // of the statement under way
   std::unique_ptr<sqlite3, CloseDatabase> database_;
   bool in_transaction_ = false;
+  bool keeps_pages_ = false;
+  bool locked_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<Connection> open_sqlite(const std::string &path) { return std::make_unique<SqliteConnection>(path); }
+std::unique_ptr<Connection> open_sqlite(const std::string &path, std::chrono::milliseconds limit) {
+  return std::make_unique<SqliteConnection>(path, limit);
+}
 
 }  // namespace quillanest

@@ -1,6 +1,8 @@
 #include "quillanest/persist/DbConnection.h"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "quillanest/platform/Profile.h"
 #include "quillanest/platform/dataaccess/ComError.h"
@@ -99,12 +101,17 @@ bool CDbConnection::open_slot(int slot_number) {
   slot.connection.reset();
   const std::optional<std::string> text = connection_string(slot_number);
   if (!text) return false;
+  const bool again = waits_once_ && *text == slot.tried;
+  if (again && slot.failed) return false;
+  std::unique_ptr<Connection> locked = std::move(slot.locked);
+  slot.tried = *text;
+  slot.failed = false;
   try {
-    slot.connection = Connection::open(*text);
+    slot.connection = again && locked != nullptr ? std::move(locked) : Connection::open(*text);
   } catch (const _com_error &) {
-    return false;
+    slot.failed = true;
   }
-  return true;
+  return !slot.failed;
 }
 
 int CDbConnection::Open(bool firstOnly) {
@@ -122,6 +129,9 @@ int CDbConnection::Open(bool firstOnly) {
 bool CDbConnection::Close() {
   for (Slot &slot : slots_) {
     slot.rows.reset();
+    slot.reads_escapes.reset();
+    const bool locked = slot.connection != nullptr && slot.connection->is_locked();
+    if (locked && waits_once_) slot.locked = std::move(slot.connection);
     slot.connection.reset();
   }
   open_mask_ = 0;
@@ -148,6 +158,22 @@ void CDbConnection::run_unseen(const std::string &statement, bool plain) {
   const bool alone = (open_mask_ & (open_mask_ - 1)) == 0;
   if (plain && alone && current() != nullptr) return current()->connection->execute_unseen(statement);
   (void)run(statement.c_str(), TARGET_BOTH);
+}
+
+bool CDbConnection::reads_escapes() {
+  const auto asks = [](Connection &connection) {
+    try {
+      const RowSet answer = connection.query("SELECT '\\\\'", 1);  // two backslashes, or one that is escaped
+      return answer.row_count() == 1 && to_text(answer.value(0, 0)) == "\\";
+    } catch (const _com_error &) {
+      return false;  // a database without escapes may not take a query without a table either
+    }
+  };
+  return std::any_of(slots_.begin(), slots_.end(), [&](Slot &slot) {
+    if (slot.connection == nullptr) return false;
+    if (!slot.reads_escapes) slot.reads_escapes = asks(*slot.connection);
+    return *slot.reads_escapes;
+  });
 }
 
 int CDbConnection::Execute(const char *statement, int targets) {

@@ -80,6 +80,13 @@ class CDbConnection {
   // Runs a statement on every open slot, whatever becomes of it. `plain`: its texts hold no quotes and no backslashes.
   void run_unseen(const std::string &statement, bool plain);
 
+  // Whether an open slot takes a backslash in a text for the beginning of an escape. Asks it once.
+  [[nodiscard]] bool reads_escapes();
+
+  // From now on nothing is waited for twice: as long as its connection string stays the same, a slot that could not be
+  // opened is not tried again, and a store that was found locked refuses at once.
+  void wait_once() noexcept { waits_once_ = true; }
+
   // A transaction on every open slot. begin is false when a slot refuses, and none is begun then. commit is false when
   // a slot could not keep its changes; that slot and those after it are rolled back.
   [[nodiscard]] bool begin_transaction();
@@ -95,7 +102,11 @@ class CDbConnection {
     std::string init_db;
     std::string conn_group;
     std::string conn_key;
+    std::string tried;    // the connection string of the last attempt to open it
+    bool failed = false;  // that attempt
     std::unique_ptr<Connection> connection;
+    std::unique_ptr<Connection> locked;  // closed, but kept for the next Open when nothing is waited for twice
+    std::optional<bool> reads_escapes;   // of the connection, once asked
     std::optional<RowSet> rows;
   };
 
@@ -110,6 +121,7 @@ class CDbConnection {
   int current_slot_ = -1;
   std::array<Slot, 2> slots_;
   std::size_t row_ = 0;
+  bool waits_once_ = false;
 };
 
 }  // namespace quillanest

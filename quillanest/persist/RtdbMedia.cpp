@@ -19,6 +19,7 @@ CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
           PasswordCipher::from_configuration(manager == nullptr ? std::string() : configuration_file_of(*manager))) {
   if (manager != nullptr) SetIniFile(configuration_file_of(*manager).c_str());
   SetSection("RtdbMedia");
+  wait_once();
 }
 
 std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {

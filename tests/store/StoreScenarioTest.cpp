@@ -5,6 +5,7 @@
 
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/platform/dataaccess/Engines.h"
+#include "tests/store/SilentServer.h"
 #include "tests/store/StoreFixture.h"
 
 namespace {
@@ -523,6 +524,23 @@ TEST(FileDatabase, HostileFilesComeToAnEnd) {
   (void)connection->execute("PRAGMA writable_schema = 1");
   EXPECT_THROW((void)connection->execute("DELETE FROM sqlite_schema"), _com_error);
   EXPECT_EQ(connection->execute("DELETE FROM t"), 1) << "every statement has its own time";
+}
+
+// --- Servers only ----------------------------------------------------------------------------------------------------
+
+// A silent server was tried for every table, and once more for every database.
+TEST(ServerDatabase, SilentOneIsTriedOnceInACall) {
+  SilentServer silent;
+  StoreImage image;
+  const auto at = [&](const std::string &slot) {
+    return slot + "Type=7\n" + slot + "Name=127.0.0.1:" + std::to_string(silent.port()) + '\n';
+  };
+  image.configure(at("MainDB") + "BackDBType=-1\n");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0);
+  EXPECT_EQ(silent.connections(), 1);
+  image.configure(image.stores[0]->settings("MainDB") + at("BackDB"));
+  EXPECT_TRUE(image.manager->SaveData(0));
+  EXPECT_EQ(silent.connections(), 1);
 }
 
 // --- Deliberate behaviours -------------------------------------------------------------------------------------------

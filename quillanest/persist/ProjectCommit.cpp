@@ -19,8 +19,9 @@ namespace {
 
 // The project that a record outside the image carries.
 std::int32_t project_of(std::span<const std::byte> record, const _field_attr &field) {
-  const bool inside = field.FieldOffset >= 0 && static_cast<std::size_t>(field.FieldOffset) < record.size();
-  return inside ? quillanest::load_part<std::int32_t>(record.subspan(static_cast<std::size_t>(field.FieldOffset))) : 0;
+  const std::int32_t offset = quillanest::load_shared(field.FieldOffset);
+  const bool inside = offset >= 0 && static_cast<std::size_t>(offset) < record.size();
+  return inside ? quillanest::load_part<std::int32_t>(record.subspan(static_cast<std::size_t>(offset))) : 0;
 }
 
 }  // namespace
@@ -54,7 +55,7 @@ bool CRtTable::InsertRecordToDb(char *record) {
   return neutral_on_failure(false, [&] {
     CRtdbMedia store(database_->GetRtdbManager());
     return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()},
-                              view.field(0), view.field_count());
+                              quillanest::fields_of(view));
   });
 }
 
@@ -71,7 +72,7 @@ bool CRtTable::UpdateRecordToDb(char *record) {
     const std::string name = store_table_name(*database_, *this);
     const std::string statement = "DELETE FROM " + name + " WHERE " + condition;
     return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0 &&
-           store.InsertRecord(name, bytes, view.field(0), view.field_count());
+           store.InsertRecord(name, bytes, quillanest::fields_of(view));
   });
 }
 

@@ -2,6 +2,7 @@
 #include "quillanest/persist/RtdbMedia.h"
 
 #include <exception>
+#include <utility>
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
@@ -12,6 +13,62 @@
 #include "quillanest/shm/FieldType.h"
 
 namespace quillanest {
+namespace {
+
+// Whether a text between quotes ends where they do: its own quotes come in pairs. `escapes`: a backslash takes the next
+// character with it.
+bool stays_in_quotes(std::string_view text, bool escapes) {
+  for (std::size_t i = 0; i < text.size(); i += 2) {
+    i = text.find_first_of(escapes ? "'\\" : "'", i);
+    if (i == std::string_view::npos) return true;
+    const bool is_pair = i + 1 < text.size() && (text[i] == '\\' || text[i + 1] == '\'');
+    if (!is_pair) return false;
+  }
+  return true;
+}
+
+bool is_digit(std::string_view text) { return text.size() == 1 && text[0] >= '0' && text[0] <= '9'; }
+
+// Whether a project save writes the record.
+bool is_changed(const TableView &view, std::byte *record, const _field_attr &modified) {
+  return view.key_of(record) != 0 && version_value(view, record, modified) != 0;
+}
+
+}  // namespace
+
+// A table on its way into the store.
+struct CRtdbMedia::Source {
+  TableView view;
+  std::string store_table;
+  FieldList fields;
+  VersionFields versions;
+};
+
+// A statement that inserts a record.
+struct CRtdbMedia::Insert {
+  std::string text;
+  bool is_whole = true;  // every value ends where it should
+  bool is_plain = true;  // without quotes and backslashes in its texts
+};
+
+bool CRtdbMedia::has_changes(const Source &source) {
+  const std::int32_t count = source.versions.modified == nullptr ? 0 : source.view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (is_changed(source.view, source.view.record(i), *source.versions.modified)) return true;
+  }
+  return false;
+}
+
+FieldList fields_of(const TableView &view) {
+  FieldList fields;
+  const std::int32_t count = load_shared(view.attr->TableFieldNum);
+  for (std::int32_t i = 0; i < count; ++i) {
+    const _field_attr *field = view.field(i);
+    if (field == nullptr) break;
+    fields.push_back(*field);
+  }
+  return fields;
+}
 
 CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
     : manager_(manager),
@@ -37,123 +94,114 @@ void CRtdbMedia::open_for(CRtDataBase &database, bool first_only) {
   (void)Open(first_only);
 }
 
-void CRtdbMedia::append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value) {
+void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value) {
   const int type = GetCurrentType();
   std::string text;
   append_value_text(field.FieldType, value, cipher_, text);
   if (is_text_type(field.FieldType)) {
-    has_plain_texts_ = has_plain_texts_ && text.find_first_of("'\\") == std::string::npos;
-    // By design [QuotesNotEscaped]: a text with a quote breaks its statement, and its row is missing then.
-    statement += '\'';
-    statement += text.empty() && type == DB_TYPE_JET ? " " : text;
-    statement += '\'';
+    const bool has_escapes = text.find('\\') != std::string::npos;
+    insert.is_plain = insert.is_plain && !has_escapes && text.find('\'') == std::string::npos;
+    // By design [QuotesNotEscaped]: a text goes into its quotes as it is. One that would end them early breaks its
+    // statement.
+    insert.is_whole = insert.is_whole && stays_in_quotes(text, has_escapes && reads_escapes());
+    insert.text += '\'';
+    insert.text += text.empty() && type == DB_TYPE_JET ? " " : text;
+    insert.text += '\'';
   } else if (field.FieldType != kTime) {
-    statement += text;
+    // Any other character than a digit is no value, or the beginning of something else.
+    const bool is_character = field.FieldType == kChar || field.FieldType == kUchar;
+    insert.is_whole = insert.is_whole && (!is_character || is_digit(text));
+    insert.text += text;
   } else if (type == DB_TYPE_ORACLE) {
-    statement += "to_date('" + text + "','YYYY-MM-DD HH24:MI:SS')";
+    insert.text += "to_date('" + text + "','YYYY-MM-DD HH24:MI:SS')";
   } else {
     const char quote = type == DB_TYPE_JET ? '#' : '\'';
-    statement += quote + text + quote;
+    insert.text += quote + text + quote;
   }
 }
 
-std::string CRtdbMedia::insert_statement(const std::string &store_table, std::span<std::byte> record,
-                                         const _field_attr *fields, int count) {
-  std::string statement = "INSERT INTO " + store_table + " VALUES(";
-  for (int i = 0; i < count; ++i) {
-    const _field_attr &field = fields[i];
-    const bool inside = field.FieldOffset >= 0 && static_cast<std::size_t>(field.FieldOffset) < record.size();
-    append_value(statement, field,
-                 inside ? record.subspan(static_cast<std::size_t>(field.FieldOffset)) : std::span<std::byte>());
-    statement += i + 1 < count ? ',' : ')';
+CRtdbMedia::Insert CRtdbMedia::insert_statement(const std::string &store_table, std::span<std::byte> record,
+                                                const FieldList &fields) {
+  Insert insert{"INSERT INTO " + store_table + " VALUES("};
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const std::int32_t offset = fields[i].FieldOffset;
+    const bool inside = offset >= 0 && static_cast<std::size_t>(offset) < record.size();
+    append_value(insert, fields[i], inside ? record.subspan(static_cast<std::size_t>(offset)) : std::span<std::byte>());
+    insert.text += i + 1 < fields.size() ? ',' : ')';
   }
-  return statement;
+  return insert;
 }
 
-bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
-                              int count) {
-  return Execute(insert_statement(store_table, record, fields, count).c_str(), TARGET_BOTH) == 1;
+bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const FieldList &fields) {
+  const Insert insert = insert_statement(store_table, record, fields);
+  return insert.is_whole && Execute(insert.text.c_str(), TARGET_BOTH) == 1;
 }
 
-void CRtdbMedia::insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
-                               ModifiedMarks &marks) {
+void CRtdbMedia::insert_record(const Source &source, std::int32_t position, ModifiedMarks &marks) {
+  const TableView &view = source.view;
   std::byte *record = view.record(position);
   marks.remember(position);
   marks.clear(record);
   const std::span<std::byte> bytes = view.segment.subspan(static_cast<std::size_t>(record - view.segment.data()));
-  has_plain_texts_ = true;
-  // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on.
-  const std::string statement = insert_statement(store_table, bytes, view.field(0), view.field_count());
-  run_unseen(statement, has_plain_texts_);
+  // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on. A
+  // broken statement is not even sent, because what a store makes of it may concern other rows.
+  const Insert insert = insert_statement(source.store_table, bytes, source.fields);
+  if (insert.is_whole) run_unseen(insert.text, insert.is_plain);
 }
 
-bool CRtdbMedia::save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                               ModifiedMarks &marks) {
-  std::string statement = "DELETE FROM " + store_table;
-  if (fields.project != nullptr) statement += " WHERE iProjectID = 0";
+bool CRtdbMedia::save_all_rows(const Source &source, ModifiedMarks &marks) {
+  std::string statement = "DELETE FROM " + source.store_table;
+  if (source.versions.project != nullptr) statement += " WHERE iProjectID = 0";
   // The count of rows may be a negative number in 16 bits; only an error ends the save.
   if (!run(statement.c_str(), TARGET_BOTH)) return false;
-  const std::int32_t count = view.count();
-  for (std::int32_t i = 0; i < count; ++i) insert_record(view, store_table, i, marks);
+  const std::int32_t count = source.view.count();
+  for (std::int32_t i = 0; i < count; ++i) insert_record(source, i, marks);
   return true;
 }
 
-bool CRtdbMedia::save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                                   int project, std::int32_t &end, ModifiedMarks &marks) {
-  if (fields.modified == nullptr) return true;
-  for (std::int32_t i = 0; i < end; ++i) {
-    std::byte *record = view.record(i);
-    const std::uint32_t key = view.key_of(record);
-    if (key == 0 || version_value(view, record, *fields.modified) == 0) continue;
-    const std::string statement = "DELETE FROM " + store_table +
-                                  " WHERE ID = " + std::to_string(static_cast<std::int32_t>(key)) +
+bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMarks &marks) {
+  const TableView &view = source.view;
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (!is_changed(view, view.record(i), *source.versions.modified)) continue;
+    const auto key = static_cast<std::int32_t>(view.key_at(i));
+    const std::string statement = "DELETE FROM " + source.store_table + " WHERE ID = " + std::to_string(key) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (!run(statement.c_str(), TARGET_BOTH)) {
-      end = i;
-      return false;
-    }
-    insert_record(view, store_table, i, marks);
+    if (!run(statement.c_str(), TARGET_BOTH)) return false;
+    insert_record(source, i, marks);
   }
   return true;
 }
 
-// Runs save(marks) in a transaction, which is kept when it is true. Otherwise the former rows stand and the records are
-// marked as before.
+// Runs save(marks) in a transaction. What it has run is kept, also when it ends early; when that fails, the former rows
+// stand and the records are marked as before.
 template <class Save>
-bool CRtdbMedia::keep(const TableView &view, const VersionFields &fields, Save save) {
+bool CRtdbMedia::keep(const Source &source, Save save) {
   if (!begin_transaction()) return false;
-  ModifiedMarks marks(view, fields.modified);
+  ModifiedMarks marks(source.view, source.versions.modified);
+  bool saved = false;
   bool kept = false;
   try {
-    kept = save(marks) && commit_transaction();
+    saved = save(marks);
+    kept = commit_transaction();
   } catch (const std::exception &) {
-    kept = false;
+    rollback_transaction();
   }
-  if (kept) return true;
-  rollback_transaction();
-  marks.restore();
-  return false;
+  if (!kept) marks.restore();
+  return saved && kept;
 }
 
 bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) {
   open_for(database, false);
   const TableView view = TableView::of(table);
   if (!view || !passwords_are_whole(view, cipher_)) return false;
-  const std::string store_table = store_table_name(database, table);
-  const VersionFields fields = find_version_fields(view);
-  if (project == 0 || fields.project == nullptr) {
-    return keep(view, fields, [&](ModifiedMarks &marks) { return save_all_rows(view, store_table, fields, marks); });
+  const Source source{view, store_table_name(database, table), fields_of(view), find_version_fields(view)};
+  if (project == 0 || source.versions.project == nullptr) {
+    return keep(source, [&](ModifiedMarks &marks) { return save_all_rows(source, marks); });
   }
-  const std::int32_t count = view.count();
-  std::int32_t end = count;
-  const auto save = [&](ModifiedMarks &marks) {
-    return save_project_rows(view, store_table, fields, project, end, marks);
-  };
-  if (keep(view, fields, save)) return true;
-  // A rejected DELETE ends the save and keeps the records before it. They are saved anew, because the database that did
-  // run it would otherwise lose that row.
-  if (end < count) (void)keep(view, fields, save);
-  return false;
+  // Without changes nothing is asked of the store, not even the right to write.
+  if (!has_changes(source)) return true;
+  return keep(source, [&](ModifiedMarks &marks) { return save_project_rows(source, project, marks); });
 }
 
 bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int project) {

@@ -23,6 +23,11 @@ namespace quillanest {
 
 class ModifiedMarks;
 
+// Descriptors of a table's fields as they were when a load or save began. What another thread writes over the
+// descriptors in the image meanwhile does not reach it.
+using FieldList = std::vector<_field_attr>;
+[[nodiscard]] FieldList fields_of(const TableView &view);
+
 class CRtdbMedia : public CDbConnection {
  public:
   explicit CRtdbMedia(CRtdbManager *manager);
@@ -32,9 +37,11 @@ class CRtdbMedia : public CDbConnection {
 
   // By design [ClosedStoreSaves]: a save with no slot open runs its statements nowhere, clears the marks of the records
   // that it would have written, and is true.
-  // False when the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept. Then
-  // the former rows stand and the records are marked modified again, except that a project save keeps the records in
-  // front of the one whose DELETE was rejected.
+  // False when the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept. With
+  // changes that could not be kept the former rows stand and the records are marked modified again.
+  // By design [RejectedDeleteEnds]: a rejected DELETE ends the save, and each database keeps what it has run by then:
+  // the records in front, and a DELETE that only the backup rejected. A project save without modified records sends
+  // nothing and is true.
   bool SaveTable(CRtDataBase &database, CRtTable &table, int project);
   bool SaveDataBase(CRtDataBase &database, int project);
   // Every mapped database, each with connections of its own; true unless the directory is empty.
@@ -53,27 +60,25 @@ class CRtdbMedia : public CDbConnection {
 
   // Inserts one record; `record` is the bytes it lies in, from its first one on. True when the store reports exactly
   // one row. Empty times of the record are stamped with the present.
-  bool InsertRecord(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields, int count);
+  bool InsertRecord(const std::string &store_table, std::span<std::byte> record, const FieldList &fields);
 
  private:
+  struct Source;
+  struct Insert;
+
   void open_for(CRtDataBase &database, bool first_only);
-  bool save_all_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                     ModifiedMarks &marks);
-  // The records in front of `end`, which a rejected DELETE sets to the place of its record.
-  bool save_project_rows(const TableView &view, const std::string &store_table, const VersionFields &fields,
-                         int project, std::int32_t &end, ModifiedMarks &marks);
+  static bool has_changes(const Source &source);
+  bool save_all_rows(const Source &source, ModifiedMarks &marks);
+  bool save_project_rows(const Source &source, int project, ModifiedMarks &marks);
   template <class Save>
-  bool keep(const TableView &view, const VersionFields &fields, Save save);
-  void insert_record(const TableView &view, const std::string &store_table, std::int32_t position,
-                     ModifiedMarks &marks);
+  bool keep(const Source &source, Save save);
+  void insert_record(const Source &source, std::int32_t position, ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);
-  std::string insert_statement(const std::string &store_table, std::span<std::byte> record, const _field_attr *fields,
-                               int count);
-  void append_value(std::string &statement, const _field_attr &field, std::span<std::byte> value);
+  Insert insert_statement(const std::string &store_table, std::span<std::byte> record, const FieldList &fields);
+  void append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value);
 
   CRtdbManager *manager_;
   PasswordCipher cipher_;
-  bool has_plain_texts_ = true;  // of the statement that is being made
   bool bSystemDB = false;
 };
 

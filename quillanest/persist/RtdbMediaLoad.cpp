@@ -57,14 +57,13 @@ void store_value(const _field_attr &field, std::span<std::byte> value, const Var
 class ColumnMap {
  public:
   ColumnMap(const TableView &view, const RowSet &rows) : rows_(rows) {
-    for (int i = 0; i < view.field_count(); ++i) {
-      const _field_attr *field = view.field(i);
-      columns_.push_back({field, rows.column(block_text(*field, offsetof(_field_attr, FieldName)))});
+    for (const _field_attr &field : fields_of(view)) {
+      columns_.push_back({field, rows.column(block_text(field, offsetof(_field_attr, FieldName)))});
     }
   }
 
   struct Column {
-    const _field_attr *field;
+    _field_attr field;
     int index;
   };
   [[nodiscard]] const std::vector<Column> &columns() const noexcept { return columns_; }
@@ -97,11 +96,11 @@ void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std
   std::byte *record = nullptr;
   for (const auto &column : map.columns()) {
     const Variant value = map.value(row, column);
-    if (equal_ignoring_case(block_text(*column.field, offsetof(_field_attr, FieldName)), "ID")) {
+    if (equal_ignoring_case(block_text(column.field, offsetof(_field_attr, FieldName)), "ID")) {
       record = record_to_merge(table, view, value);
-    } else if (record != nullptr && column.field->FieldType != kPasswd) {
+    } else if (record != nullptr && column.field.FieldType != kPasswd) {
       // By design [MergeKeepsPasswords]: the rows of a project never change a password.
-      store_value(*column.field, view.value(record, *column.field), value, cipher);
+      store_value(column.field, view.value(record, column.field), value, cipher);
     }
   }
 }
@@ -117,7 +116,7 @@ void CRtdbMedia::store_rows(const TableView &view, int count) {
   for (int i = 0; i < count; ++i, MoveNext()) {
     std::byte *record = view.record(i);
     for (const auto &column : map.columns()) {
-      store_value(*column.field, view.value(record, *column.field), map.value(row(), column), cipher_);
+      store_value(column.field, view.value(record, column.field), map.value(row(), column), cipher_);
     }
   }
 }

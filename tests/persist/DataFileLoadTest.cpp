@@ -139,6 +139,7 @@ TEST(DataFileLoad, ValuesByType) {
       {"PASSWD 6", "sixlet", "sixletUUUU"s},
       {"PASSWD 6", "longer7", "longerUUUU"s},
       {"TIME 16", "2008-3-7 9:5:0", "\xD8\x07\x03\0\0\0\x07\0\x09\0\x05\0\0\0\0\0UUUU"s},
+      {"TIME 16", "2008-03-07 09:05:00", "\xD8\x07\x03\0\0\0\x07\0\x09\0\x05\0\0\0\0\0UUUU"s},
       {"TIME 16", "2008-3-7", "\xD8\x07\x03\0\0\0\x07\0\0\0UUUUUUUUUU"s},  // minutes and seconds stay
       {"TIME 16", "", "UUUUUUUUUUUUUUUUUUUU"s},
   };

@@ -17,6 +17,11 @@ struct Backend {
 };
 void PrintTo(const Backend &backend, std::ostream *out) { *out << backend.name; }
 
+template <class T>
+std::string bytes_of(const T &value) {
+  return bytes_at(&value, sizeof value);
+}
+
 class StoreScenario : public testing::TestWithParam<Backend> {};
 
 INSTANTIATE_TEST_SUITE_P(Backends, StoreScenario,
@@ -156,6 +161,70 @@ TEST_P(StoreScenario, NullsAndForeignValuesByType) {
                    "A text that is longer t",
                    {2008, 2, 5, 29, 0, 0, 0, 0},
                    "typed in clear,"});
+}
+
+// A SHORT that a load stored with four bytes went unnoticed, because the column of its neighbour came next. Here the
+// fields lie apart, and no byte between them may change.
+TEST_P(StoreScenario, NoByteBesideAFieldChanges) {
+  const SYSTEMTIME time{2008, 5, 6, 3, 14, 7, 9, 0};
+  const struct {
+    const char *type;
+    std::int32_t size;
+    const char *column, *value;
+    std::string bytes;
+  } rows[] = {{"CHAR", 1, "integer", "55", "7"},
+              {"UCHAR", 1, "integer", "311", "7"},
+              {"SHORT", 2, "integer", "-2", "\xFE\xFF"},
+              {"USHORT", 2, "integer", "65534", "\xFE\xFF"},
+              {"INT", 4, "integer", "-2", "\xFE\xFF\xFF\xFF"},
+              {"UINT", 4, "bigint", "4294967294", "\xFE\xFF\xFF\xFF"},
+              {"LONG", 4, "integer", "-2", "\xFE\xFF\xFF\xFF"},
+              {"ULONG", 4, "bigint", "4294967294", "\xFE\xFF\xFF\xFF"},
+              {"FLOAT", 4, "real", "-1.5", bytes_of(-1.5F)},
+              {"DOUBLE", 8, "double precision", "-1.5", bytes_of(-1.5)},
+              {"STRING", 5, "varchar(9)", "'abcdefgh'", std::string("abcd\0", 5)},
+              {"STRING", 5, "varchar(9)", "'ab'", std::string("ab\0", 3)},
+              {"TIME", 16, "timestamp", "'2008-05-03 14:07:09'", bytes_of(time)},
+              {"PASSWD", 5, "varchar(99)", "'typed in'", std::string("type\0", 5)}};
+  constexpr std::size_t kApart = 40;
+  TableSpec apart{30, "Apart", 2, {"ID UINT 40"}};
+  std::string columns = "ID bigint", values = "VALUES(1";
+  for (const auto &row : rows) {
+    const std::string name = "f" + std::to_string(apart.fields.size());
+    apart.fields.push_back(name + ' ' + row.type + " 40");
+    columns += ", " + name + ' ' + row.column;
+    values += std::string(",") + row.value;
+  }
+  apart.fields.emplace_back("iProjectID INT 40");
+  StoreImage image(GetParam().slots, {apart});
+  CRtTable table = image.table(30, columns + ", iProjectID integer");
+  const std::size_t size = kApart * apart.fields.size();
+  const auto shown = [&] { return bytes_at(table.GetDataAddress(), 2 * size); };
+  std::string loaded(2 * size, 'Z');
+  put(loaded.data(), 0, 1);
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    const_cast<_field_attr *>(table.GetFieldAddress())[i + 1].FieldSize = rows[i].size;
+    loaded.replace((i + 1) * kApart, rows[i].bytes.size(), rows[i].bytes);
+  }
+  put(loaded.data(), size - kApart, 0);
+  std::string merged = loaded;
+  put(merged.data(), size - kApart, 5);
+  merged.replace(size - 2 * kApart, 5, "ZZZZZ");  // a project changes no password
+
+  std::memset(table.GetDataAddress(), 'Z', 2 * size);
+  image.run("INSERT INTO plant_Apart " + values + ",0)");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_EQ(shown(), loaded);
+  EXPECT_TRUE(table.SaveData(0));
+  EXPECT_EQ(shown(), loaded);
+  EXPECT_EQ(image.stores[0]->run("SELECT count(*) FROM plant_Apart"), "1\n");
+
+  std::memset(table.GetDataAddress() + 4, 'Z', 2 * size - 4);
+  image.run("INSERT INTO plant_Apart " + values + ",5)");
+  quillanest::CRtdbMedia media(image.manager.get());
+  ASSERT_NE(media.Open(true), 0);
+  EXPECT_TRUE(media.MergeProjectRows(table, "SELECT * FROM plant_Apart WHERE iProjectID = 5"));
+  EXPECT_EQ(shown(), merged);
 }
 
 // A column value that is none of its field's type reaches the client, and what was loaded before it stays.

@@ -170,6 +170,28 @@ struct TableView {
   [[nodiscard]] std::int32_t cut_to_room(std::int32_t stated) const noexcept;
 };
 
+// Notes at its end whether the keys that a load put into the area ascend. A load that an exception ends leaves new
+// records beside old ones, and counts as one that does not.
+class KeyOrder {
+ public:
+  explicit KeyOrder(const TableView &view) noexcept : view_(view) {}
+  ~KeyOrder() { view_.note_order(complete_ && ascends_); }
+  KeyOrder(const KeyOrder &) = delete;
+  KeyOrder &operator=(const KeyOrder &) = delete;
+
+  void add(std::uint32_t key) noexcept {
+    ascends_ = ascends_ && key >= last_;
+    last_ = key;
+  }
+  void complete() noexcept { complete_ = true; }
+
+ private:
+  const TableView &view_;
+  bool ascends_ = true;
+  bool complete_ = false;
+  std::uint32_t last_ = 0;
+};
+
 // Fills the fields that have a default value in a record of the table, which ends with `record`.
 void set_defaults(const TableView &view, std::span<std::byte> record) noexcept;
 

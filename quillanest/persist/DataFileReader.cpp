@@ -132,18 +132,15 @@ std::int32_t fill_records(const TableView &view, LineReader &lines, char separat
                           const std::vector<const _field_attr *> &fields, const PasswordCipher &cipher) {
   const std::int32_t capacity = view.capacity();
   std::int32_t count = 0;
-  bool ascends = true;
-  std::uint32_t last_key = 0;
+  KeyOrder order(view);
   std::string_view line;
   while (!lines.at_end() && count < capacity && lines.next(line)) {
     if (!is_record_line(line)) continue;
     fill_record(view, view.record(count), {line, separator}, fields, cipher);
-    const std::uint32_t key = view.key_at(count);
-    ascends = ascends && key >= last_key;
-    last_key = key;
+    order.add(view.key_at(count));
     ++count;
   }
-  view.note_order(ascends);
+  order.complete();
   return count;
 }
 

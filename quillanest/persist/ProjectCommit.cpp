@@ -19,7 +19,7 @@ namespace {
 
 // The project that a record outside the image carries.
 std::int32_t project_of(std::span<const std::byte> record, const _field_attr &field) {
-  const std::int32_t offset = quillanest::load_shared(field.FieldOffset);
+  const std::int32_t offset = quillanest::read_once(field.FieldOffset);
   const bool inside = offset >= 0 && static_cast<std::size_t>(offset) < record.size();
   return inside ? quillanest::load_part<std::int32_t>(record.subspan(static_cast<std::size_t>(offset))) : 0;
 }

@@ -60,14 +60,8 @@ bool CRtdbMedia::has_changes(const Source &source) {
 }
 
 FieldList fields_of(const TableView &view) {
-  FieldList fields;
-  const std::int32_t count = load_shared(view.attr->TableFieldNum);
-  for (std::int32_t i = 0; i < count; ++i) {
-    const _field_attr *field = view.field(i);
-    if (field == nullptr) break;
-    fields.push_back(*field);
-  }
-  return fields;
+  const std::span<const _field_attr> fields = view.all_fields();
+  return {fields.begin(), fields.end()};
 }
 
 CRtdbMedia::CRtdbMedia(CRtdbManager *manager)

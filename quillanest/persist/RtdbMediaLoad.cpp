@@ -23,32 +23,26 @@ void store_text(const _field_attr &field, std::span<std::byte> value, std::strin
 
 void store_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
                  const PasswordCipher &cipher) {
-  switch (field.FieldType) {
-    case kChar:
-    case kUchar:
+  const FieldTypeInfo &type = field_type(field.FieldType);
+  switch (type.kind) {
+    case Kind::kCharacter:
       // By design [CharIsNumber]: the column holds a number, so a digit that was saved comes back as its value.
       return store_part(value, static_cast<std::uint8_t>(integer_content(column)));
-    case kShort:
-    case kUshort:
-      return store_part(value, static_cast<std::uint16_t>(integer_content(column)));
-    case kInt:
-    case kUint:
-    case kLong:
-    case kUlong:
+    case Kind::kInteger:
+      if (type.bytes == 2) return store_part(value, static_cast<std::uint16_t>(integer_content(column)));
       return store_part(value, integer_content(column));
-    case kFloat:
-      return store_part(value, to_float(column));
-    case kDouble:
+    case Kind::kReal:
+      if (type.bytes == 4) return store_part(value, to_float(column));
       return store_part(value, to_double(column));
-    case kString:
+    case Kind::kText:
       return store_text(field, value, to_text(column));
-    case kTime:
+    case Kind::kTime:
       return store_part(value, to_date(column));
-    case kPasswd: {
+    case Kind::kPassword: {
       const std::string text = to_text(column);
       return store_text(field, value, text.empty() ? text : cipher.decrypt(text));
     }
-    default:
+    case Kind::kNone:
       return;
   }
 }
@@ -111,14 +105,17 @@ void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std
 void CRtdbMedia::store_rows(const TableView &view, int count) {
   MoveFirst();
   const RowSet *set = rows();
-  if (set == nullptr) return;
+  if (set == nullptr) return view.note_order(true);
   const ColumnMap map(view, *set);
+  KeyOrder order(view);  // the store orders, but perhaps not by unsigned numbers
   for (int i = 0; i < count; ++i, MoveNext()) {
     std::byte *record = view.record(i);
     for (const auto &column : map.columns()) {
       store_value(column.field, view.value(record, column.field), map.value(row(), column), cipher_);
     }
+    order.add(view.key_of(record));
   }
+  order.complete();
 }
 
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {

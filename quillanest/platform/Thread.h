@@ -1,7 +1,8 @@
 // Threads for client programs: start one, end one from outside.
 //
 // Handles are numbers with a generation: one whose thread has ended by itself is simply stale, so nothing has to be
-// closed and a late end_thread() hits nobody.
+// closed and a late end_thread() hits nobody. In a forked child every handle of the parent is stale, but for that of
+// the thread that forked.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@ using ThreadRoutine = unsigned long (*)(void *);
 using ThreadHandle = std::uintptr_t;
 inline constexpr ThreadHandle kNoThread = 0;
 
-// Runs routine(argument) on a new thread. kNoThread when the system refuses.
+// Runs routine(argument) on a new thread; one that throws ends the program. kNoThread when the system refuses.
 [[nodiscard]] ThreadHandle start_thread(ThreadRoutine routine, void *argument);
 
 // Ends the thread where it stands: no destructor runs, no lock that it holds in memory is given back (named mutexes

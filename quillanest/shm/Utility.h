@@ -21,7 +21,8 @@ QUILLANEST_API void ReadTime(const char *text, SYSTEMTIME *time);
 QUILLANEST_API void KillProcess(int nProcessID);
 
 // Starts a thread that runs routine(argument) and returns its handle; null on failure. A handle whose thread has ended
-// is stale and needs no closing.
+// is stale and needs no closing. In a forked child the handles of its parent are stale. A routine that throws ends the
+// program.
 QUILLANEST_API void *CreateThreadEx(unsigned long (*routine)(void *), void *argument);
 
 // Ends a thread of CreateThreadEx where it stands: nothing that it holds in memory is released. Use it only on threads

@@ -177,7 +177,7 @@ TEST(MutexFolder, AllAgreeWhateverHappensToThePlainName) {
         --running;
       });
     }
-    threads.emplace_back([&] {  // stands for the other user: a file is nobody's folder
+    threads.emplace_back([&] {  // a file counts as another user's folder does
       begin.arrive_and_wait();
       while (running > 0) {
         std::ofstream(plain, std::ios::app).close();

@@ -30,7 +30,7 @@ bool is_there(int result) {
   return result == 0;
 }
 
-// Whether there is such a folder of this user, open to nobody else. It may lack permissions of its owner when it was
+// Whether there is such a folder of this user, open to no other. It may lack permissions of its owner when it was
 // made under a umask that takes them away.
 bool is_own_folder(const std::string &path) {
   struct stat status {};

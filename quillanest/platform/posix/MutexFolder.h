@@ -6,7 +6,7 @@
 namespace quillanest {
 
 // The folder in which all processes of this user keep their mutexes: `plain`, made when there is none, or where another
-// user has taken that name, a folder of this user called `plain` and a random end. Nobody else can write there.
+// user has taken that name, a folder of this user called `plain` and a random end. No other user can write there.
 // Throws std::system_error when the system refuses.
 [[nodiscard]] std::string mutex_folder(const std::string &plain);
 

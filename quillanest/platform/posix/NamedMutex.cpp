@@ -187,7 +187,7 @@ bool reserve(int descriptor) {
   return posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile))) == 0;
 }
 
-// Maps the mutex in an open file whose lock the caller holds, and initialises it when nobody has finished that. A file
+// Maps the mutex in an open file whose lock the caller holds, and initialises it when that was never finished. A file
 // with the mark of something else is left alone: it may be in use.
 pthread_mutex_t *map_file(int descriptor) {
   struct stat status {};

@@ -137,7 +137,8 @@ const RegisterChild kHeir{"succeed", succeed};
 
 double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
-// The files in the memory file system but for those of servers; of the mutexes, those whose names are of this process.
+// The files in the memory file system, up to the first full stop of their names, but for those of servers; of the
+// mutexes, those whose names are of this process.
 std::set<std::string> memory_files() {
   const std::string mutexes = "/dev/shm/quillanest-" + std::to_string(geteuid());
   const std::string mine = "nqt" + std::to_string(getpid()) + 'n';
@@ -147,7 +148,7 @@ std::set<std::string> memory_files() {
     for (const auto &entry : fs::directory_iterator(folder, gone)) {
       const std::string name = entry.path().filename().string();
       const bool counts = folder == mutexes ? name.starts_with(mine) : !name.starts_with("PostgreSQL.");
-      if (counts && entry.is_regular_file(gone)) names.insert(name);
+      if (counts && entry.is_regular_file(gone)) names.insert(name.substr(0, name.find('.')));
     }
   }
   return names;

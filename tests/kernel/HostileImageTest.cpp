@@ -84,7 +84,7 @@ std::vector<Bytes> contention_inputs() {
 // manager segment, two wrong numbers that pass the checks together.
 TEST(HostileImage, AnyCallOnAnyNumbers) {
   std::mt19937 random = told_random();
-  for (int run = 0; run < 2000; ++run) {
+  for (int run = 0; run < 1500; ++run) {
     Bytes bytes(random() % 6000);
     for (std::uint8_t &byte : bytes) byte = static_cast<std::uint8_t>(random());
     quillanest::fuzz::run_image({bytes.data(), bytes.size()}, quillanest::fuzz::run_hostile);
@@ -97,7 +97,7 @@ TEST(HostileImage, AnyCallWhileNumbersChange) {
   std::mt19937 random = told_random();
   const std::vector<Bytes> inputs = contention_inputs();
   ASSERT_FALSE(inputs.empty());
-  for (std::size_t run = 0; run < 2000; ++run) {
+  for (std::size_t run = 0; run < 1500; ++run) {
     Bytes bytes = inputs[run % inputs.size()];
     for (auto changes = random() % 4; changes > 0; --changes) {
       bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());

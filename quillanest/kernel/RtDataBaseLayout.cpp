@@ -147,6 +147,7 @@ int CRtDataBase::CreateMem() {
   if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
   write_slots();
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
+  quillanest::SegmentAccess::notes(segment_)->store(0);  // of an image that was here before
   (void)ReleaseTableMemory();
   mapped_ = 1;
   return 1;

@@ -167,8 +167,8 @@ class SqliteConnection : public Connection {
     }
   }
 
-  // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the end.
-  // This reads the file, and counts only outside a transaction.
+  // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the
+  // end. This reads the file, and counts only outside a transaction.
   void keep_pages() {
     if (keeps_pages_) return;
     run("PRAGMA cache_spill = 0");

@@ -184,7 +184,9 @@ bool initialise(pthread_mutex_t &mutex) {
 
 bool reserve(int descriptor) {
   const FileSizeSignalBlock block;
-  return posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile))) == 0;
+  int result = EINTR;
+  while (result == EINTR) result = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile)));
+  return result == 0;
 }
 
 // Maps the mutex in an open file whose lock the caller holds, and initialises it when that was never finished. A file

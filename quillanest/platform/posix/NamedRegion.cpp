@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <errno.h>
 #include <fcntl.h>
 #include <functional>
 #include <limits>
@@ -78,7 +79,9 @@ bool grow_backing_file(int descriptor, std::size_t size) {
   if (fstat(descriptor, &status) != 0 || !is_own_file(status)) return false;
   if (static_cast<std::size_t>(status.st_size) >= size) return true;
   const FileSizeSignalBlock block;
-  return posix_fallocate(descriptor, 0, static_cast<off_t>(size)) == 0;
+  int result = EINTR;
+  while (result == EINTR) result = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+  return result == 0;
 }
 
 bool fix_size(int descriptor, std::size_t size) {

@@ -154,23 +154,22 @@ std::set<std::string> memory_files() {
   return names;
 }
 
-// An image in a store, whose databases have names of their own, and with them mutexes that no other program takes.
+// An image in a store, whose second database has a name of its own, and with it a mutex that no other program takes.
 class Estate {
  public:
   explicit Estate(int records) {  // the capacity of each table
     std::vector<TableSpec> tables;
     for (const auto &[id, name] : kTables) tables.push_back({static_cast<int>(id), name, records, kFields});
     std::string text = schema_text({tables[0]}, {tables.begin() + 1, tables.end()});
-    text.replace(text.find("Name=system"), 11, "Name=" + names_[0].text());
-    text.replace(text.find("Name=plant"), 10, "Name=" + names_[1].text());
-    arguments_ = {root.write("schema.txt", text), names_[1].text(), root.path("data")};
+    text.replace(text.find("Name=plant"), 10, "Name=" + name_.text());
+    arguments_ = {root.write("schema.txt", text), name_.text(), root.path("data")};
   }
 
   // Configures the store and makes its tables.
   void use(Store &store) {
     root.configure("DataInFile=0\nRtdbDataPath=data/\n[RtdbMedia]\n" + store.settings("MainDB") + "BackDBType=-1\n");
     for (const auto &[id, name] : kTables) {
-      (void)store.run("CREATE TABLE " + names_[id == kTables[0].first ? 0 : 1].text() + '_' + name +
+      (void)store.run("CREATE TABLE " + (id == kTables[0].first ? "system" : name_.text()) + '_' + name +
                       "(ID bigint, Level integer, Name varchar(24), Value double precision, bModified integer)");
     }
   }
@@ -202,7 +201,7 @@ class Estate {
       EXPECT_EQ(root.files("data"), at_rest);
       inspect();
     }
-    for (const MutexName &name : names_) memory.insert('n' + name.text());
+    memory.insert('n' + name_.text());
     EXPECT_EQ(memory_files(), memory);
     EXPECT_EQ(root.files(""), (std::vector<std::string>{"conf", "data", "schema.txt"}));
     EXPECT_TRUE(saves_ > 0 && held_ + between_ > 0) << "no kill came in the middle";
@@ -243,7 +242,7 @@ class Estate {
   }
 
   const unsigned seed_ = seed();
-  std::array<MutexName, 2> names_;
+  const MutexName name_;
   std::vector<std::string> arguments_;
   int last_ = 0;  // the level of the last save that was reported
   int saves_ = 0, held_ = 0, between_ = 0, begun_ = 0, refused_ = 0;

@@ -51,7 +51,7 @@ int edit_beside_others(const std::vector<std::string> &arguments) {
   CRtTable table;
   Notes &notes = notes_in(arguments[2]);
   const int self = std::stoi(arguments[3]);
-  if (!manager.RtdbManagerInit(false, arguments[0].c_str()) || manager.FindTable(10U, database, table) != 1) return 1;
+  if (!manager.RtdbManagerInit(false, arguments[0].c_str()) || manager.FindTable(20U, database, table) != 1) return 1;
   CMutexEx mutex(arguments[1].c_str());
   for (std::int64_t number = 0; notes.stop == 0; ++number) {
     const int wait = mutex.Wait(-1);
@@ -83,8 +83,10 @@ TEST(SharedName, EditsNeverOverlapAndOutliveADeath) {
   std::mt19937 random(first);
   const TestRoot root;
   const MutexName name;
-  std::string schema = schema_text({account_table()});
-  schema.replace(schema.find("Name=system"), 11, "Name=" + name.text());
+  TableSpec table = account_table();
+  table.id = 20;
+  std::string schema = schema_text({account_table()}, {table});
+  schema.replace(schema.find("Name=plant"), 10, "Name=" + name.text());
   const std::string file = root.write("notes", std::string(sizeof(Notes), '\0'));
   std::vector<std::string> arguments{root.write("schema.txt", schema), name.text(), file, "2", "-1"};
   Notes &notes = notes_in(file);

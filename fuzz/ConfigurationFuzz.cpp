@@ -10,6 +10,7 @@
 #include "quillanest/persist/DbConnection.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/Profile.h"
+#include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/qrvutil/TzDes.h"
 #include "quillanest/platform/qrvutil/TzFileSystem.h"
 
@@ -46,8 +47,9 @@ std::string upper_case(std::string_view text) {
   return upper;
 }
 
-// The same lines behind a comment, each ended by CR LF.
+// The same lines after a comment, each ended by CR LF. A byte order mark means something at the start only.
 std::string with_returns(std::string_view text) {
+  text = quillanest::without_byte_order_mark(text);
   std::string lines = "; a comment\r\n";
   for (const char c : text) lines.append(c == '\n' ? "\r\n" : std::string(1, c));
   return lines;
@@ -78,6 +80,10 @@ void check_manager(const Surroundings &surroundings) {
     return;
   }
   require(file == configuration, "the manager knows its configuration file");
+  if (folder.empty()) {
+    require(!manager.RtdbManagerInit(false, surroundings.schema.c_str()), "no manager starts without a data path");
+    return;
+  }
   require(folder.starts_with(surroundings.root.folder()), "the data path lies below the root");
   const quillanest::TzFileSystem folders(configuration, std::string(folder));
   require(folders.GetSystemDataFolder().ends_with('/'), "a folder ends with a separator");

@@ -37,7 +37,6 @@ std::string take_value(std::string_view &text) {
     require(text.empty() || text.starts_with(';'), "a value in braces ends with them");
   } else {
     value = text.substr(0, text.find(';'));
-    require(value.find_first_of("{}=") == std::string::npos, "a value with a special character stands in braces");
     text.remove_prefix(value.size());
   }
   text.remove_prefix(std::min<std::size_t>(text.size(), 1));
@@ -59,19 +58,60 @@ Attributes attributes_of(std::string_view text) {
 // The values of the provider's string, each of which may only come back as a value.
 bool is_part_of(std::string_view value, std::string_view input) { return input.find(value) != std::string_view::npos; }
 
+// What psqlodbc makes of a value: "%xx" is a byte, and nothing else means anything.
+std::string decoded(std::string_view value) {
+  require(value.find_first_of("+{}") == std::string::npos, "what the driver decodes is written out");
+  std::string text;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    const bool is_code = value[i] == '%';
+    text += is_code ? static_cast<char>(std::stoi(std::string(value.substr(i + 1, 2)), nullptr, 16)) : value[i];
+    if (is_code) i += 2;
+  }
+  return text;
+}
+
+// The options of the client library, "key=word key='text'", of which user and database are the caller's.
+void check_options(std::string_view options, const std::string &input) {
+  std::string last;
+  while (!options.empty()) {
+    const std::size_t equals = options.find("='");
+    if (equals == std::string::npos) break;
+    const std::string_view keys = options.substr(0, equals);
+    const std::string key(keys.substr(keys.rfind(' ') + 1));
+    require((key == "dbname" && last.empty()) || (key == "user" && last != key), "each option comes once");
+    last = key;
+    std::string value;
+    for (options.remove_prefix(equals + 2); !options.starts_with('\''); options.remove_prefix(1)) {
+      require(!options.empty(), "a quoted value ends");
+      if (options.starts_with('\\')) options.remove_prefix(1);
+      value += options.front();
+    }
+    options.remove_prefix(1);
+    require(is_part_of(value, input), "an option is the caller's");
+  }
+  require(options.find('\'') == std::string::npos, "what follows is no option of the caller's");
+}
+
 void check_odbc(const std::string &target, const std::string &input) {
   constexpr std::array<std::string_view, 3> kFixed{"TDS_Version", "ClientCharset", "BoolsAsChar"};
   constexpr std::array<std::string_view, 6> kFromInput{"Server", "Port", "Database", "DBQ", "UID", "PWD"};
   const Attributes attributes = attributes_of(target);
   require(attributes.front().first == "Driver", "the driver comes first");
+  const bool decodes = attributes.front().second == "psqlodbcw.so";
   for (std::size_t i = 1; i < attributes.size(); ++i) {
-    const auto &[key, value] = attributes[i];
+    const std::string &key = attributes[i].first;
+    const bool is_coded = decodes && (key == "PWD" || key == "pqopt");
+    const std::string value = is_coded ? decoded(attributes[i].second) : attributes[i].second;
+    if (decodes && key == "pqopt") {
+      check_options(value, input);
+      continue;
+    }
     const bool from_input = std::find(kFromInput.begin(), kFromInput.end(), key) != kFromInput.end();
     const bool fixed = std::find(kFixed.begin(), kFixed.end(), key) != kFixed.end() || key == "Protocol";
     require(from_input || fixed, "there are no other attributes");
     require(!from_input || key == "Port" || is_part_of(value, input), "a value is the caller's");
     require(key != "Port" || value.find_first_not_of("0123456789") == std::string::npos, "a port is a number");
-    const auto same = [&key = key](const auto &other) { return other.first == key; };
+    const auto same = [&key](const auto &other) { return other.first == key; };
     require(std::count_if(attributes.begin(), attributes.end(), same) == 1, "no attribute comes twice");
   }
   const EngineCall again = engine_call(target);

@@ -13,7 +13,6 @@
 #include "quillanest/shm/HeldMutex.h"
 
 using quillanest::as_bytes;
-using quillanest::find_key;
 using quillanest::find_key_near;
 using quillanest::KeyPlace;
 using quillanest::TableView;

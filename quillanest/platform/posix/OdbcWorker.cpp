@@ -72,30 +72,40 @@ struct OdbcWorker::Shared {
   bool is_counted = false;  // among the source's hanging calls
 };
 
-// Ends with the connection, or with the call that was given up.
+// Makes one call; its error, if it raised one.
+std::exception_ptr OdbcWorker::make(const Call &call, OdbcLink &link, OdbcPulse &pulse) noexcept {
+  try {
+    call(link);
+    if (link.connected) link.connection.note_calls(pulse);
+    return nullptr;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+// Makes calls until the connection ends, or a call was given up.
+void OdbcWorker::make_calls(Shared &shared, std::unique_lock<std::mutex> &lock, OdbcLink &link) noexcept {
+  using Phase = Shared::Phase;
+  for (;;) {
+    shared.changed.wait(lock, [&] { return shared.phase != Phase::kIdle; });
+    if (shared.phase != Phase::kCalling) return;
+    Call call = std::exchange(shared.call, nullptr);
+    lock.unlock();
+    std::exception_ptr error = make(call, link, shared.pulse);
+    call = nullptr;
+    lock.lock();
+    if (shared.phase == Phase::kGivenUp) return;
+    shared.error = std::move(error);
+    shared.enter(Phase::kIdle, lock);
+  }
+}
+
 void OdbcWorker::serve(const std::shared_ptr<Shared> &shared) noexcept {
   using Phase = Shared::Phase;
   std::unique_lock lock(shared->mutex);
   {
     OdbcLink link;
-    for (;;) {
-      shared->changed.wait(lock, [&] { return shared->phase != Phase::kIdle; });
-      if (shared->phase != Phase::kCalling) break;
-      Call call = std::exchange(shared->call, nullptr);
-      lock.unlock();
-      std::exception_ptr error;
-      try {
-        call(link);
-        if (link.connected) link.connection.note_calls(shared->pulse);
-      } catch (...) {
-        error = std::current_exception();
-      }
-      call = nullptr;
-      lock.lock();
-      if (shared->phase == Phase::kGivenUp) break;
-      shared->error = std::move(error);
-      shared->enter(Phase::kIdle, lock);
-    }
+    make_calls(*shared, lock, link);
     lock.unlock();  // while the link disconnects
   }
   lock.lock();

@@ -8,8 +8,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -56,6 +58,8 @@ class OdbcWorker {
   void perform(Call call);
   void perform(Call call, std::chrono::milliseconds patience);
   void give_up() noexcept;
+  static std::exception_ptr make(const Call &call, OdbcLink &link, OdbcPulse &pulse) noexcept;
+  static void make_calls(Shared &shared, std::unique_lock<std::mutex> &lock, OdbcLink &link) noexcept;
   static void serve(const std::shared_ptr<Shared> &shared) noexcept;
 
   std::shared_ptr<Shared> shared_;

@@ -82,7 +82,12 @@ void CRtTable::SetIndexInDB(int index) { in_force().IndexInDB = index; }
 int CRtTable::GetTableSize() const { return in_force().TableSize; }
 void CRtTable::SetTableSize(int size) { in_force().TableSize = size; }
 int CRtTable::GetRecordCount() const { return quillanest::load_shared(in_force().RecordCount); }
-void CRtTable::SetRecordCount(int count) { quillanest::store_shared(in_force().RecordCount, count); }
+void CRtTable::SetRecordCount(int count) {
+  const TableView view = TableView::of(*this);
+  const std::int32_t before = view ? view.count() : 0;
+  quillanest::store_shared(in_force().RecordCount, count);
+  if (view && count > before) view.check_order(view.record(before), 0, (count - before) * view.record_size);
+}
 int CRtTable::GetRecordMaxCount() const { return quillanest::load_shared(in_force().RecordMaxCount); }
 void CRtTable::SetRecordMaxCount(int count) { quillanest::store_shared(in_force().RecordMaxCount, count); }
 int CRtTable::GetTableFieldNum() const { return in_force().TableFieldNum; }

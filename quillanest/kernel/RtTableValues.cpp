@@ -33,13 +33,23 @@ void read_value(const TableView &view, std::byte *record, const _field_attr &fie
   }
 }
 
+// Where a value begins in its record.
+std::int64_t offset_in(const std::byte *record, std::span<const std::byte> value) {
+  return value.empty() ? 0 : value.data() - record;
+}
+
 void write_value(const TableView &view, std::byte *record, const _field_attr &field, const char *buffer) {
   const std::span<std::byte> value = view.value(record, field);
+  std::size_t size = 0;
   if (quillanest::is_text_type(quillanest::read_once(field.FieldType))) {
-    quillanest::copy_text(value, quillanest::text_at(buffer));
-  } else if (const std::size_t size = quillanest::room_at(buffer, field_bytes(value, field)); size > 0) {
-    std::memmove(value.data(), buffer, size);
+    const std::string_view text = quillanest::text_at(buffer);
+    size = text.size() + 1;
+    quillanest::copy_text(value, text);
+  } else {
+    size = quillanest::room_at(buffer, field_bytes(value, field));
+    if (size > 0) std::memmove(value.data(), buffer, size);
   }
+  view.check_order(record, offset_in(record, value), static_cast<std::int64_t>(size));
 }
 
 // Stores a text in a field and cuts the caller's text to what was stored. False for a field without room for one.
@@ -137,6 +147,7 @@ int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int
     const std::span<std::byte> place = view.value(view.record(i), *field);
     const std::size_t size = quillanest::room_at(value, field_bytes(place, *field));
     if (size > 0) std::memmove(place.data(), value, size);
+    view.check_order(view.record(i), offset_in(view.record(i), place), static_cast<std::int64_t>(size));
   }
   return 1;
 }
@@ -147,5 +158,10 @@ int CRtTable::SetFieldByText(int position, int fieldIndex, char *text) {
   std::byte *record = view.at(position);
   const _field_attr *field = GetFieldFromIndex(fieldIndex);
   if (record == nullptr || field == nullptr) return 0;
-  return store_field_text(view.value(record, *field), *field, text) ? 1 : 0;
+  const std::span<std::byte> value = view.value(record, *field);
+  const bool stored = store_field_text(value, *field, text);
+  // A number has its type's width, a text its own; the larger of both is looked at.
+  const std::size_t size = std::max(sizeof(SYSTEMTIME), quillanest::text_at(text).size() + 1);
+  view.check_order(record, offset_in(record, value), static_cast<std::int64_t>(size));
+  return stored ? 1 : 0;
 }

@@ -16,6 +16,18 @@ std::int32_t TableView::cut_to_room(std::int32_t stated) const noexcept {
   return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
 }
 
+// The keys of the records from the one at `start` to that which holds the last of `bytes`, with a neighbour on each
+// side.
+void TableView::check_keys(const std::byte *start, std::int64_t bytes) const noexcept {
+  if (record_size <= 0) return;
+  const std::int64_t position = (start - records) / record_size;
+  const std::int64_t more = std::max<std::int64_t>(bytes, 0) / record_size;
+  const std::int64_t last = std::min<std::int64_t>(position + more + 1, count() - std::int64_t{1});
+  for (std::int64_t i = std::max<std::int64_t>(position, 1); i <= last; ++i) {
+    if (key_of(record(i)) < key_of(record(i - 1))) return note_order(false);
+  }
+}
+
 void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
   for (const _field_attr &field : view.all_fields()) {
     const std::int32_t offset = read_once(field.FieldOffset);

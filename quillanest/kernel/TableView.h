@@ -108,6 +108,12 @@ struct TableView {
     if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
   }
 
+  // To be called after a write of `size` bytes at `offset` of the record at `start`: notes when keys that it covers,
+  // of this record or, where it runs on, of the following ones, are out of order now.
+  void check_order(const std::byte *start, std::int64_t offset, std::int64_t size) const noexcept {
+    if (offset < std::int64_t{sizeof(std::uint32_t)} || offset + size > record_size) check_keys(start, offset + size);
+  }
+
   // The record in use at a position, or null.
   [[nodiscard]] std::byte *at(std::int32_t position) const noexcept {
     return position >= 0 && position < count() ? record(position) : nullptr;
@@ -168,6 +174,7 @@ struct TableView {
 
  private:
   [[nodiscard]] std::int32_t cut_to_room(std::int32_t stated) const noexcept;
+  void check_keys(const std::byte *start, std::int64_t bytes) const noexcept;
 };
 
 // Notes at its end whether the keys that a load put into the area ascend. A load that an exception ends leaves new

@@ -100,7 +100,7 @@ void store_column(const _field_attr &field, std::span<std::byte> value, std::str
 
 // Whether the bytes of a file are lines of text. In another encoding, or with line ends of another kind, they would
 // load as an empty table, and the next save would replace them. Lines before the header may begin with a zero byte; no
-// other byte may be one. Remarks alone need no line end.
+// other byte may be one. The header holds no CR but that of its line end. Remarks alone need no line end.
 bool is_text_of_lines(std::string_view text, bool has_zeros) {
   const auto is_skipped = [&](std::size_t at) { return at < text.size() && (text[at] == '#' || text[at] == '\0'); };
   const auto line_after = [&](std::size_t at) { return std::min(text.find('\n', at), text.size() - 1) + 1; };
@@ -108,6 +108,9 @@ bool is_text_of_lines(std::string_view text, bool has_zeros) {
   std::size_t header = 0;
   while (is_skipped(header)) header = line_after(header);
   if (header == text.size()) return !has_zeros && (has_line_ends || text.find('\r') == std::string_view::npos);
+  std::string_view first = text.substr(header, text.find('\n', header) - header);
+  if (first.ends_with('\r')) first.remove_suffix(1);
+  if (first.find('\r') != std::string_view::npos) return false;
   return has_line_ends && (!has_zeros || text.find('\0', header) == std::string_view::npos);
 }
 

@@ -1,4 +1,5 @@
 // Writing a table's text file.
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -123,12 +124,11 @@ class TableWriter {
 };
 
 NewFile new_file_for(const TableView &view) {
-  for (int i = 0; i < view.attr->TableFieldNum; ++i) {
-    const _field_attr *field = view.field(i);
-    if (field == nullptr) break;
-    if (field->FieldType == kPasswd) return NewFile::kSecret;
-  }
-  return NewFile::kByUmask;
+  const std::span<const _field_attr> fields = view.all_fields();
+  const bool has_password = std::any_of(fields.begin(), fields.end(), [](const _field_attr &field) {
+    return kind_of(read_once(field.FieldType)) == Kind::kPassword;
+  });
+  return has_password ? NewFile::kSecret : NewFile::kByUmask;
 }
 
 }  // namespace

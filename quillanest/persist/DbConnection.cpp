@@ -1,6 +1,5 @@
 #include "quillanest/persist/DbConnection.h"
 
-#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -160,7 +159,7 @@ void CDbConnection::run_unseen(const std::string &statement, bool plain) {
   (void)run(statement.c_str(), TARGET_BOTH);
 }
 
-bool CDbConnection::reads_escapes() {
+CDbConnection::Backslashes CDbConnection::backslashes() {
   const auto asks = [](Connection &connection) {
     try {
       const RowSet answer = connection.query("SELECT '\\\\'", 1);  // two backslashes, or one that is escaped
@@ -169,11 +168,13 @@ bool CDbConnection::reads_escapes() {
       return false;  // a database without escapes may not take a query without a table either
     }
   };
-  return std::any_of(slots_.begin(), slots_.end(), [&](Slot &slot) {
-    if (slot.connection == nullptr) return false;
+  Backslashes found;
+  for (Slot &slot : slots_) {
+    if (slot.connection == nullptr) continue;
     if (!slot.reads_escapes) slot.reads_escapes = asks(*slot.connection);
-    return *slot.reads_escapes;
-  });
+    (*slot.reads_escapes ? found.escapes : found.plain) = true;
+  }
+  return found;
 }
 
 int CDbConnection::Execute(const char *statement, int targets) {

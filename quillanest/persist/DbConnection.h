@@ -80,8 +80,13 @@ class CDbConnection {
   // Runs a statement on every open slot, whatever becomes of it. `plain`: its texts hold no quotes and no backslashes.
   void run_unseen(const std::string &statement, bool plain);
 
-  // Whether an open slot takes a backslash in a text for the beginning of an escape. Asks it once.
-  [[nodiscard]] bool reads_escapes();
+  // How the open slots take a backslash in a text: as itself, as the beginning of an escape, or some this way and some
+  // that way. Asks each slot once.
+  struct Backslashes {
+    bool plain = false;
+    bool escapes = false;
+  };
+  [[nodiscard]] Backslashes backslashes();
 
   // From now on nothing is waited for twice: as long as its connection string stays the same, a slot that could not be
   // opened is not tried again, and a store that was found locked refuses at once.

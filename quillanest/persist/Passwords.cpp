@@ -8,7 +8,7 @@ namespace {
 bool is_cut(const TableView &view, std::byte *record, const _field_attr &field, const PasswordCipher &cipher) {
   const std::string_view text = text_in(view.value(record, field));
   // A text that leaves room for its terminator and one more was not cut.
-  return static_cast<std::int64_t>(text.size()) + 1 >= field.FieldSize && cipher.is_foreign(text);
+  return static_cast<std::int64_t>(text.size()) + 1 >= read_once(field.FieldSize) && cipher.is_foreign(text);
 }
 
 }  // namespace
@@ -16,7 +16,7 @@ bool is_cut(const TableView &view, std::byte *record, const _field_attr &field, 
 bool passwords_are_whole(const TableView &view, const PasswordCipher &cipher) {
   const std::int32_t count = view.count();
   for (const _field_attr &field : view.all_fields()) {
-    if (field.FieldType != kPasswd) continue;
+    if (kind_of(read_once(field.FieldType)) != Kind::kPassword) continue;
     for (std::int32_t position = 0; position < count; ++position) {
       if (is_cut(view, view.record(position), field, cipher)) return false;
     }

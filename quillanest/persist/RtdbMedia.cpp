@@ -17,7 +17,7 @@ namespace {
 
 // Whether a text between quotes ends where they do: its own quotes come in pairs. `escapes`: a backslash takes the next
 // character with it.
-bool stays_in_quotes(std::string_view text, bool escapes) {
+bool has_pairs_of_quotes(std::string_view text, bool escapes) {
   for (std::size_t i = 0; i < text.size(); i += 2) {
     i = text.find_first_of(escapes ? "'\\" : "'", i);
     if (i == std::string_view::npos) return true;
@@ -64,6 +64,13 @@ FieldList fields_of(const TableView &view) {
   return {fields.begin(), fields.end()};
 }
 
+// Every open database must read the text to its end and not further, each in its own way.
+bool CRtdbMedia::stays_in_quotes(std::string_view text) {
+  if (text.find('\\') == std::string_view::npos) return has_pairs_of_quotes(text, false);
+  const Backslashes found = backslashes();
+  return (!found.plain || has_pairs_of_quotes(text, false)) && (!found.escapes || has_pairs_of_quotes(text, true));
+}
+
 CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
     : manager_(manager),
       cipher_(
@@ -93,11 +100,10 @@ void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::spa
   std::string text;
   append_value_text(field.FieldType, value, cipher_, text);
   if (is_text_type(field.FieldType)) {
-    const bool has_escapes = text.find('\\') != std::string::npos;
-    insert.is_plain = insert.is_plain && !has_escapes && text.find('\'') == std::string::npos;
+    insert.is_plain = insert.is_plain && text.find_first_of("'\\") == std::string::npos;
     // By design [QuotesNotEscaped]: a text goes into its quotes as it is. One that would end them early breaks its
     // statement.
-    insert.is_whole = insert.is_whole && stays_in_quotes(text, has_escapes && reads_escapes());
+    insert.is_whole = insert.is_whole && stays_in_quotes(text);
     insert.text += '\'';
     insert.text += text.empty() && type == DB_TYPE_JET ? " " : text;
     insert.text += '\'';

@@ -75,6 +75,7 @@ class CRtdbMedia : public CDbConnection {
   void insert_record(const Source &source, std::int32_t position, ModifiedMarks &marks);
   void store_rows(const TableView &view, int count);
   Insert insert_statement(const std::string &store_table, std::span<std::byte> record, const FieldList &fields);
+  [[nodiscard]] bool stays_in_quotes(std::string_view text);
   void append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value);
 
   CRtdbManager *manager_;

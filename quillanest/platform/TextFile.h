@@ -64,9 +64,9 @@ enum class NewFile {
 // Lifetime: an object that is destroyed without a commit removes what it wrote. A process that is killed in between
 // leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over. It is its
 // owner's alone until it becomes the target. Where that name is another's (a file of another user or with a second
-// name, a link, a folder), or stays locked for kLongestWait, it is passed over: the new content then has a name with
-// six random letters more, and only a process killed meanwhile leaves that file for good.
-// Threads and processes: replacements of one target wait for one another. One object belongs to one thread.
+// name, a link, a folder), or a left-over that others may open stays locked for kLongestWait, it is passed over: the
+// new content then has a name with six random letters more, and only a process killed meanwhile leaves that file for
+// good. Threads and processes: replacements of one target wait for one another. One object belongs to one thread.
 class FileReplacement {
  public:
   static constexpr const char *kSuffix = ".saving";

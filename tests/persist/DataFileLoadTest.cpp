@@ -65,8 +65,9 @@ TEST(DataFileLoad, Grammar) {
   // the table, and the next save replaced it.
   for (const std::string &text :
        {"\xFF\xFEI\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s, "\0I\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s,
-        "ID;Name;Level\r10;bob;7\r"s, "#c\rID;Name;Level\r10;bob;7\r"s, "ID;Name;Level"s,
-        "ID;Name;Level\n10;bob\0;7\n"s, "ID;Name;Level\n\0\n10;bob;7\n"s}) {
+        "ID;Name;Level\r10;bob;7\r"s, "#c\rID;Name;Level\r10;bob;7\r"s, "#c\nID;Name;Level\r10;bob;7\r"s,
+        "ID;Name;Level\r10;bob;7\r\n"s, "ID;Name;Level"s, "ID;Name;Level\n10;bob\0;7\n"s,
+        "ID;Name;Level\n\0\n10;bob;7\n"s}) {
     EXPECT_FALSE(image.load(text)) << testing::PrintToString(text);
     EXPECT_FALSE(image.manager.LoadSomeData(1, 10, image.root.path("load.txt").c_str(), false, ';'));
   }
@@ -94,6 +95,13 @@ TEST(DataFileLoad, KeysOutOfOrderAreHalved) {
   image.account.SetIDExclusive(3);  // too low: the key that is issued goes to the end all the same
   ASSERT_EQ(image.account.Insert(0U, 0, 0), 2);
   EXPECT_EQ(positions({10, 20, 3}), "0 1 -1 ");
+  ASSERT_TRUE(image.load("ID\n10\n20\n30\n40\n50\n"));
+  EXPECT_EQ(image.account.SetFieldDataAt(4, 0, "\5\0\0"), 1);
+  EXPECT_EQ(positions({10, 20, 30, 40, 5}), "0 1 2 3 -1 ");
+  char nine[] = "9";
+  ASSERT_TRUE(image.load("ID\n1\n2\n3\n4\n5\n"));
+  EXPECT_EQ(image.account.SetFieldByText(2, 0, nine), 1);
+  EXPECT_EQ(positions({1, 2, 9, 4, 5}), "0 1 2 -1 -1 ");
   const std::string update = image.root.write("update.txt", "Name;ID\nann;9\n");
   ASSERT_TRUE(image.load("ID;Name\n1;a\n2;b\n3;ann\n4;c\n5;d\n"));
   EXPECT_EQ(positions({1, 2, 3, 4, 5}), "0 1 2 3 4 ");

@@ -177,9 +177,13 @@ TEST(FileReplacement, PassesByATemporaryFileThatIsNotItsOwn) {
   EXPECT_EQ(permissions(planted), fs::perms{0666});
 }
 
-// Whoever held the lock of a left-over file blocked all saves for as long as it pleased.
+// Whoever held the lock of a left-over file blocked all saves for as long as it pleased. A replacement under way is
+// waited for to its end: otherwise its older content would come last.
 TEST(FileReplacement, LockedLeftOverCostsTheLongestWaitOnly) {
   const TestRoot root;
+  FileReplacement slow(root.path("data/slow"));
+  ASSERT_TRUE(slow.write("old"));
+  std::thread later([&] { EXPECT_TRUE(replace(root.path("data/slow"), "new")); });
   const int reader = open(root.write("data/file.saving", "left").c_str(), O_RDONLY);
   ASSERT_EQ(flock(reader, LOCK_EX), 0);
   const auto begin = std::chrono::steady_clock::now();
@@ -187,6 +191,11 @@ TEST(FileReplacement, LockedLeftOverCostsTheLongestWaitOnly) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, FileReplacement::kLongestWait * 3);
   close(reader);
   EXPECT_EQ(root.read("data/file") + root.read("data/file.saving"), "newleft");
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_TRUE(slow.commit());
+  later.join();
+  EXPECT_EQ(root.read("data/slow"), "new");
+  std::filesystem::remove(root.path("data/slow"));
   EXPECT_EQ(root.files("data"), (Names{"file", "file.saving"}));
   EXPECT_TRUE(replace(root.path("data/file"), "newer"));
   EXPECT_EQ(root.files("data"), Names{"file"});

@@ -76,7 +76,7 @@ bool write_all(int descriptor, std::string_view bytes) {
   return true;
 }
 
-// The path behind symbolic links, so that replacing a file leaves the links to it alone; empty when the system does not
+// The path after symbolic links, so that replacing a file leaves the links to it alone; empty when the system does not
 // tell where they lead.
 std::string resolved(const std::string &path) {
   namespace fs = std::filesystem;
@@ -126,14 +126,20 @@ std::optional<struct stat> status_of_own_file(int descriptor) {
   return status;
 }
 
-using Deadline = std::chrono::steady_clock::time_point;
+// Whether others than its owner may open a file, and then hold its lock.
+bool is_open_to_others(const struct stat &status) { return (status.st_mode & (S_IRWXG | S_IRWXO)) != 0; }
 
-// Whether the lock is held. Waiting for it in the system would have no end: whoever can open the file can hold it.
-bool lock_until(Deadline deadline, int descriptor) {
+// Takes the lock of an own file; false when the system refuses. A private file is locked by replacements of this user
+// only, each of which comes to its end; the lock of another file is waited for as long as kLongestWait.
+bool lock(int descriptor) {
   constexpr std::chrono::milliseconds kPause{2};
+  const auto deadline = std::chrono::steady_clock::now() + FileReplacement::kLongestWait;
   while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     if (errno == EINTR) continue;
-    if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline) return false;
+    if (errno != EWOULDBLOCK) return false;
+    const std::optional<struct stat> status = status_of_own_file(descriptor);
+    const bool is_late = std::chrono::steady_clock::now() >= deadline;
+    if (is_late && status && is_open_to_others(*status)) return false;
     std::this_thread::sleep_for(kPause);
   }
   return true;
@@ -149,29 +155,29 @@ Descriptor empty_own_file(Descriptor file) {
 }
 
 // Opens the temporary file that all replacements of a target share and holds its lock; none when the name is taken by
-// what is not ours, or stays locked. A file that another replacement renamed away while this one waited for the lock is
-// the target by then, so the opening starts over.
+// what is not ours, or stays locked by what may be another user. A file that another replacement renamed away while
+// this one waited for the lock is the target by then, so the opening starts over.
 Descriptor open_shared_temporary(const std::string &path) {
-  const Deadline deadline = std::chrono::steady_clock::now() + FileReplacement::kLongestWait;
-  do {
+  constexpr int kAttempts = 10'000;  // more than there may be replacements; others may rename and remove for ever
+  for (int i = 0; i < kAttempts; ++i) {
     Descriptor file = open_file(path, kTemporaryFlags | O_CREAT | O_EXCL, kPrivate);
     const bool is_left_over = file.get() < 0 && errno == EEXIST;
     if (is_left_over) file = open_file(path, kTemporaryFlags);
     if (is_left_over && file.get() < 0 && errno == ENOENT) continue;
-    if (file.get() < 0 || !status_of_own_file(file.get()) || !lock_until(deadline, file.get())) break;
+    if (file.get() < 0 || !status_of_own_file(file.get()) || !lock(file.get())) break;
     const Presence named = presence_at(path, file.get());
     if (named == Presence::kMissing) continue;
     const std::optional<struct stat> status = status_of_own_file(file.get());
     if (named == Presence::kUnknown || !status) break;
     // Others may have opened a left-over that was about to become the target, and would read along.
-    const bool is_private = !is_left_over || (status->st_mode & (S_IRWXG | S_IRWXO)) == 0;
+    const bool is_private = !is_left_over || !is_open_to_others(*status);
     if (is_private) return empty_own_file(std::move(file));
     if (unlink(path.c_str()) != 0) break;
-  } while (std::chrono::steady_clock::now() < deadline);
+  }
   return Descriptor(-1);
 }
 
-// Opens a new file and puts the random letters of its name behind `path`.
+// Opens a new file and appends the random letters of its name to `path`.
 Descriptor open_random_temporary(std::string &path) {
   constexpr int kAttempts = 16;
   constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz";
@@ -307,7 +313,8 @@ bool FileReplacement::write(std::string_view bytes) {
 bool FileReplacement::commit() {
   if (!is_open()) return false;
   const std::string folder = folder_of(target_);  // before the rename: nothing may fail after it
-  const bool done = !failed_ && give_permissions(descriptor_, target_, new_file_) && bring_to_disk(descriptor_) &&
+  // The file is private, and its lock out of reach for others, until the moment before it becomes the target.
+  const bool done = !failed_ && bring_to_disk(descriptor_) && give_permissions(descriptor_, target_, new_file_) &&
                     presence_at(temporary_, descriptor_) == Presence::kThere &&
                     std::rename(temporary_.c_str(), target_.c_str()) == 0;
   if (!done) {

@@ -1,6 +1,7 @@
 // Start-up with a schema file of any bytes: refused, or an image whose descriptors fit together.
 #include <csignal>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <sys/resource.h>
@@ -80,10 +81,15 @@ void check_image(CRtdbManager &manager) {
   require(manager.GetRtdbStatus() == RTDB_STATUS_LOADED, "a started image is loaded");
   require(manager.GetSystemDB()->IsInShareMemory() == 1, "the system database is mapped");
   require(manager.GetSystemDB()->GetDBID() == 1, "the system database has ID 1");
+  CRtDataBase database;
   int position = -1;
   require(manager.GetFirstDataBasePostion(position) == 1, "a started image has databases");
-  CRtDataBase database;
+  std::map<unsigned int, int> databases_of_id;
+  while (manager.GetNext(database, position) == 1) ++databases_of_id[database.GetDBID()];
+  require(manager.GetFirstDataBasePostion(position) == 1, "the directory can be walked again");
   while (manager.GetNext(database, position) == 1) {
+    // Databases of one ID share a segment, and the directory keeps the layouts of all of them.
+    if (databases_of_id[database.GetDBID()] > 1) continue;
     check_database(database);
     (void)database.DetachShareMemory();
   }

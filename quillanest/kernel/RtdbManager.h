@@ -140,10 +140,11 @@ class QUILLANEST_API CRtdbManager {
   int SaveDataTo(bool bToFile);
   // Merges a partial-update file into existing records: columns are found by name (by caption name when `bUseCName`),
   // the first one selects the record, `separator` separates values. True also when the file does not exist; false
-  // when database or table do not.
+  // when database or table do not, when the file is no text, or when it cannot be told whether there is a file.
   bool LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName, char separator);
   // Replaces a table's records by those of a text data file. True, with the table unchanged, when the file does not
-  // exist; false when database or table do not exist or the file has no header.
+  // exist; false when database or table do not exist, when the file has no header or is no text, or when it cannot be
+  // told whether there is a file.
   bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
   // Commits all projects of all tables. False when there is no database.
   bool CommitProject();

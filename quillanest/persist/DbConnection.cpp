@@ -255,7 +255,7 @@ bool CDbConnection::commit_transaction() {
   for (const Slot &slot : slots_) {
     if (slot.connection == nullptr) continue;
     try {
-      // A slot behind one that failed has missed the statements since: its former rows are the whole ones.
+      // A slot after one that failed has missed the statements since: its former rows are the whole ones.
       if (result) slot.connection->commit();
     } catch (const _com_error &) {
       result = false;

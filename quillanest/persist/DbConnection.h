@@ -77,7 +77,8 @@ class CDbConnection {
   // What Execute does, with the whole count of the last slot; nothing when a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
-  // Runs a statement on every open slot, whatever becomes of it. `plain`: its texts hold no quotes and no backslashes.
+  // Runs a statement on every open slot, also after one that failed. `plain`: its texts hold no quotes and no
+  // backslashes.
   void run_unseen(const std::string &statement, bool plain);
 
   // How the open slots take a backslash in a text: as itself, as the beginning of an escape, or some this way and some

@@ -4,7 +4,7 @@
 // mutex; different texts, the empty one and those with "/" included, are different mutexes. Nobody removes a name: a
 // mutex is a few bytes in a per-user folder of the system's memory file system and stays until the next boot. Programs
 // whose builds lay these bytes out in different ways have different mutexes.
-// When the owner dies, thread or process, the next waiter gets the mutex with kWaitAbandoned; nobody blocks for ever.
+// When the owner dies, thread or process, the next waiter gets the mutex with kWaitAbandoned: a wait always ends.
 //
 // Handles are numbers, never addresses. A handle that has been closed, also through a copy of it, is recognised and
 // answered with a failure; it never means another mutex. Closing does not release: a thread that owns the mutex goes

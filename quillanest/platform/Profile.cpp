@@ -29,7 +29,7 @@ std::string_view take_line(std::string_view &text) {
   return trimmed(line);
 }
 
-// Moves `text` behind the line that opens the section; false when there is none.
+// Moves `text` after the line that opens the section; false when there is none.
 bool find_section(std::string_view &text, std::string_view section) {
   while (!text.empty()) {
     const std::string_view line = take_line(text);

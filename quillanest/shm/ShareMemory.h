@@ -38,7 +38,7 @@ class QUILLANEST_API CShareMemory {
   // with more rights than its user has), else in the current working folder; when that file cannot be opened the
   // segment is an ordinary one. `bZero` clears the first `nSize` bytes, for every view of an existing segment too, but
   // none after its end.
-  // Returns the address of the view. An object that has a view returns it at once, whatever the arguments. Null when
+  // Returns the address of the view. An object that has a view returns it at once and ignores the arguments. Null when
   // `nSize` is not positive, when the effective key is -1, when the name of the file is that of a link or of another
   // user's file, or when the system refuses.
   void *Create(int nSize, bool bUseFile, bool bZero);

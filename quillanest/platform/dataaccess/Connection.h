@@ -33,7 +33,7 @@ class Connection {
   // transaction undoes itself and nothing else.
   virtual std::int64_t execute(const std::string &statement) = 0;
 
-  // Runs a statement of which nobody needs to know what became of it, at the latest before the next operation. One that
+  // Runs a statement whose outcome no caller needs, at the latest before the next operation. One that
   // fails changes nothing. Its texts hold no quotes and no backslashes, because it may travel together with others.
   virtual void execute_unseen(const std::string &statement) {
     try {

@@ -1,4 +1,4 @@
-// The engines behind Connection::open.
+// The engines that Connection::open chooses from.
 #pragma once
 
 #include <chrono>

@@ -183,7 +183,7 @@ class SqliteConnection : public Connection {
     const int result = sqlite3_prepare_v2(database_.get(), text.c_str(), size, &statement, &rest);
     if (result != SQLITE_OK) raise(result);
     Statement prepared(statement);
-    if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that nobody gives a value
+    if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that is given no value
     // A text with a quote in it can end its statement early and begin another.
     if (std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string_view::npos) raise(SQLITE_ERROR);
     return prepared;

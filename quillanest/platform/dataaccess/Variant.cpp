@@ -142,7 +142,7 @@ bool take(std::string_view &text, char c) {
   return true;
 }
 
-// What may stand behind the seconds: a fraction and a zone.
+// What may follow the seconds: a fraction and a zone.
 bool is_tail(std::string_view text) {
   return text.empty() || text.find_first_not_of("0123456789.,:+-Z ") == std::string_view::npos;
 }

@@ -193,7 +193,7 @@ class OdbcConnection : public Connection {
   [[nodiscard]] bool needs_savepoints() const { return server_ == "PostgreSQL"; }
 
   // A savepoint for every statement would cost the server more than most statements do. So there is one for some
-  // hundred, and behind a failure those of them that were kept run once more.
+  // hundred, and after a failure those of them that were kept run once more.
   void prepare_undo() {
     if (has_savepoint_ && kept_.size() < kMessagesPerSavepoint) return;
     run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
@@ -231,7 +231,7 @@ class OdbcConnection : public Connection {
   std::string server_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
-  std::vector<std::string> pending_;  // statements that nobody waits for
+  std::vector<std::string> pending_;  // statements without a waiting caller
   std::vector<std::string> kept_;     // statements that the server has run since the savepoint
   bool lost_ = false;                 // the transaction is not what begin() began any more
 };

@@ -262,7 +262,7 @@ std::optional<FileText> read_file(const std::string &path) {
   const Descriptor file = open_file(path, O_RDONLY | O_NONBLOCK);
   struct stat status {};
   if (file.get() < 0) {
-    // Sockets and devices without a driver are opened by nobody. All other errors leave open whether the file is there.
+    // Sockets and devices without a driver cannot be opened. All other errors leave open whether the file is there.
     constexpr std::array kMissing{ENOENT, ENOTDIR, ENAMETOOLONG, EACCES, ENXIO, ENODEV};
     if (std::find(kMissing.begin(), kMissing.end(), errno) != kMissing.end()) return std::nullopt;
     throw std::system_error(errno, std::generic_category());

@@ -9,22 +9,21 @@
 
 namespace quillanest {
 
-// Of records without bytes no more are counted than the segment has bytes.
-std::int32_t TableView::cut_to_room(std::int32_t stated) const noexcept {
+// How many of the `stated` records of `size` bytes fit into `bytes`. Of records without bytes one counts for each byte.
+std::int32_t TableView::cut_to_room(std::int32_t stated, std::int64_t bytes, std::int64_t size) noexcept {
   if (stated < 0) return 0;
-  const std::int64_t most = record_size > 0 ? room() / record_size : static_cast<std::int64_t>(segment.size());
-  return static_cast<std::int32_t>(std::min<std::int64_t>(stated, most));
+  return static_cast<std::int32_t>(std::min<std::int64_t>(stated, size > 0 ? bytes / size : bytes));
 }
 
 // The keys of the records from the one at `start` to that which holds the last of `bytes`, with a neighbour on each
 // side.
-void TableView::check_keys(const std::byte *start, std::int64_t bytes) const noexcept {
-  if (record_size <= 0) return;
-  const std::int64_t position = (start - records) / record_size;
-  const std::int64_t more = std::max<std::int64_t>(bytes, 0) / record_size;
-  const std::int64_t last = std::min<std::int64_t>(position + more + 1, count() - std::int64_t{1});
+void TableView::check_keys(TableView view, const std::byte *start, std::int64_t bytes) noexcept {
+  if (view.record_size <= 0) return;
+  const std::int64_t position = (start - view.records) / view.record_size;
+  const std::int64_t more = std::max<std::int64_t>(bytes, 0) / view.record_size;
+  const std::int64_t last = std::min<std::int64_t>(position + more + 1, view.count() - std::int64_t{1});
   for (std::int64_t i = std::max<std::int64_t>(position, 1); i <= last; ++i) {
-    if (key_of(record(i)) < key_of(record(i - 1))) return note_order(false);
+    if (view.key_of(view.record(i)) < view.key_of(view.record(i - 1))) return view.note_order(false);
   }
 }
 

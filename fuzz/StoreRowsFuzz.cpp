@@ -97,7 +97,7 @@ std::string_view value(std::string_view record, std::size_t place) {
   return record.substr(place * kApart, static_cast<std::size_t>(kTable[place].size));
 }
 
-// Whether the bytes behind the values are those of before, or of a new record.
+// Whether the bytes after the values are those of before, or of a new record.
 bool is_apart(std::string_view records, bool may_be_new) {
   for (std::size_t i = 0; i < kCapacity * kColumns; ++i) {
     const std::string_view gap =

@@ -108,7 +108,7 @@ int CRtTable::SetFieldData(unsigned int key, int fieldIndex, const char *value) 
   if (value == nullptr || !view || fieldIndex > view.field_num) return 0;
   const quillanest::KeyPlace place = find_key(view, key);
   if (!place.found) return 0;
-  // Where no descriptor lies there is no place to write to.
+  // If no descriptor lies there, nothing is written.
   const _field_attr *field = view.field_unchecked(fieldIndex);
   if (field != nullptr) write_value(view, view.record(place.position), *field, value);
   return 1;

@@ -118,7 +118,7 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
 }
 
 bool CRtdbManager::start(bool reopen, const char *schema_file) {
-  // Without the whole configuration there is no key to start under.
+  // If the configuration cannot be read whole, the key of the segment is not known.
   if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
   if (AttachShareMemory() != 0) return true;
   if (CreateMem(reopen ? 1 : 0) == 0) return false;

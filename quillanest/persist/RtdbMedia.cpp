@@ -108,7 +108,7 @@ void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::spa
     insert.text += text.empty() && type == DB_TYPE_JET ? " " : text;
     insert.text += '\'';
   } else if (field.FieldType != kTime) {
-    // Any other character than a digit is no value, or the beginning of something else.
+    // A text other than a digit would be no value, or would begin something else.
     const bool is_character = field.FieldType == kChar || field.FieldType == kUchar;
     insert.is_whole = insert.is_whole && (!is_character || is_digit(text));
     insert.text += text;

@@ -9,10 +9,10 @@
 #include "fuzz/Support.h"
 #include "quillanest/persist/DbConnection.h"
 #include "quillanest/platform/InstallRoot.h"
-#include "quillanest/platform/Profile.h"
 #include "quillanest/platform/TextFile.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
-#include "quillanest/platform/qrvutil/TzFileSystem.h"
+#include "quillanest/settings/Configuration.h"
+#include "quillanest/settings/DataFolders.h"
+#include "quillanest/settings/PasswordCipher.h"
 
 namespace {
 
@@ -85,9 +85,9 @@ void check_manager(const Surroundings &surroundings) {
     return;
   }
   require(folder.starts_with(surroundings.root.folder()), "the data path lies below the root");
-  const quillanest::TzFileSystem folders(configuration, std::string(folder));
-  require(folders.GetSystemDataFolder().ends_with('/'), "a folder ends with a separator");
-  (void)folders.GetHalmoreFolder();
+  const quillanest::DataFolders folders(configuration, std::string(folder));
+  require(folders.system_folder().ends_with('/'), "a folder ends with a separator");
+  (void)folders.baseline_folder();
   if (profile_int(configuration, quillanest::kConfigurationSection, "DataInFile", 0) == 0) return;
   // ID 1 is the database's, whose segment cannot be the manager's.
   const int key = profile_int(configuration, quillanest::kConfigurationSection, "FileKey_Manager", 333);

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fuzz/Support.h"
-#include "quillanest/platform/dataaccess/Provider.h"
+#include "quillanest/sql/Provider.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "fuzz/ImageRun.h"
 #include "fuzz/RandomSchema.h"
 #include "fuzz/TableModel.h"
-#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/base/Text.h"
 #include "quillanest/shm/FieldType.h"
 
 namespace quillanest::fuzz {

@@ -8,7 +8,7 @@
 
 #include "fuzz/Input.h"
 #include "fuzz/Support.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/FieldType.h"
 
 namespace {

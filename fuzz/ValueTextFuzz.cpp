@@ -11,11 +11,11 @@
 
 #include "fuzz/Input.h"
 #include "fuzz/Support.h"
-#include "quillanest/platform/dataaccess/ComError.h"
-#include "quillanest/platform/dataaccess/Variant.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/NumberText.h"
+#include "quillanest/sql/ComError.h"
+#include "quillanest/sql/Variant.h"
 
 namespace {
 

@@ -13,14 +13,14 @@
 // program.
 #pragma once
 
+#include "quillanest/base/MessageBox.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/RtField.h"
 #include "quillanest/kernel/RtTable.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/platform/MessageBox.h"
 #include "quillanest/platform/SystemTime.h"
-#include "quillanest/platform/dataaccess/ComError.h"
 #include "quillanest/shm/ImageLayout.h"
 #include "quillanest/shm/MutexEx.h"
 #include "quillanest/shm/ShareMemory.h"
 #include "quillanest/shm/Utility.h"
+#include "quillanest/sql/ComError.h"

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/base/Text.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 

@@ -1,8 +1,8 @@
 // The catalogue phase of CRtDataBase: taking tables and fields, and laying the segment out.
 #include <limits>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/RtDataBase.h"
-#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 

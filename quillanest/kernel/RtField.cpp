@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/platform/NamedRegion.h"
-#include "quillanest/platform/Neutral.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/TextAt.h"

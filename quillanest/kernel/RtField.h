@@ -5,7 +5,7 @@
 // GetDisplayText keeps no state and may run on any thread.
 #pragma once
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 #include "quillanest/shm/ImageLayout.h"
 
 class QUILLANEST_API CRtField {

@@ -27,7 +27,7 @@
 #include <map>
 #include <memory>
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 #include "quillanest/kernel/RtField.h"
 #include "quillanest/shm/ImageLayout.h"
 

@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtTable.h"
-#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Directory.h"
 #include "quillanest/platform/InstallRoot.h"
-#include "quillanest/platform/Neutral.h"
-#include "quillanest/platform/Profile.h"
+#include "quillanest/settings/Configuration.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 

@@ -21,7 +21,7 @@
 #include <memory>
 #include <span>
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/shm/ImageLayout.h"
 #include "quillanest/shm/ShareMemory.h"

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "quillanest/platform/SystemTime.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <span>
 
-#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/base/Text.h"
 
 namespace quillanest {
 namespace {

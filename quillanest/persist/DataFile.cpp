@@ -6,9 +6,9 @@
 
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/Store.h"
-#include "quillanest/platform/InstallRoot.h"
-#include "quillanest/platform/Profile.h"
-#include "quillanest/platform/qrvutil/TzFileSystem.h"
+#include "quillanest/platform/Path.h"
+#include "quillanest/settings/Configuration.h"
+#include "quillanest/settings/DataFolders.h"
 #include "quillanest/shm/Bytes.h"
 
 namespace quillanest {
@@ -25,9 +25,9 @@ CRtdbDataFile::~CRtdbDataFile() = default;
 
 // The file of a table; nothing when the database has no folder, or a name is not one of a file.
 std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTable &table) const {
-  const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
+  const DataFolders folders(configuration_file_of(*manager_), data_path_of(*manager_));
   const std::optional<std::string> folder =
-      database.GetDBID() == kSystemDatabaseID ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
+      database.GetDBID() == kSystemDatabaseID ? folders.system_folder() : folders.baseline_folder();
   if (!folder) return std::nullopt;
   const std::size_t db_name = use_caption_names_ ? offsetof(_db_attr, DBCName) : offsetof(_db_attr, DBName);
   const std::size_t table_name =
@@ -35,7 +35,7 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
   std::string name = database_text(database, db_name);
   name += '_';
   name += block_text(*table.GetTableInfo(), table_name);
-  if (name.find('/') != std::string::npos) return std::nullopt;  // no name of a file, but a way out of the folder
+  if (!is_file_name(name)) return std::nullopt;  // no name of a file, but a way out of the folder
   return *folder + name + extension_;
 }
 

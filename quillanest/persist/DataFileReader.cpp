@@ -10,7 +10,7 @@
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/TextFile.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/LineReader.h"

@@ -1,12 +1,12 @@
 // Writing a table's text file.
 #include <algorithm>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/kernel/VersionFields.h"
@@ -15,7 +15,7 @@
 #include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/TextFile.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 
@@ -145,7 +145,7 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
   if (!file.is_open()) return false;
 
   ModifiedMarks marks(view, find_version_fields(view).modified);
-  try {
+  const bool saved = neutral_on_failure(false, [&] {
     TableWriter writer(view, file, cipher, separator_);
     writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
     const std::int32_t count = view.count();
@@ -154,12 +154,10 @@ bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
       writer.write_record(view.record(i), marks);
     }
     writer.finish();
-    if (file.commit()) return true;
-  } catch (const std::exception &) {
-    // As any other failure: the former file is kept.
-  }
-  marks.restore();
-  return false;
+    return file.commit();
+  });
+  if (!saved) marks.restore();
+  return saved;
 }
 
 }  // namespace quillanest

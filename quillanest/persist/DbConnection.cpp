@@ -3,8 +3,9 @@
 #include <string_view>
 #include <utility>
 
-#include "quillanest/platform/Profile.h"
-#include "quillanest/platform/dataaccess/ComError.h"
+#include "quillanest/platform/Path.h"
+#include "quillanest/settings/Configuration.h"
+#include "quillanest/sql/ComError.h"
 
 namespace quillanest {
 namespace {
@@ -35,12 +36,6 @@ const ProviderText *provider_text(int type) {
 constexpr std::size_t kNameSize = 64;
 constexpr std::size_t kTextSize = 24;
 constexpr std::size_t kConnectionStringSize = 200;
-
-// The folder of a path with its separator.
-std::string folder_of(const std::string &path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-}
 
 }  // namespace
 

@@ -12,8 +12,8 @@
 #include <optional>
 #include <string>
 
-#include "quillanest/platform/dataaccess/Connection.h"
-#include "quillanest/platform/dataaccess/RowSet.h"
+#include "quillanest/sql/Connection.h"
+#include "quillanest/sql/RowSet.h"
 
 namespace quillanest {
 

@@ -6,10 +6,11 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "quillanest/base/MessageBox.h"
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/platform/MessageBox.h"
-#include "quillanest/platform/Neutral.h"
+#include "quillanest/platform/Path.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
@@ -106,9 +107,6 @@ std::string with_carriage_returns(std::string_view text) {
   return lines;
 }
 
-// A name with a separator in it would lead out of the folder.
-bool is_file_name(std::string_view name) { return name.find('/') == std::string_view::npos; }
-
 }  // namespace
 
 std::string include_file_text(CRtDataBase &database) {
@@ -152,8 +150,7 @@ int CRtDataBase::BuildIncludeFile(const char *directory) {
   if (directory == nullptr || quillanest::text_at(directory).empty()) return 0;
   return quillanest::neutral_on_failure(0, [&] {
     const std::string name = quillanest::name_of(*this);
-    // With a separator after the folder in any case.
-    const std::string path = quillanest::joined({quillanest::text_at(directory), "/", name, ".h"});
+    const std::string path = quillanest::path_in(quillanest::text_at(directory), name + ".h");
     quillanest::FileReplacement file(quillanest::is_file_name(name) ? path : std::string());
     if (!file.is_open()) {
       quillanest::show_message(("Fail to create file " + path).c_str());

@@ -2,15 +2,14 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
 #include "quillanest/platform/FileSizeSignal.h"
-#include "quillanest/platform/InstallRoot.h"
-#include "quillanest/platform/Neutral.h"
-#include "quillanest/platform/Profile.h"
+#include "quillanest/settings/Configuration.h"
 #include "quillanest/shm/TextAt.h"
 
 using quillanest::CRtdbDataFile;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "quillanest/kernel/TableView.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 
 namespace quillanest {
 

@@ -1,11 +1,11 @@
 // Committing the projects of a table, and the write-through of single records.
 #include <string>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
-#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::as_bytes;

@@ -9,7 +9,7 @@
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/Store.h"
-#include "quillanest/platform/qrvutil/TzFileSystem.h"
+#include "quillanest/settings/DataFolders.h"
 #include "quillanest/shm/FieldType.h"
 
 namespace quillanest {
@@ -83,8 +83,8 @@ CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
 std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {
   std::optional<std::string> name = CDbConnection::GetDataSource(slot);
   if (slot_type(slot) != DB_TYPE_JET || manager_ == nullptr) return name;
-  const TzFileSystem folders(configuration_file_of(*manager_), data_path_of(*manager_));
-  const std::optional<std::string> folder = bSystemDB ? folders.GetSystemDataFolder() : folders.GetHalmoreFolder();
+  const DataFolders folders(configuration_file_of(*manager_), data_path_of(*manager_));
+  const std::optional<std::string> folder = bSystemDB ? folders.system_folder() : folders.baseline_folder();
   if (!folder || !name || name->empty()) return std::nullopt;
   return *folder + *name;
 }

@@ -17,7 +17,7 @@
 
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DbConnection.h"
-#include "quillanest/platform/qrvutil/TzDes.h"
+#include "quillanest/settings/PasswordCipher.h"
 
 namespace quillanest {
 

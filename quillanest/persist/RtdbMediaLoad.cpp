@@ -3,11 +3,11 @@
 #include <cstring>
 #include <string>
 
+#include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/Store.h"
-#include "quillanest/platform/AsciiCase.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <string>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/platform/Neutral.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 

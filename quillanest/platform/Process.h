@@ -15,6 +15,13 @@ namespace quillanest {
 // that was started with more rights than its user has: what the user says must not lead such a program.
 [[nodiscard]] const char *trusted_environment(const char *name);
 
+// Sets an environment variable that has no value yet, and leaves one that has. False if memory is short.
+[[nodiscard]] bool set_environment_default(const char *name, const char *value);
+
+// Runs `before` before every fork of the process, and `in_parent` or `in_child` after it. False if memory is short. A
+// system without forks has nothing to do.
+[[nodiscard]] bool at_fork(void (*before)(), void (*in_parent)(), void (*in_child)());
+
 // Ends the process with that identifier at once. Identifiers of 0 and below name no process and end nothing, although
 // the system would take them for groups of processes. Failures are silent.
 void end_process(int id);

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -24,12 +23,9 @@ class FileText {
   void shrink(std::size_t size) noexcept { size_ = size < size_ ? size : size_; }
 
  private:
-  struct Free {
-    std::align_val_t alignment;
-    void operator()(char *bytes) const noexcept;
-  };
+  using Free = void (*)(char *bytes) noexcept;  // small and large files may lie in different memory
 
-  std::unique_ptr<char, Free> bytes_;
+  std::unique_ptr<char, Free> bytes_{nullptr, nullptr};
   std::size_t size_ = 0;
 };
 
@@ -80,7 +76,7 @@ class FileReplacement {
   FileReplacement(const FileReplacement &) = delete;
   FileReplacement &operator=(const FileReplacement &) = delete;
 
-  [[nodiscard]] bool is_open() const noexcept { return descriptor_ >= 0; }
+  [[nodiscard]] bool is_open() const noexcept { return native_ >= 0; }
 
   // Appends bytes. False when the system could not write all of them; a later commit() is then false too.
   bool write(std::string_view bytes);
@@ -90,11 +86,12 @@ class FileReplacement {
 
  private:
   void abandon() noexcept;
+  [[nodiscard]] int descriptor() const noexcept { return static_cast<int>(native_); }
 
   std::string target_;
   std::string temporary_;
   NewFile new_file_;
-  int descriptor_ = -1;
+  std::intptr_t native_ = -1;  // the open file as the system names it; negative: none
   bool failed_ = false;
 };
 

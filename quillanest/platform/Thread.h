@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <thread>
 
 namespace quillanest {
 
@@ -20,5 +22,9 @@ inline constexpr ThreadHandle kNoThread = 0;
 // are, as abandoned ones). Returns when the thread is gone, or after one second when the system keeps it in a call
 // that cannot be interrupted. Stale handles and the calling thread's own are ignored.
 void end_thread(ThreadHandle handle);
+
+// A thread for the library's own use, which runs routine() and receives none of the program's signals. Raises
+// std::system_error if the system refuses.
+[[nodiscard]] std::thread start_quiet_thread(std::function<void()> routine);
 
 }  // namespace quillanest

@@ -1,6 +1,6 @@
 #include "quillanest/shm/FieldType.h"
 
-#include "quillanest/platform/AsciiCase.h"
+#include "quillanest/base/Text.h"
 
 namespace quillanest {
 

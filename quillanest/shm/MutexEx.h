@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 
 class QUILLANEST_API CMutexEx {
  public:

@@ -7,7 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "quillanest/platform/Neutral.h"
+#include "quillanest/base/Neutral.h"
+#include "quillanest/platform/Path.h"
 #include "quillanest/platform/Process.h"
 
 namespace {
@@ -37,7 +38,7 @@ std::optional<std::string> backing_folder() {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::current_path(error);
   if (error) return std::nullopt;
-  return folder.string() + "/";
+  return quillanest::path_in(folder.string(), {});
 }
 
 NamedRegion open_segment(int key, std::size_t size, bool use_file) {

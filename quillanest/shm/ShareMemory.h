@@ -8,7 +8,7 @@
 // Threads: an object is used by one thread at a time; the bytes are shared and carry no lock of their own.
 #pragma once
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 #include "quillanest/platform/NamedRegion.h"
 
 namespace quillanest {

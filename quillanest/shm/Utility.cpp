@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/platform/FileSizeSignal.h"
-#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/platform/Thread.h"

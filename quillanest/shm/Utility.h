@@ -3,7 +3,7 @@
 // None of them keeps state or reports an error other than by its result. All may run on any thread.
 #pragma once
 
-#include "quillanest/Export.h"
+#include "quillanest/System.h"
 #include "quillanest/platform/SystemTime.h"
 
 // Fills `time` with the current local time; milliseconds are always 0. Untouched when the system cannot tell.

@@ -25,7 +25,7 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "quillanest/platform/Loading.h"
+#include "quillanest/base/Loading.h"
 
 namespace fs = std::filesystem;
 

@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "quillanest/platform/posix/OdbcWorker.h"
+#include "quillanest/sql/OdbcWorker.h"
 #include "tests/store/StoreFixture.h"
 #include "tests/support/FullDisk.h"
 

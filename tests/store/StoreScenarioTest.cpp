@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "quillanest/persist/RtdbMedia.h"
-#include "quillanest/platform/dataaccess/Engines.h"
+#include "quillanest/sql/Engines.h"
 #include "tests/store/SilentServer.h"
 #include "tests/store/StoreFixture.h"
 

@@ -1,4 +1,4 @@
-"""Includes between the library's folders run one way, and only the platform's own folder knows the system.
+"""Includes between the library's layers run one way, and only the platform's own folder knows the system.
 
 Usage: include_direction.py ROOT
 """
@@ -9,9 +9,19 @@ import sys
 
 import tree
 
-# A folder includes itself and those before it.
-ROOMS = ("platform", "shm", "kernel", "persist")
-SYSTEM_ROOM = "platform/posix"
+# A layer, and those that it includes besides itself.
+LAYERS = {
+    "base": (),
+    "platform": ("base",),
+    "settings": ("base", "platform"),
+    "sql": ("base", "platform"),
+    "shm": ("base", "platform"),
+    "kernel": ("base", "platform", "settings", "shm"),
+    "persist": ("base", "platform", "settings", "shm", "sql", "kernel"),
+}
+SYSTEM_FOLDER = "platform/posix"
+# Headers of the system's folder that are included under the names below quillanest/ that every system gives them.
+SYSTEM_INCLUDE = f"{SYSTEM_FOLDER}/include/quillanest"
 UMBRELLA = "Quillanest.h"
 
 STANDARD_HEADERS = set("""
@@ -24,8 +34,12 @@ source_location span sstream stack stdexcept stop_token streambuf string string_
 thread tuple type_traits typeindex typeinfo unordered_map unordered_set utility valarray variant vector version
 """.split())
 
-# Libraries that sources, never headers, of the platform may use on every system.
-PORTABLE_LIBRARIES = re.compile(r"openssl/|sqlite3\.h$")
+# Libraries that sources, never headers, of a layer use on every system.
+PORTABLE_LIBRARIES = {"base": re.compile(r"openssl/"), "sql": re.compile(r"sqlite3\.h$")}
+
+# What compiles, and still assumes one system: numbers and handles of one width, its paths and names of files.
+ASSUMPTION = re.compile(r"""__int128|'/'|"/"|\.so"|/proc/|/dev/""")
+COMMENT = re.compile(r"//[^\n]*")
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"])([^>"]+)[>"]', re.MULTILINE)
 CONDITION = re.compile(r"^[ \t]*#[ \t]*(?:if|ifdef|ifndef|elif|elifdef|elifndef)\b(?:.*\\\n)*.*", re.MULTILINE)
@@ -35,9 +49,13 @@ SYSTEM_MACRO = re.compile(
     r"_POSIX_\w+|__GLIBC\w*|CMAKE_SYSTEM\w*|__has_include)\b")
 
 
-def room_of(path):
-    """The folder of a library file as it counts for direction; None for a file in the library's top folder."""
+def layer_of(path):
+    """The layer of a library file; None for a file in the library's top folder."""
     return path.split("/")[0] if "/" in path else None
+
+
+def is_of_system(path):
+    return path.startswith(SYSTEM_FOLDER + "/")
 
 
 def check_own(verdict, path, line, here, target):
@@ -45,24 +63,28 @@ def check_own(verdict, path, line, here, target):
         verdict.complain(path, line, f'"{target}" is not written from the root, as "quillanest/..."')
         return
     target = target.removeprefix("quillanest/")
-    if not (verdict.root / "quillanest" / target).is_file():
+    of_system = (verdict.root / "quillanest" / SYSTEM_INCLUDE / target).is_file()
+    if not of_system and not (verdict.root / "quillanest" / target).is_file():
         verdict.complain(path, line, f'"quillanest/{target}" does not exist')
         return
-    if target.startswith(SYSTEM_ROOM + "/") and not here.startswith(SYSTEM_ROOM + "/"):
-        verdict.complain(path, line, f"{SYSTEM_ROOM}/ includes this header, nobody else")
-    if here == UMBRELLA or target == "Export.h":
+    if is_of_system(target) and not is_of_system(here):
+        verdict.complain(path, line, f"only {SYSTEM_FOLDER}/ includes this header")
+    if here == UMBRELLA or (of_system and layer_of(target) is None):
         return
-    from_room, to_room = room_of(here), room_of(target)
-    if to_room not in ROOMS or from_room not in ROOMS:
+    source, wanted = layer_of(here), layer_of(target)
+    if source not in LAYERS or wanted not in LAYERS:
         verdict.complain(path, line, f"{here} may not include {target}")
-    elif ROOMS.index(to_room) > ROOMS.index(from_room):
-        verdict.complain(path, line, f"{from_room}/ may not include {to_room}/ ({' <- '.join(ROOMS)})")
+    elif wanted != source and wanted not in LAYERS[source]:
+        verdict.complain(path, line, f"{source}/ may not include {wanted}/ but only {', '.join(LAYERS[source])}")
 
 
 def check_foreign(verdict, path, line, here, target):
-    if target in STANDARD_HEADERS or (here.startswith(SYSTEM_ROOM + "/") and path.suffix == ".cpp"):
+    if target in STANDARD_HEADERS or (is_of_system(here) and path.suffix == ".cpp"):
         return
-    if PORTABLE_LIBRARIES.match(target) and here.startswith("platform/") and path.suffix == ".cpp":
+    if target in ("sql.h", "sqlext.h") and here == f"{SYSTEM_INCLUDE}/platform/Odbc.h":
+        return
+    library = PORTABLE_LIBRARIES.get(layer_of(here))
+    if library and library.match(target) and path.suffix == ".cpp":
         return
     where = "a header" if path.suffix == ".h" else here
     verdict.complain(path, line, f"<{target}> is not of the standard library and has no place in {where}")
@@ -76,6 +98,13 @@ def check_conditions(verdict, path, text):
             verdict.complain(path, line, f"the folder of sources chooses the system, not {macro.group()}")
 
 
+def check_assumptions(verdict, path, text):
+    """Comments may name what the code may not."""
+    text = COMMENT.sub("", text)
+    for found in ASSUMPTION.finditer(text):
+        verdict.complain(path, tree.line_of(text, found.start()), f"{found.group()} assumes a system; ask platform/")
+
+
 def main():
     root = pathlib.Path(sys.argv[1]).resolve()
     verdict = tree.Verdict(root)
@@ -86,6 +115,8 @@ def main():
         for include in INCLUDE.finditer(text):
             check = check_foreign if include.group(1) == "<" else check_own
             check(verdict, path, tree.line_of(text, include.start()), here, include.group(2))
+        if not is_of_system(here):
+            check_assumptions(verdict, path, text)
     for path in tree.sources(root, *tree.SOURCE_FOLDERS):
         check_conditions(verdict, path, tree.text_of(path))
     verdict.exit(len(library), "library files")

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string_view>
 
-#include "quillanest/platform/Loading.h"
-#include "quillanest/platform/Neutral.h"
+#include "quillanest/base/Loading.h"
+#include "quillanest/base/Neutral.h"
 #include "quillanest/platform/Process.h"
 
 namespace quillanest {

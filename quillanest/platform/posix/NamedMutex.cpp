@@ -24,11 +24,11 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "quillanest/platform/Crypto.h"
+#include "quillanest/base/Crypto.h"
+#include "quillanest/base/HandleTable.h"
+#include "quillanest/base/Loading.h"
+#include "quillanest/base/Neutral.h"
 #include "quillanest/platform/FileSizeSignal.h"
-#include "quillanest/platform/HandleTable.h"
-#include "quillanest/platform/Loading.h"
-#include "quillanest/platform/Neutral.h"
 #include "quillanest/platform/posix/MutexFolder.h"
 
 namespace quillanest {

@@ -21,9 +21,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "quillanest/base/Loading.h"
+#include "quillanest/base/Neutral.h"
 #include "quillanest/platform/FileSizeSignal.h"
-#include "quillanest/platform/Loading.h"
-#include "quillanest/platform/Neutral.h"
 
 namespace quillanest {
 

@@ -1,6 +1,7 @@
 #include "quillanest/platform/Process.h"
 
 #include <array>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -16,6 +17,12 @@ std::string host_name() {
 }
 
 const char *trusted_environment(const char *name) { return secure_getenv(name); }
+
+bool set_environment_default(const char *name, const char *value) { return setenv(name, value, 0) == 0; }
+
+bool at_fork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+  return pthread_atfork(before, in_parent, in_child) == 0;
+}
 
 void end_process(int id) {
   if (id <= 0) return;

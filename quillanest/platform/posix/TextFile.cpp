@@ -247,15 +247,18 @@ void sync_folder(const std::string &folder) {
 
 }  // namespace
 
-void FileText::Free::operator()(char *bytes) const noexcept { ::operator delete(bytes, alignment); }
-
 // Large files lie in large pages where the system has them: making small ones costs more than reading into them.
 FileText::FileText(std::size_t size) : size_(size) {
-  constexpr std::size_t kSmallPage = 4096;
   constexpr std::size_t kLarge = std::size_t{4} << 20;
-  const std::align_val_t alignment{size >= kLarge ? kSmallPage : alignof(std::max_align_t)};
-  bytes_ = {static_cast<char *>(::operator new(std::max<std::size_t>(size, 1), alignment)), Free{alignment}};
-  if (size >= kLarge) (void)madvise(bytes_.get(), size, MADV_HUGEPAGE);
+  constexpr std::align_val_t kPage{4096};
+  if (size < kLarge) {
+    bytes_ = {static_cast<char *>(::operator new(std::max<std::size_t>(size, 1))),
+              [](char *bytes) noexcept { ::operator delete(bytes); }};
+    return;
+  }
+  bytes_ = {static_cast<char *>(::operator new(size, kPage)),
+            [](char *bytes) noexcept { ::operator delete(bytes, kPage); }};
+  (void)madvise(bytes_.get(), size, MADV_HUGEPAGE);
 }
 
 std::optional<FileText> read_file(const std::string &path) {
@@ -297,8 +300,8 @@ FileReplacement::FileReplacement(const std::string &path, NewFile new_file)
   const bool exists = target == Presence::kThere;
   if (exists && !S_ISREG(status.st_mode)) return;
   if (exists && faccessat(AT_FDCWD, target_.c_str(), R_OK | W_OK, AT_EACCESS) != 0) return;
-  descriptor_ = open_shared_temporary(temporary_).release();
-  if (!is_open()) descriptor_ = open_random_temporary(temporary_).release();
+  native_ = open_shared_temporary(temporary_).release();
+  if (!is_open()) native_ = open_random_temporary(temporary_).release();
 }
 
 FileReplacement::~FileReplacement() { abandon(); }
@@ -306,7 +309,7 @@ FileReplacement::~FileReplacement() { abandon(); }
 bool FileReplacement::write(std::string_view bytes) {
   if (!is_open() || failed_) return false;
   const FileSizeSignalBlock block;
-  failed_ = !write_all(descriptor_, bytes);
+  failed_ = !write_all(descriptor(), bytes);
   return !failed_;
 }
 
@@ -314,15 +317,15 @@ bool FileReplacement::commit() {
   if (!is_open()) return false;
   const std::string folder = folder_of(target_);  // before the rename: nothing may fail after it
   // The file is private, and its lock out of reach for others, until the moment before it becomes the target.
-  const bool done = !failed_ && bring_to_disk(descriptor_) && give_permissions(descriptor_, target_, new_file_) &&
-                    presence_at(temporary_, descriptor_) == Presence::kThere &&
+  const bool done = !failed_ && bring_to_disk(descriptor()) && give_permissions(descriptor(), target_, new_file_) &&
+                    presence_at(temporary_, descriptor()) == Presence::kThere &&
                     std::rename(temporary_.c_str(), target_.c_str()) == 0;
   if (!done) {
     abandon();
     return false;
   }
-  ::close(descriptor_);
-  descriptor_ = -1;
+  ::close(descriptor());
+  native_ = -1;
   sync_folder(folder);
   return true;
 }
@@ -330,9 +333,9 @@ bool FileReplacement::commit() {
 void FileReplacement::abandon() noexcept {
   if (!is_open()) return;
   // Before the lock goes with the descriptor, and not what another has put there meanwhile.
-  if (presence_at(temporary_, descriptor_) != Presence::kMissing) (void)unlink(temporary_.c_str());
-  ::close(descriptor_);
-  descriptor_ = -1;
+  if (presence_at(temporary_, descriptor()) != Presence::kMissing) (void)unlink(temporary_.c_str());
+  ::close(descriptor());
+  native_ = -1;
 }
 
 }  // namespace quillanest

@@ -17,9 +17,9 @@
 #include <unistd.h>
 #include <utility>
 
-#include "quillanest/platform/HandleTable.h"
-#include "quillanest/platform/Loading.h"
-#include "quillanest/platform/Neutral.h"
+#include "quillanest/base/HandleTable.h"
+#include "quillanest/base/Loading.h"
+#include "quillanest/base/Neutral.h"
 
 namespace quillanest {
 namespace {
@@ -236,6 +236,23 @@ void end_thread(ThreadHandle handle) {
   if (pthread_timedjoin_np(own->thread, nullptr, &deadline) == 0) return;
   pthread_detach(own->thread);
   (void)own.release();  // the thread still refers to it and stands on its stack
+}
+
+std::thread start_quiet_thread(std::function<void()> routine) {
+  // A new thread inherits the mask of the one that starts it.
+  struct SignalsBlocked {
+    SignalsBlocked() {
+      sigset_t all;
+      sigfillset(&all);
+      pthread_sigmask(SIG_SETMASK, &all, &before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+    SignalsBlocked(const SignalsBlocked &) = delete;
+    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
+    sigset_t before{};
+  };
+  const SignalsBlocked blocked;
+  return std::thread(std::move(routine));
 }
 
 }  // namespace quillanest

@@ -1,0 +1,20 @@
+// Messages to the person at the program: the few failures that a result does not tell.
+//
+// A program with a user interface sets a handler that shows them; without one they go to the standard error stream.
+#pragma once
+
+#include "quillanest/System.h"
+
+namespace quillanest {
+
+// Shows a text without a line end, of the code page of the schema; it is valid during the call. Called on the thread
+// whose call failed, without any lock of the library held; it must not throw.
+using MessageHandler = void (*)(const char *text);
+
+// Messages go to `handler` from now on; null restores the standard error stream. Any thread may call it.
+QUILLANEST_API void set_message_handler(MessageHandler handler) noexcept;
+
+// Shows a message.
+void show_message(const char *text);
+
+}  // namespace quillanest

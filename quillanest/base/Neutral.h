@@ -1,0 +1,34 @@
+// The border between code that may throw and the published operations, which do not.
+#pragma once
+
+#include <new>
+#include <stdexcept>
+#include <system_error>
+
+namespace quillanest {
+
+// A service that the library depends on has failed, and the caller can do nothing about it.
+class ServiceFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The result of work(), or `neutral` if it runs out of memory or of another resource of the system, or if a service
+// fails. Every other exception passes: an error of the data-access layer is one that clients see, and anything else is
+// a fault of ours that a neutral result would hide.
+template <class Result, class Work>
+[[nodiscard]] Result neutral_on_failure(Result neutral, Work work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc &) {
+    return neutral;
+  } catch (const std::length_error &) {
+    return neutral;
+  } catch (const std::system_error &) {
+    return neutral;
+  } catch (const ServiceFailure &) {
+    return neutral;
+  }
+}
+
+}  // namespace quillanest

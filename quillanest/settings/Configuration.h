@@ -1,0 +1,31 @@
+// Reading of configuration files, which are INI files (base/Ini.h), and the place of the kernel's own.
+//
+// A byte order mark of UTF-8 before the first line is passed over. A file is read anew by every call, so an edit counts
+// from the next call on. All functions may run on any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace quillanest {
+
+// The kernel's configuration file, relative to the installation root.
+inline constexpr std::string_view kConfigurationFile = "conf/fix_Rtdb.ini";
+
+// The section of the kernel's own keys in it.
+inline constexpr std::string_view kConfigurationSection = "Quillanest";
+
+// The key's value; `fallback` if the file, the section or the key is missing. Raises std::system_error if the file
+// exists and cannot be read.
+[[nodiscard]] std::string profile_text(const std::string &file, std::string_view section, std::string_view key,
+                                       std::string_view fallback = {});
+
+// The decimal number that the key's value starts with, 0 if it starts with none; `fallback` if the key is missing or
+// its value is empty. Numbers wider than 32 bits keep their low 32 bits. Raises std::system_error as profile_text does.
+[[nodiscard]] int profile_int(const std::string &file, std::string_view section, std::string_view key, int fallback);
+
+// A path that the kernel's configuration file gives: unchanged if it is absolute, else relative to the installation
+// root that the place of that file shows.
+[[nodiscard]] std::string resolve_in_root(std::string_view configuration_file, const std::string &path);
+
+}  // namespace quillanest

@@ -1,0 +1,33 @@
+// The error object of the relational data-access layer.
+//
+// It is the only exception that leaves the library: a column value that does not convert, met while a table is loaded
+// from a relational store, is thrown to the caller of the load. Nothing else throws it at clients.
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+
+#include "quillanest/System.h"
+
+class QUILLANEST_API _com_error : public std::exception {
+ public:
+  // `code` is a negative result code, `description` a text for people; it never holds a password.
+  explicit _com_error(std::int32_t code, std::string description = {});
+  _com_error(const _com_error &) = default;
+  _com_error &operator=(const _com_error &) = default;
+  ~_com_error() override;
+
+  // The result code; never 0.
+  [[nodiscard]] std::int32_t Error() const noexcept;
+
+  // The description, or a text for the code when there is none; valid as long as this object.
+  [[nodiscard]] const char *ErrorMessage() const noexcept;
+
+  // The same text.
+  [[nodiscard]] const char *what() const noexcept override;
+
+ private:
+  std::int32_t code_;
+  std::string description_;
+};

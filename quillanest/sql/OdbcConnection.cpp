@@ -1,0 +1,252 @@
+// Servers through ODBC (unixODBC's manager).
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "quillanest/platform/Odbc.h"
+#include "quillanest/sql/ComError.h"
+#include "quillanest/sql/Engines.h"
+#include "quillanest/sql/OdbcRows.h"
+#include "quillanest/sql/OdbcWorker.h"
+
+namespace quillanest {
+namespace {
+
+constexpr SQLULEN kStatementSeconds = 30;
+constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
+constexpr std::size_t kStatementsPerMessage = 50;
+constexpr std::size_t kMessagesPerSavepoint = 4;
+
+// Every function from here to the class runs on the connection's thread.
+
+OdbcHandle make_statement(const OdbcLink &link) {
+  OdbcHandle statement(OdbcHandle::Kind::kStatement, link.connection);
+  if (!statement) link.connection.raise();
+  // A statement that waits for a lock fails in the end: the server keeps this time.
+  SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT, odbc_attribute(kStatementSeconds), 0);
+  return statement;
+}
+
+std::int64_t run_statement(const OdbcLink &link, const std::string &text) {
+  const OdbcHandle statement = make_statement(link);
+  const SQLRETURN result = SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size()));
+  if (result == SQL_NO_DATA) return 0;  // a statement that matches nothing
+  if (!succeeded(result)) statement.raise();
+  SQLLEN count = 0;
+  SQLRowCount(statement.get(), &count);
+  return std::max<SQLLEN>(count, 0);
+}
+
+OdbcHandle run_query(const OdbcLink &link, const std::string &text) {
+  OdbcHandle statement = make_statement(link);
+  if (!succeeded(SQLExecDirect(statement.get(), odbc_text(text), static_cast<SQLINTEGER>(text.size())))) {
+    statement.raise();
+  }
+  return statement;
+}
+
+RowSet read_rows(const OdbcLink &link, const std::string &text, std::size_t most_rows) {
+  if (std::optional<RowSet> rows = read_rows_in_blocks(run_query(link, text), most_rows)) return std::move(*rows);
+  return read_rows_one_by_one(run_query(link, text), most_rows);
+}
+
+bool set_autocommit(const OdbcLink &link, SQLULEN value) {
+  return succeeded(SQLSetConnectAttr(link.connection.get(), SQL_ATTR_AUTOCOMMIT, odbc_attribute(value), 0));
+}
+
+bool end_transaction(const OdbcLink &link, SQLSMALLINT how) {
+  return succeeded(SQLEndTran(SQL_HANDLE_DBC, link.connection.get(), how));
+}
+
+bool undo_transaction(const OdbcLink &link) {
+  if (!end_transaction(link, SQL_ROLLBACK)) (void)run_statement(link, "ROLLBACK");
+  (void)set_autocommit(link, SQL_AUTOCOMMIT_ON);
+  return true;
+}
+
+std::string server_name(const OdbcLink &link) {
+  std::array<char, 128> name{};
+  SQLSMALLINT length = 0;
+  const SQLRETURN result = SQLGetInfo(link.connection.get(), SQL_DBMS_NAME, name.data(), name.size(), &length);
+  // What a failed statement does to its transaction depends on the server.
+  if (!succeeded(result)) link.connection.raise();
+  return name.data();
+}
+
+class OdbcConnection : public Connection {
+ public:
+  explicit OdbcConnection(std::unique_ptr<OdbcWorker> worker)
+      : worker_(std::move(worker)), server_(worker_->run(server_name)) {}
+  ~OdbcConnection() override { rollback(); }
+  OdbcConnection(const OdbcConnection &) = delete;
+  OdbcConnection &operator=(const OdbcConnection &) = delete;
+
+  std::int64_t execute(const std::string &text) override {
+    if (!in_transaction_) return run(text);
+    flush();
+    return run_undoable(text);
+  }
+
+  void execute_unseen(const std::string &text) override {
+    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_unseen(text);
+    pending_.push_back(text);
+    if (pending_.size() >= kStatementsPerMessage) flush();
+  }
+
+  RowSet query(const std::string &text, std::size_t most_rows) override {
+    flush();
+    return worker_->run([text, most_rows](const OdbcLink &link) { return read_rows(link, text, most_rows); });
+  }
+
+  void begin() override {
+    (void)worker_->run([](const OdbcLink &link) {
+      if (!set_autocommit(link, SQL_AUTOCOMMIT_OFF)) link.connection.raise();
+      return true;
+    });
+    in_transaction_ = true;
+    has_savepoint_ = lost_ = false;
+    kept_.clear();
+    pending_.clear();
+  }
+
+  void commit() override {
+    flush();
+    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
+    try {
+      (void)worker_->run([](const OdbcLink &link) {
+        // A conflict between transactions may show only here.
+        if (!end_transaction(link, SQL_COMMIT)) link.connection.raise();
+        return set_autocommit(link, SQL_AUTOCOMMIT_ON);  // the rows are in the store by now: no failure of the commit
+      });
+    } catch (const _com_error &) {
+      rollback();
+      throw;
+    }
+    in_transaction_ = false;
+  }
+
+  void rollback() noexcept override {
+    if (!in_transaction_) return;
+    in_transaction_ = false;
+    pending_.clear();
+    try {
+      (void)worker_->run(undo_transaction);
+    } catch (const std::exception &) {
+      // The end of the connection undoes it. What came before that end would be kept together with it: psqlodbc 13.02
+      // commits what is open when autocommit is switched on.
+      worker_->refuse();
+    }
+  }
+
+ private:
+  // Runs a statement of a transaction. One that fails undoes itself.
+  std::int64_t run_undoable(const std::string &text) {
+    if (lost_) throw _com_error(kStatementFailed, "the transaction was undone");
+    try {
+      if (needs_savepoints()) prepare_undo();
+      const std::int64_t changed = run(text);
+      if (needs_savepoints()) kept_.push_back(text);
+      return changed;
+    } catch (const _com_error &) {
+      lost_ = !undo_statement();
+      throw;
+    }
+  }
+
+  // Sends the statements that wait, in one message; when one of them fails, all of them once more, one by one.
+  void flush() {
+    const std::vector<std::string> statements = std::exchange(pending_, {});
+    if (statements.size() > 1 && !lost_) {
+      std::string message;
+      for (const std::string &statement : statements) message += statement + "\n;";
+      try {
+        (void)run_undoable(message);
+        return;
+      } catch (const _com_error &) {
+        // One by one, then.
+      }
+    }
+    for (const std::string &statement : statements) {
+      try {
+        (void)run_undoable(statement);
+      } catch (const _com_error &) {
+        // It has undone itself, or the transaction is lost, which the commit tells.
+      }
+    }
+  }
+
+  std::int64_t run(const std::string &text) {
+    return worker_->run([text](const OdbcLink &link) { return run_statement(link, text); });
+  }
+
+  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in front
+  // of the statement and in one message with it, fails when the statement does not parse: psqlodbc 13.02 then undoes
+  // the whole transaction and goes on in a new one.
+  [[nodiscard]] bool needs_savepoints() const { return server_ == "PostgreSQL"; }
+
+  // A savepoint for every statement would cost the server more than most statements do. So there is one for some
+  // hundred, and after a failure those of them that were kept run once more.
+  void prepare_undo() {
+    if (has_savepoint_ && kept_.size() < kMessagesPerSavepoint) return;
+    run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
+    has_savepoint_ = true;
+    kept_.clear();
+  }
+
+  void undo_to_savepoint() {
+    run("ROLLBACK TO SAVEPOINT quillanest");
+    for (const std::string &statement : kept_) run(statement);
+    run("RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest");
+    kept_.clear();
+  }
+
+  // Back to before the statement that failed. False when the server has undone the transaction instead: what followed
+  // would be kept without what came before it.
+  bool undo_statement() noexcept {
+    try {
+      if (needs_savepoints()) {
+        undo_to_savepoint();
+        return true;
+      }
+      // Other servers undo the statement by themselves, but some errors end the transaction too.
+      if (server_.find("SQL Server") == std::string::npos && server_.find("Adaptive Server") == std::string::npos) {
+        return true;
+      }
+      const RowSet open = query("SELECT @@TRANCOUNT", 1);
+      return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
+    } catch (const std::exception &) {
+      return false;
+    }
+  }
+
+  std::unique_ptr<OdbcWorker> worker_;
+  std::string server_;
+  bool in_transaction_ = false;
+  bool has_savepoint_ = false;
+  std::vector<std::string> pending_;  // statements without a waiting caller
+  std::vector<std::string> kept_;     // statements that the server has run since the savepoint
+  bool lost_ = false;                 // the transaction is not what begin() began any more
+};
+
+}  // namespace
+
+std::unique_ptr<Connection> open_odbc(const std::string &connection_string) {
+  // The driver's own text could repeat parts of the connection string, so it is not passed on.
+  try {
+    if (std::unique_ptr<OdbcWorker> worker = OdbcWorker::connect(connection_string)) {
+      return std::make_unique<OdbcConnection>(std::move(worker));
+    }
+  } catch (const std::system_error &) {
+    throw _com_error(kConnectFailed, "no thread to connect with");
+  }
+  throw _com_error(kConnectFailed, "the server cannot be reached or refuses");
+}
+
+}  // namespace quillanest

@@ -1,0 +1,169 @@
+#include "quillanest/sql/Provider.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "quillanest/base/Text.h"
+
+namespace quillanest {
+namespace {
+
+// One row per provider: how its words become an ODBC connection string. A driver is named by its file, which needs no
+// registration, or by the name it is registered under.
+struct Provider {
+  std::string_view name;  // the start of the provider's name
+  EngineKind engine;
+  std::string_view fixed;         // driver and options
+  std::string_view default_port;  // empty: the driver takes host and port in one word
+  std::string_view server_key;
+  std::string_view catalogue_from;  // the key of the string that names the database
+  std::string_view catalogue_key;   // the driver's key for it; empty: it has none
+  std::string_view libpq;           // options of the client library under psqlodbc; empty: another driver
+};
+
+constexpr std::array<Provider, 5> kProviders{{
+    {"SQLOLEDB", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8", "1433", "Server",
+     "Initial Catalog", "Database", ""},
+    {"Microsoft.Jet.OLEDB", EngineKind::kSqlite, "", "", "", "", "", ""},
+    {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", "", ""},
+    {"Sybase.ASEOLEDBProvider", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8", "5000",
+     "Server", "Initial Catalog", "Database", ""},
+    // Protocol 7.4-0: the driver leaves the undoing of failed statements to us (psqlodbc 13.02). The options end the
+    // wait for a server that the network has lost, after some 30 seconds.
+    {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0", "5432",
+     "Server", "location", "dbname", "tcp_user_timeout=30000 keepalives_idle=15 keepalives_interval=5"},
+}};
+
+constexpr std::string_view kBlanks = " \t";
+
+// The value of a key in "key=value;key=value", empty when it is not there. Nothing is quoted in such a string.
+std::string_view value_of(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, text.find(';'));
+    text.remove_prefix(std::min(part.size() + 1, text.size()));
+    const std::size_t equals = part.find('=');
+    if (equals == std::string_view::npos) continue;
+    if (equal_ignoring_case(trimmed(part.substr(0, equals), kBlanks), key)) return part.substr(equals + 1);
+  }
+  return {};
+}
+
+bool contains_ignoring_case(std::string_view text, std::string_view part) {
+  for (std::size_t at = 0; at + part.size() <= text.size(); ++at) {
+    if (equal_ignoring_case(text.substr(at, part.size()), part)) return true;
+  }
+  return false;
+}
+
+// Appends ";key=value". A value that begins with a brace stands between braces, or it would swallow what follows; all
+// other characters are taken as they are (FreeTDS 1.3, which would keep the last brace of a password).
+void append(std::string &text, std::string_view key, std::string_view value) {
+  if (value.empty()) return;
+  text += ';';
+  text += key;
+  text += '=';
+  if (!value.starts_with('{')) {
+    text += value;
+    return;
+  }
+  text += '{';
+  for (const char c : value) text.append(c == '}' ? 2 : 1, c);
+  text += '}';
+}
+
+// A value as psqlodbc 13.02 decodes it in "PWD" and "pqopt"; "UID" and "Database" it takes as they are written, and the
+// driver manager misreads a brace in front.
+std::string for_psqlodbc(std::string_view value) {
+  constexpr std::string_view kHex = "0123456789ABCDEF";
+  std::string text;
+  for (const char c : value) {
+    if (std::string_view("%+{}").find(c) == std::string_view::npos) {
+      text += c;
+    } else {
+      text.append({'%', kHex[static_cast<std::size_t>(c / 16)], kHex[static_cast<std::size_t>(c % 16)]});
+    }
+  }
+  return text;
+}
+
+// Appends " key='value'" as libpq reads it.
+void append_option(std::string &options, std::string_view key, std::string_view value) {
+  if (value.empty()) return;
+  options += ' ';
+  options += key;
+  options += "='";
+  for (const char c : value) {
+    if (c == '\'' || c == '\\') options += '\\';
+    options += c;
+  }
+  options += '\'';
+}
+
+const Provider *provider_of(std::string_view name) {
+  for (const Provider &provider : kProviders) {
+    if (equal_ignoring_case(name.substr(0, provider.name.size()), provider.name)) return &provider;
+  }
+  return nullptr;
+}
+
+std::string odbc_string(const Provider &provider, std::string_view text, std::string_view source) {
+  std::string odbc(provider.fixed);
+  const ServerAddress address = server_address(source);
+  if (provider.default_port.empty()) {
+    append(odbc, provider.server_key, source);
+  } else {
+    append(odbc, provider.server_key, address.host);
+    // A named instance has a port of its own, which its server tells.
+    const bool named = address.host.find('\\') != std::string::npos;
+    const std::string_view usual = named ? std::string_view() : provider.default_port;
+    append(odbc, "Port", address.port.empty() ? usual : std::string_view(address.port));
+  }
+  const std::string_view user = value_of(text, "User ID");
+  const std::string_view password = value_of(text, "Password");
+  const std::string_view catalogue = value_of(text, provider.catalogue_from);
+  if (!provider.libpq.empty()) {
+    std::string options(provider.libpq);
+    append_option(options, provider.catalogue_key, catalogue);
+    append_option(options, "user", user);
+    odbc += ";pqopt=" + for_psqlodbc(options);
+    return password.empty() ? odbc : odbc + ";PWD=" + for_psqlodbc(password);
+  }
+  if (!provider.catalogue_key.empty()) append(odbc, provider.catalogue_key, catalogue);
+  append(odbc, "UID", user);
+  append(odbc, "PWD", password);
+  return odbc;
+}
+
+}  // namespace
+
+ServerAddress server_address(std::string_view data_source) {
+  const std::size_t at = data_source.find_last_of(":,");
+  const std::string_view port = at == std::string_view::npos ? std::string_view() : data_source.substr(at + 1);
+  const bool is_port = !port.empty() && port.find_first_not_of("0123456789") == std::string_view::npos;
+  // More than one colon before the number is an address of the newer protocol without a port.
+  const bool is_bare_address =
+      is_port && data_source[at] == ':' && data_source.find(':') != at && !data_source.substr(0, at).ends_with(']');
+  const bool has_port = is_port && !is_bare_address;
+  std::string_view host = has_port ? data_source.substr(0, at) : data_source;
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  return {std::string(host), std::string(has_port ? port : std::string_view())};
+}
+
+EngineCall engine_call(std::string_view connection_string) {
+  const std::string_view driver = value_of(connection_string, "Driver");
+  if (!driver.empty() || !value_of(connection_string, "DSN").empty()) {
+    std::string text(connection_string);
+    // Without it this driver undoes a whole transaction for one statement that does not parse (psqlodbc 13.02).
+    const bool is_psqlodbc = contains_ignoring_case(driver, "psqlodbc") || contains_ignoring_case(driver, "postgresql");
+    if (is_psqlodbc && value_of(text, "Protocol").empty()) text += ";Protocol=7.4-0";
+    return {EngineKind::kOdbc, std::move(text)};
+  }
+  const Provider *provider = provider_of(trimmed(value_of(connection_string, "Provider"), kBlanks));
+  const std::string_view source = value_of(connection_string, "Data Source");
+  if (provider == nullptr || trimmed(source, kBlanks).empty()) return {};
+  if (provider->engine == EngineKind::kSqlite) return {EngineKind::kSqlite, std::string(source)};
+  return {EngineKind::kOdbc, odbc_string(*provider, connection_string, source)};
+}
+
+}  // namespace quillanest

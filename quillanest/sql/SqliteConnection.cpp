@@ -1,0 +1,218 @@
+// SQLite files through SQLite's own interface.
+//
+// A transaction is kept whole by the file's own journal, rollback or write-ahead, as the file is set up: a program that
+// is killed leaves a file that the next open brings back to its former rows.
+//
+// What a file holds beside its rows is not trusted: its views and triggers run functions that can do no harm, and no
+// longer than a statement has.
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <sqlite3.h>
+#include <string>
+#include <utility>
+
+#include "quillanest/platform/TextFile.h"
+#include "quillanest/sql/ComError.h"
+#include "quillanest/sql/Engines.h"
+
+namespace quillanest {
+namespace {
+
+constexpr int kBusyMilliseconds = 2000;
+constexpr int kStepsPerLook = 10'000;  // of SQLite's machine, between two looks at the clock; less than a millisecond
+
+bool is_busy(int code) { return (code & 0xFF) == SQLITE_BUSY; }
+
+struct CloseDatabase {
+  void operator()(sqlite3 *database) const { sqlite3_close_v2(database); }
+};
+struct FinishStatement {
+  void operator()(sqlite3_stmt *statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, FinishStatement>;
+
+// A date literal between '#', outside quotes, becomes a text.
+std::string with_quoted_dates(std::string statement) {
+  bool quoted = false;
+  for (char &c : statement) {
+    if (c == '\'') quoted = !quoted;
+    if (c == '#' && !quoted) c = '\'';  // not counted as a quote: the text up to the next '#' holds none
+  }
+  return statement;
+}
+
+bool is_date_column(const char *declared) {
+  if (declared == nullptr) return false;
+  std::string type = declared;
+  std::transform(type.begin(), type.end(), type.begin(),
+                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; });
+  return type.find("DATE") != std::string::npos || type.find("TIME") != std::string::npos;
+}
+
+// SQLite gives a text or a name without an address when it found no memory for it.
+[[noreturn]] void raise_shortage() { throw _com_error(-SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM)); }
+
+Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
+  switch (sqlite3_column_type(statement, column)) {
+    case SQLITE_INTEGER:
+      return std::int64_t{sqlite3_column_int64(statement, column)};
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(statement, column);
+    case SQLITE_NULL:
+      return {};
+    default: {
+      // Texts come in UTF-8 whatever the file holds; blobs as they are.
+      const bool is_text = sqlite3_column_type(statement, column) == SQLITE_TEXT;
+      const void *bytes = is_text ? sqlite3_column_text(statement, column) : sqlite3_column_blob(statement, column);
+      if (is_text && bytes == nullptr) raise_shortage();
+      const auto *text = static_cast<const char *>(bytes);
+      const std::string_view view(text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+      SYSTEMTIME date{};
+      if (is_date && parse_date(view, date)) return date;
+      return view;
+    }
+  }
+}
+
+class SqliteConnection : public Connection {
+ public:
+  SqliteConnection(const std::string &path, std::chrono::milliseconds limit) : limit_(limit) {
+    if (!file_size(path)) raise(SQLITE_CANTOPEN);  // some names would open a store that is no file
+    sqlite3 *database = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    database_.reset(database);
+    if (result != SQLITE_OK) raise(result);
+    // A file that may only be read opens all the same, and would fail the whole save later.
+    if (sqlite3_db_readonly(database, "main") != 0) raise(SQLITE_READONLY);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_progress_handler(database, kStepsPerLook, is_late, this);
+    look_at_file();
+    sqlite3_busy_timeout(database, kBusyMilliseconds);
+  }
+
+  std::int64_t execute(const std::string &statement) override {
+    // A full disk, or a trigger that says so, undoes the whole transaction; what followed would be kept without what
+    // came before it.
+    if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
+    const int before = sqlite3_total_changes(database_.get());
+    run(with_quoted_dates(statement));
+    return sqlite3_total_changes(database_.get()) - before;
+  }
+
+  RowSet query(const std::string &text, std::size_t most_rows) override {
+    const Statement statement = prepare(with_quoted_dates(text));
+    const int count = sqlite3_column_count(statement.get());
+    std::vector<std::string> names;
+    std::vector<bool> dates;
+    for (int i = 0; i < count; ++i) {
+      const char *name = sqlite3_column_name(statement.get(), i);
+      if (name == nullptr) raise_shortage();
+      names.emplace_back(name);
+      dates.push_back(is_date_column(sqlite3_column_decltype(statement.get(), i)));
+    }
+    RowSet rows(std::move(names));
+    int result = SQLITE_ROW;
+    while (rows.row_count() < most_rows && (result = sqlite3_step(statement.get())) == SQLITE_ROW) {
+      for (int i = 0; i < count; ++i) rows.add(column_value(statement.get(), i, dates[static_cast<std::size_t>(i)]));
+    }
+    if (result != SQLITE_DONE && result != SQLITE_ROW) raise(result);
+    note_success();
+    return rows;
+  }
+
+  [[nodiscard]] bool is_locked() const noexcept override { return locked_; }
+
+  // Takes the right to write at once, so that a transaction never fails half-way because somebody else has it.
+  void begin() override {
+    keep_pages();
+    run("BEGIN IMMEDIATE");
+    in_transaction_ = true;
+  }
+  void commit() override {
+    run("COMMIT");
+    in_transaction_ = false;
+  }
+  void rollback() noexcept override {
+    (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    in_transaction_ = false;
+  }
+
+ private:
+  [[noreturn]] void raise(int code) {
+    if (is_busy(code)) {
+      locked_ = true;
+      sqlite3_busy_timeout(database_.get(), 0);
+    }
+    const char *text = database_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(database_.get());
+    throw _com_error(-code, text);
+  }
+
+  // The beginning of a transaction is no success yet: whoever reads the file is met at its end.
+  void note_success() noexcept {
+    if (!locked_ || sqlite3_get_autocommit(database_.get()) == 0) return;
+    locked_ = false;
+    sqlite3_busy_timeout(database_.get(), kBusyMilliseconds);
+  }
+
+  static int is_late(void *connection) {
+    const auto &self = *static_cast<const SqliteConnection *>(connection);
+    return std::chrono::steady_clock::now() > self.deadline_ ? 1 : 0;
+  }
+
+  // Reads the file, which shows whether it is a database. One that is locked at the moment counts as one.
+  void look_at_file() {
+    try {
+      run("PRAGMA schema_version");
+    } catch (const _com_error &) {
+      if (!locked_) throw;
+      locked_ = false;  // not waited for yet
+    }
+  }
+
+  // A transaction larger than the cache would otherwise wait for readers of the file at every page, not once at the
+  // end. This reads the file, and counts only outside a transaction.
+  void keep_pages() {
+    if (keeps_pages_) return;
+    run("PRAGMA cache_spill = 0");
+    keeps_pages_ = true;
+  }
+
+  [[nodiscard]] Statement prepare(const std::string &text) {
+    deadline_ = std::chrono::steady_clock::now() + limit_;
+    sqlite3_stmt *statement = nullptr;
+    const char *rest = nullptr;
+    const int size = static_cast<int>(text.size() + 1);  // with its terminator, or SQLite would copy the text
+    const int result = sqlite3_prepare_v2(database_.get(), text.c_str(), size, &statement, &rest);
+    if (result != SQLITE_OK) raise(result);
+    Statement prepared(statement);
+    if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that is given no value
+    // A text with a quote in it can end its statement early and begin another.
+    if (std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string_view::npos) raise(SQLITE_ERROR);
+    return prepared;
+  }
+
+  void run(const std::string &text) {
+    const Statement statement = prepare(text);
+    int result = sqlite3_step(statement.get());
+    while (result == SQLITE_ROW) result = sqlite3_step(statement.get());
+    if (result != SQLITE_DONE) raise(result);
+    note_success();
+  }
+
+  std::chrono::milliseconds limit_;
+  std::chrono::steady_clock::time_point deadline_;  // of the statement under way
+  std::unique_ptr<sqlite3, CloseDatabase> database_;
+  bool in_transaction_ = false;
+  bool keeps_pages_ = false;
+  bool locked_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Connection> open_sqlite(const std::string &path, std::chrono::milliseconds limit) {
+  return std::make_unique<SqliteConnection>(path, limit);
+}
+
+}  // namespace quillanest

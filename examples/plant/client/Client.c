@@ -1,17 +1,9 @@
 /* A C client: it gets addresses of records and reads them through the generated structures. */
+#include "Client.h"
+
 #include <stdio.h>
 
-#include "Places.h"
 #include "plant.h"
-#include "system.h"
-
-#define NAMED(name) name
-#define MEMBER_SIZE(type, member) sizeof(((type *)0)->member)
-#include "Places.inc"
-
-struct Places places_in_c(void) {
-  return kPlaces;
-}
 
 void print_alarm(const void *record) {
   const plant_alarms *alarm = record;

@@ -76,7 +76,7 @@ struct RowsImage : LastingImage {
   bool load(int project) {
     clear(rows, 'Z');
     try {
-      return quillanest::CRtdbMedia(&manager).LoadTable(system, rows, project);
+      return quillanest::CRtdbMedia(manager).LoadTable(system, rows, project);
     } catch (const _com_error &) {
       return false;
     }

@@ -182,8 +182,6 @@ class QUILLANEST_API CRtdbManager {
   int find_database(CRtDataBase &database, Matches matches);
   template <class Matches>
   int update_directory(const _db_attr *attr, Matches matches);
-  template <class Load>
-  bool load_text(unsigned int databaseID, unsigned int tableID, Load load);
 
   _rtdb_attr attr_;
   std::array<std::shared_ptr<CRtDataBase>, RTDB_DATABASE_MAX> catalogue_;

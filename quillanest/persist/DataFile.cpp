@@ -5,7 +5,8 @@
 #include <string_view>
 
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
+#include "quillanest/persist/Walks.h"
 #include "quillanest/platform/Path.h"
 #include "quillanest/settings/Configuration.h"
 #include "quillanest/settings/DataFolders.h"
@@ -13,19 +14,17 @@
 
 namespace quillanest {
 
-CRtdbDataFile::CRtdbDataFile(CRtdbManager *manager) : manager_(manager) {
-  const std::string file = configuration_file_of(*manager);
+CRtdbDataFile::CRtdbDataFile(CRtdbManager &manager) : TableStore(manager) {
+  constexpr std::size_t kExtensionMax = 5;
+  const std::string file = configuration_file_of(manager);
   // Exactly 1: any other number leaves caption names off.
   use_caption_names_ = profile_int(file, kConfigurationSection, "UseCName", 0) == 1;
-  const std::string extension = profile_text(file, kConfigurationSection, "DataFileExt", ".txt");
-  extension.copy(extension_, sizeof extension_ - 1);
+  extension_ = profile_text(file, kConfigurationSection, "DataFileExt", ".txt").substr(0, kExtensionMax);
 }
 
-CRtdbDataFile::~CRtdbDataFile() = default;
-
-// The file of a table; nothing when the database has no folder, or a name is not one of a file.
+// The file of a table; nothing if the database has no folder, or the name would lead out of it.
 std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTable &table) const {
-  const DataFolders folders(configuration_file_of(*manager_), data_path_of(*manager_));
+  const DataFolders folders(configuration_file_of(manager()), data_path_of(manager()));
   const std::optional<std::string> folder =
       database.GetDBID() == kSystemDatabaseID ? folders.system_folder() : folders.baseline_folder();
   if (!folder) return std::nullopt;
@@ -35,33 +34,15 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
   std::string name = database_text(database, db_name);
   name += '_';
   name += block_text(*table.GetTableInfo(), table_name);
-  if (!is_file_name(name)) return std::nullopt;  // no name of a file, but a way out of the folder
+  if (!is_file_name(name)) return std::nullopt;
   return *folder + name + extension_;
 }
 
-bool CRtdbDataFile::SaveDataBase(CRtDataBase *database, int projectID) {
-  return for_each_table(*database, [&](CRtTable &table) { return SaveTable(database, &table, projectID); });
-}
-
-bool CRtdbDataFile::LoadDataBase(CRtDataBase *database, int projectID) {
-  return for_each_table(*database, [&](CRtTable &table) { return LoadTable(database, &table, nullptr, projectID); });
-}
-
-bool CRtdbDataFile::SaveAll(CRtdbManager *manager, int projectID) {
-  return for_each_database(*manager, [&](CRtDataBase &database) {
-    if (database.AttachShareMemory() == 0) return;
-    (void)SaveDataBase(&database, projectID);
-    (void)database.DetachShareMemory();
-  });
-}
-
-bool CRtdbDataFile::LoadSystem(CRtdbManager *manager) { return LoadDataBase(manager->GetSystemDB(), 0); }
-
-bool CRtdbDataFile::LoadAllCustomized(CRtdbManager *manager, int projectID) {
-  return for_each_database(*manager, [&](CRtDataBase &database) {
+bool CRtdbDataFile::LoadAllCustomized(int project) {
+  return for_each_database(manager(), [&](CRtDataBase &database) {
     // By design [SystemViewLeftOpen]: the system database is mapped and left so; the directory's next step unmaps it.
     if (database.AttachShareMemory() == 0 || database.GetDBID() == kSystemDatabaseID) return;
-    (void)LoadDataBase(&database, projectID);
+    (void)LoadDataBase(database, project);
     (void)database.DetachShareMemory();
   });
 }

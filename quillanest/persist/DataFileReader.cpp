@@ -8,7 +8,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
@@ -182,57 +182,67 @@ std::string configuration_of(const CRtTable &table) {
   return manager == nullptr ? std::string() : configuration_file_of(*manager);
 }
 
+// The lines of a file, with the header line taken.
+struct DataLines {
+  LineReader lines;
+  std::string_view header;
+};
+
+// Opens the lines of a file. The lines before the header for which is_remark(line) holds are passed over; the header is
+// the last of them if there is nothing else. Nothing if the bytes are not lines of text, or no line is left.
+template <class IsRemark>
+std::optional<DataLines> lines_of(FileText &file, IsRemark is_remark) {
+  const std::span<char> text = without_byte_order_mark(file.chars());
+  DataLines data{LineReader(text, kLineMax), {}};
+  if (!is_text_of_lines({text.data(), text.size()}, data.lines.has_zeros())) return std::nullopt;
+  do {
+    if (!data.lines.next(data.header)) return std::nullopt;
+  } while (is_remark(data.header) && !data.lines.at_end());
+  return data;
+}
+
 }  // namespace
 
-bool CRtdbDataFile::LoadTable(CRtDataBase *database, CRtTable *table, const char *path, int) {
-  const std::optional<std::string> own_path = path == nullptr ? path_of(*database, *table) : std::string(text_at(path));
-  if (!own_path) return false;
-  std::optional<FileText> file = read_file(*own_path);
-  if (!file) return true;
-  const TableView view = TableView::of(*table);
-  if (!view) return false;
+bool CRtdbDataFile::LoadTable(CRtDataBase &database, CRtTable &table, int) {
+  const std::optional<std::string> path = path_of(database, table);
+  return path && LoadTableFrom(table, *path);
+}
 
-  const std::span<char> text = without_byte_order_mark(file->chars());
-  LineReader lines(text, kLineMax);
-  if (!is_text_of_lines({text.data(), text.size()}, lines.has_zeros())) return false;
-  std::string_view line;
-  do {
-    if (!lines.next(line)) return false;
-    // By design [CommentsOnlyEmpties]: comments whose last line has no line end leave an empty table.
-  } while (is_skipped_before_header(line) && !lines.at_end());
+bool CRtdbDataFile::LoadTableFrom(CRtTable &table, const std::string &path) {
+  std::optional<FileText> file = read_file(path);
+  if (!file) return true;
+  const TableView view = TableView::of(table);
+  if (!view) return false;
+  std::optional<DataLines> data = lines_of(*file, is_skipped_before_header);
+  if (!data) return false;
+  // By design [CommentsOnlyEmpties]: comments whose last line has no line end leave an empty table.
   std::vector<const _field_attr *> fields;
-  if (!is_skipped_before_header(line)) {
-    fields = map_columns(*table, view, {line, separator_}, use_caption_names_, FirstColumn::kIsKey);
+  if (!is_skipped_before_header(data->header)) {
+    fields = map_columns(table, view, {data->header, separator_}, use_caption_names_, FirstColumn::kIsKey);
   }
 
-  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
-  const std::int32_t count = fill_records(view, lines, separator_, fields, cipher);
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
+  const std::int32_t count = fill_records(view, data->lines, separator_, fields, cipher);
   view.set_count(count);
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   return true;
 }
 
-bool LoadSomeDataFile(CRtDataBase *, CRtTable *table, const char *path, bool use_caption_names, char separator) {
-  if (path == nullptr) return true;
-  std::optional<FileText> file = read_file(std::string(text_at(path)));
+bool LoadSomeDataFile(CRtTable &table, const std::string &path, bool use_caption_names, char separator) {
+  std::optional<FileText> file = read_file(path);
   if (!file) return true;
-  const TableView view = TableView::of(*table);
+  const TableView view = TableView::of(table);
   if (!view) return false;
-
-  const std::span<char> text = without_byte_order_mark(file->chars());
-  LineReader lines(text, kLineMax);
-  if (!is_text_of_lines({text.data(), text.size()}, lines.has_zeros())) return false;
-  std::string_view line;
-  do {
-    if (!lines.next(line)) return false;
-  } while (line.starts_with('#') && !lines.at_end());
+  std::optional<DataLines> data = lines_of(*file, [](std::string_view line) { return line.starts_with('#'); });
+  if (!data) return false;
   const std::vector<const _field_attr *> fields =
-      map_columns(*table, view, {line, separator}, use_caption_names, FirstColumn::kByName);
+      map_columns(table, view, {data->header, separator}, use_caption_names, FirstColumn::kByName);
 
-  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_of(*table));
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_of(table));
   const _field_attr *modified = find_version_fields(view).modified;
-  while (!lines.at_end() && lines.next(line)) {
-    merge_line(*table, view, {line, separator}, fields, modified, cipher);
+  std::string_view line;
+  while (!data->lines.at_end() && data->lines.next(line)) {
+    merge_line(table, view, {line, separator}, fields, modified, cipher);
   }
   view.note_order(keys_ascend(view));  // a column may have changed keys
   return true;

@@ -13,7 +13,7 @@
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
@@ -133,13 +133,13 @@ NewFile new_file_for(const TableView &view) {
 
 }  // namespace
 
-bool CRtdbDataFile::SaveTable(CRtDataBase *database, CRtTable *table, int) {
-  const TableView view = TableView::of(*table);
+bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
+  const TableView view = TableView::of(table);
   if (!view) return false;
-  const std::optional<std::string> path = path_of(*database, *table);
+  const std::optional<std::string> path = path_of(database, table);
   if (!path) return false;
   // First, because it reads files: without a descriptor for them the key would not be found.
-  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(*manager_));
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
   if (!passwords_are_whole(view, cipher)) return false;
   FileReplacement file(*path, new_file_for(view));
   if (!file.is_open()) return false;

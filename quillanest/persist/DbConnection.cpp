@@ -1,6 +1,5 @@
 #include "quillanest/persist/DbConnection.h"
 
-#include <string_view>
 #include <utility>
 
 #include "quillanest/platform/Path.h"
@@ -9,28 +8,6 @@
 
 namespace quillanest {
 namespace {
-
-// What every provider's connection string starts with and what follows the credentials.
-struct ProviderText {
-  int type;
-  std::string_view start;
-  std::string_view init_db_key;  // empty: the provider takes none
-};
-
-constexpr std::array<ProviderText, 5> kProviderTexts{{
-    {DB_TYPE_SQLSERVER, "Provider=SQLOLEDB.1;Persist Security Info=False;", ";Initial Catalog="},
-    {DB_TYPE_JET, "Provider=Microsoft.Jet.OLEDB.4.0;Persist Security Info=False;", ""},
-    {DB_TYPE_ORACLE, "Provider=OraOLEDB.Oracle.1;Persist Security Info=False;", ""},
-    {DB_TYPE_SYBASE, "Provider=Sybase.ASEOLEDBProvider.2;Persist Security Info=False;", ";Initial Catalog="},
-    {DB_TYPE_POSTGRESQL, "Provider=PostgreSQL OLE DB Provider;", ";location="},
-}};
-
-const ProviderText *provider_text(int type) {
-  for (const ProviderText &provider : kProviderTexts) {
-    if (provider.type == type) return &provider;
-  }
-  return nullptr;
-}
 
 // Widths of the settings, terminator included.
 constexpr std::size_t kNameSize = 64;
@@ -43,8 +20,9 @@ CDbConnection::~CDbConnection() {
   if (open_mask_ != 0) (void)Close();
 }
 
-std::optional<std::string> CDbConnection::GetDataSource(int slot) {
-  return slots_[static_cast<std::size_t>(slot)].name;
+std::optional<std::string> CDbConnection::GetDataSource(int slot_number, const DataSource &data_source) const {
+  const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
+  return data_source ? data_source(slot.type, slot.name) : slot.name;
 }
 
 void CDbConnection::SetIniFile(const char *path) { ini_file_ = path; }
@@ -72,28 +50,28 @@ void CDbConnection::ReadConfig() {
 
 // The connection string of a slot; nothing for a type that is none, an unusable data source, or a string that is too
 // long. Nothing in it is escaped.
-std::optional<std::string> CDbConnection::connection_string(int slot_number) {
+std::optional<std::string> CDbConnection::connection_string(int slot_number, const DataSource &data_source) const {
   const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   if (slot.type == DB_TYPE_INI_CONNSTR) {
     const std::string file = folder_of(ini_file_) + slot.name;
     return profile_text(file, slot.conn_group, slot.conn_key).substr(0, kConnectionStringSize - 1);
   }
-  const ProviderText *provider = provider_text(slot.type);
-  if (provider == nullptr) return std::nullopt;
-  const std::optional<std::string> source = GetDataSource(slot_number);
+  const Dialect &dialect = dialect_of_type(slot.type);
+  if (dialect.engine == EngineKind::kNone) return std::nullopt;
+  const std::optional<std::string> source = GetDataSource(slot_number, data_source);
   if (!source) return std::nullopt;
-  std::string text(provider->start);
+  std::string text(dialect.provider_words);
   text += "User ID=" + slot.user + ";Password=" + slot.password + ";Data Source=" + *source;
-  if (!provider->init_db_key.empty()) text += std::string(provider->init_db_key) + slot.init_db;
+  if (!dialect.catalogue_word.empty()) text.append(";").append(dialect.catalogue_word).append("=" + slot.init_db);
   if (text.size() >= kConnectionStringSize) return std::nullopt;
   return text;
 }
 
-bool CDbConnection::open_slot(int slot_number) {
+bool CDbConnection::open_slot(int slot_number, const DataSource &data_source) {
   Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   slot.rows.reset();
   slot.connection.reset();
-  const std::optional<std::string> text = connection_string(slot_number);
+  const std::optional<std::string> text = connection_string(slot_number, data_source);
   if (!text) return false;
   const bool again = waits_once_ && *text == slot.tried;
   if (again && slot.failed) return false;
@@ -108,11 +86,11 @@ bool CDbConnection::open_slot(int slot_number) {
   return !slot.failed;
 }
 
-int CDbConnection::Open(bool firstOnly) {
+int CDbConnection::Open(bool firstOnly, const DataSource &data_source) {
   if (open_mask_ > 0) return open_mask_;
   ReadConfig();
   for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
-    if (!open_slot(slot)) continue;
+    if (!open_slot(slot, data_source)) continue;
     open_mask_ |= 1 << slot;
     if (firstOnly) break;
   }
@@ -147,11 +125,13 @@ std::optional<std::int64_t> CDbConnection::run(const char *statement, int target
   return changed;
 }
 
-void CDbConnection::run_unseen(const std::string &statement, bool plain) {
-  // With two slots the second one waits for what the first one says.
+void CDbConnection::run_deferred(const Statement &statement) {
+  // With two slots the second one waits for the result of the first one.
   const bool alone = (open_mask_ & (open_mask_ - 1)) == 0;
-  if (plain && alone && current() != nullptr) return current()->connection->execute_unseen(statement);
-  (void)run(statement.c_str(), TARGET_BOTH);
+  if (statement.is_plain && alone && current() != nullptr) {
+    return current()->connection->execute_deferred(statement.text);
+  }
+  (void)run(statement.text.c_str(), TARGET_BOTH);
 }
 
 CDbConnection::Backslashes CDbConnection::backslashes() {

@@ -8,11 +8,13 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "quillanest/sql/Connection.h"
+#include "quillanest/sql/Dialects.h"
 #include "quillanest/sql/RowSet.h"
 
 namespace quillanest {
@@ -21,22 +23,25 @@ inline constexpr int SLOT_MAIN = 0;
 inline constexpr int SLOT_BACKUP = 1;
 inline constexpr int TARGET_BOTH = 3;
 
-inline constexpr int DB_TYPE_SQLSERVER = 0;
-inline constexpr int DB_TYPE_JET = 1;
-inline constexpr int DB_TYPE_ORACLE = 2;
-inline constexpr int DB_TYPE_SYBASE = 3;
-inline constexpr int DB_TYPE_POSTGRESQL = 7;
-inline constexpr int DB_TYPE_INI_CONNSTR = 100;
+// A statement, and whether its texts hold no quotes and no backslashes.
+struct Statement {
+  std::string text;
+  bool is_plain = true;
+};
 
 class CDbConnection {
  public:
+  // The data source of a slot by the type and the name that the configuration gives; nothing if the slot cannot be
+  // used. Without a function the name is the data source.
+  using DataSource = std::function<std::optional<std::string>(int type, const std::string &name)>;
+
   CDbConnection() = default;
-  virtual ~CDbConnection();
+  ~CDbConnection();
   CDbConnection(const CDbConnection &) = delete;
   CDbConnection &operator=(const CDbConnection &) = delete;
 
-  // What the connection string of a slot names as its data source; nothing when the slot cannot be used.
-  virtual std::optional<std::string> GetDataSource(int slot);
+  // What the connection string of a slot names as its data source; nothing if the slot cannot be used.
+  [[nodiscard]] std::optional<std::string> GetDataSource(int slot, const DataSource &data_source = {}) const;
 
   void SetIniFile(const char *path);
   void SetSection(const char *section);
@@ -44,7 +49,7 @@ class CDbConnection {
 
   // Opens the slots that the configuration names, only the first that can be opened with `firstOnly`, and returns the
   // mask of open slots (bit 0 main, bit 1 backup). With a slot open already it returns at once.
-  int Open(bool firstOnly);
+  int Open(bool firstOnly, const DataSource &data_source = {});
   // Closes every slot; always true.
   bool Close();
 
@@ -68,18 +73,15 @@ class CDbConnection {
   [[nodiscard]] int GetCurrentType() const;
   [[nodiscard]] int GetCurrentSlot() const { return current_slot_; }
 
- protected:
-  [[nodiscard]] int slot_type(int slot) const { return slots_[static_cast<std::size_t>(slot)].type; }
-  // The row set and row that the reader stands on, for readers that look columns up once; null without a row.
+  // The row set and row that the reader is at, for readers that look columns up once; null without a row.
   [[nodiscard]] const RowSet *rows() const;
   [[nodiscard]] std::size_t row() const { return row_; }
 
   // What Execute does, with the whole count of the last slot; nothing when a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
-  // Runs a statement on every open slot, also after one that failed. `plain`: its texts hold no quotes and no
-  // backslashes.
-  void run_unseen(const std::string &statement, bool plain);
+  // Runs a statement whose result is not needed on every open slot, at the latest before the next operation.
+  void run_deferred(const Statement &statement);
 
   // How the open slots take a backslash in a text: as itself, as the beginning of an escape, or some this way and some
   // that way. Asks each slot once.
@@ -116,8 +118,8 @@ class CDbConnection {
     std::optional<RowSet> rows;
   };
 
-  [[nodiscard]] std::optional<std::string> connection_string(int slot_number);
-  bool open_slot(int slot_number);
+  [[nodiscard]] std::optional<std::string> connection_string(int slot_number, const DataSource &data_source) const;
+  bool open_slot(int slot_number, const DataSource &data_source);
   [[nodiscard]] Slot *current();
   [[nodiscard]] const Slot *current() const;
 

@@ -81,7 +81,7 @@ std::string member_line(const CRtField &field) {
 }
 
 template <class Visit>
-void for_each_table(CRtDataBase &database, Visit visit) {
+void for_each_slot(CRtDataBase &database, Visit visit) {
   CRtTable table;
   for (int position = database.GetFirstTablePostion(); database.GetNextTable(table, position);) visit(table);
 }
@@ -120,11 +120,11 @@ std::string include_file_text(CRtDataBase &database) {
                             caption_of(attr));
   };
   text += kTableIDs;
-  for_each_table(database, [&](CRtTable &table) { table_line(table, "_ID", static_cast<int>(table.GetTableID())); });
+  for_each_slot(database, [&](CRtTable &table) { table_line(table, "_ID", static_cast<int>(table.GetTableID())); });
   text += kTableSlots;
-  for_each_table(database, [&](CRtTable &table) { table_line(table, "_INDEX", table.GetIndexInDB()); });
+  for_each_slot(database, [&](CRtTable &table) { table_line(table, "_INDEX", table.GetIndexInDB()); });
 
-  for_each_table(database, [&](CRtTable &table) {
+  for_each_slot(database, [&](CRtTable &table) {
     const _table_attr &attr = *table.GetTableInfo();
     text += joined({kFieldSlots, caption_of(attr), ")\n"});
     for_each_field(table, [&](const CRtField &field) {
@@ -134,7 +134,7 @@ std::string include_file_text(CRtDataBase &database) {
   });
   text += "\n\n";
 
-  for_each_table(database, [&](CRtTable &table) {
+  for_each_slot(database, [&](CRtTable &table) {
     const _table_attr &attr = *table.GetTableInfo();
     text += "\ntypedef struct \n{\n";
     for_each_field(table, [&](const CRtField &field) { text += member_line(field); });

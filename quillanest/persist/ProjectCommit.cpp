@@ -5,7 +5,7 @@
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/RtdbMedia.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::as_bytes;
@@ -53,7 +53,7 @@ bool CRtTable::InsertRecordToDb(char *record) {
   const TableView view = TableView::of(*this);
   if (!view.is_record(record) || database_->GetRtdbManager() == nullptr) return false;
   return neutral_on_failure(false, [&] {
-    CRtdbMedia store(database_->GetRtdbManager());
+    CRtdbMedia store(*database_->GetRtdbManager());
     return store.InsertRecord(store_table_name(*database_, *this), {as_bytes(record), view.record_bytes()},
                               quillanest::fields_of(view));
   });
@@ -68,11 +68,9 @@ bool CRtTable::UpdateRecordToDb(char *record) {
     if (const _field_attr *field = find_version_fields(view).project; field != nullptr) {
       condition += " AND iProjectID = " + std::to_string(project_of(bytes, *field));
     }
-    CRtdbMedia store(database_->GetRtdbManager());
+    CRtdbMedia store(*database_->GetRtdbManager());
     const std::string name = store_table_name(*database_, *this);
-    const std::string statement = "DELETE FROM " + name + " WHERE " + condition;
-    return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0 &&
-           store.InsertRecord(name, bytes, quillanest::fields_of(view));
+    return store.DeleteRows(name, condition) && store.InsertRecord(name, bytes, quillanest::fields_of(view));
   });
 }
 
@@ -83,8 +81,7 @@ bool CRtTable::RemoveRecordInDb(int key, int projectID) {
     if (FindFieldFromName(quillanest::kProjectField.data(), false) >= 0) {
       condition += " AND iProjectID = " + std::to_string(projectID);
     }
-    CRtdbMedia store(database_->GetRtdbManager());
-    const std::string statement = "DELETE FROM " + store_table_name(*database_, *this) + " WHERE " + condition;
-    return store.Execute(statement.c_str(), quillanest::TARGET_BOTH) >= 0;
+    CRtdbMedia store(*database_->GetRtdbManager());
+    return store.DeleteRows(store_table_name(*database_, *this), condition);
   });
 }

@@ -1,14 +1,12 @@
 // Saving tables into the relational store, and the walks over databases.
 #include "quillanest/persist/RtdbMedia.h"
 
-#include <exception>
-#include <utility>
-
+#include "quillanest/base/Neutral.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/settings/DataFolders.h"
 #include "quillanest/shm/FieldType.h"
 
@@ -46,9 +44,8 @@ struct CRtdbMedia::Source {
 
 // A statement that inserts a record.
 struct CRtdbMedia::Insert {
-  std::string text;
+  Statement statement;
   bool is_whole = true;  // every value ends where it should
-  bool is_plain = true;  // without quotes and backslashes in its texts
 };
 
 bool CRtdbMedia::has_changes(const Source &source) {
@@ -67,74 +64,77 @@ FieldList fields_of(const TableView &view) {
 // Every open database must read the text to its end and not further, each in its own way.
 bool CRtdbMedia::stays_in_quotes(std::string_view text) {
   if (text.find('\\') == std::string_view::npos) return has_pairs_of_quotes(text, false);
-  const Backslashes found = backslashes();
+  const CDbConnection::Backslashes found = connection_.backslashes();
   return (!found.plain || has_pairs_of_quotes(text, false)) && (!found.escapes || has_pairs_of_quotes(text, true));
 }
 
-CRtdbMedia::CRtdbMedia(CRtdbManager *manager)
-    : manager_(manager),
-      cipher_(
-          PasswordCipher::from_configuration(manager == nullptr ? std::string() : configuration_file_of(*manager))) {
-  if (manager != nullptr) SetIniFile(configuration_file_of(*manager).c_str());
-  SetSection("RtdbMedia");
-  wait_once();
+CRtdbMedia::CRtdbMedia(CRtdbManager &manager)
+    : TableStore(manager), cipher_(PasswordCipher::from_configuration(configuration_file_of(manager))) {
+  connection_.SetIniFile(configuration_file_of(manager).c_str());
+  connection_.SetSection("RtdbMedia");
+  connection_.wait_once();
 }
 
-std::optional<std::string> CRtdbMedia::GetDataSource(int slot) {
-  std::optional<std::string> name = CDbConnection::GetDataSource(slot);
-  if (slot_type(slot) != DB_TYPE_JET || manager_ == nullptr) return name;
-  const DataFolders folders(configuration_file_of(*manager_), data_path_of(*manager_));
-  const std::optional<std::string> folder = bSystemDB ? folders.system_folder() : folders.baseline_folder();
-  if (!folder || !name || name->empty()) return std::nullopt;
-  return *folder + *name;
+// A file database is in the folder of the system database or of the baseline.
+int CRtdbMedia::open(Folder folder, bool first_only) {
+  const auto data_source = [&](int type, const std::string &name) -> std::optional<std::string> {
+    if (type != DB_TYPE_JET) return name;
+    const DataFolders folders(configuration_file_of(manager()), data_path_of(manager()));
+    const std::optional<std::string> path =
+        folder == Folder::kSystem ? folders.system_folder() : folders.baseline_folder();
+    if (!path || name.empty()) return std::nullopt;
+    return *path + name;
+  };
+  // By design [OpenNeverFails]: this is a mask, never the -1 of a failure, so no operation ends with it.
+  return connection_.Open(first_only, data_source);
 }
 
-void CRtdbMedia::open_for(CRtDataBase &database, bool first_only) {
-  bSystemDB = database.GetDBID() == kSystemDatabaseID;
-  // By design [OpenNeverFails]: what Open returns is a mask, never the -1 of a failure, so no operation ends here.
-  (void)Open(first_only);
+int CRtdbMedia::open_for(CRtDataBase &database, bool first_only) {
+  return open(database.GetDBID() == kSystemDatabaseID ? Folder::kSystem : Folder::kBaseline, first_only);
 }
 
 void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value) {
-  const int type = GetCurrentType();
+  const Dialect &dialect = dialect_of_type(connection_.GetCurrentType());
   std::string text;
   append_value_text(field.FieldType, value, cipher_, text);
   if (is_text_type(field.FieldType)) {
-    insert.is_plain = insert.is_plain && text.find_first_of("'\\") == std::string::npos;
+    insert.statement.is_plain = insert.statement.is_plain && text.find_first_of("'\\") == std::string::npos;
     // By design [QuotesNotEscaped]: a text goes into its quotes as it is. One that would end them early breaks its
     // statement.
     insert.is_whole = insert.is_whole && stays_in_quotes(text);
-    insert.text += '\'';
-    insert.text += text.empty() && type == DB_TYPE_JET ? " " : text;
-    insert.text += '\'';
+    insert.statement.text += '\'';
+    insert.statement.text += text.empty() ? dialect.empty_text : std::string_view(text);
+    insert.statement.text += '\'';
   } else if (field.FieldType != kTime) {
     // A text other than a digit would be no value, or would begin something else.
     const bool is_character = field.FieldType == kChar || field.FieldType == kUchar;
     insert.is_whole = insert.is_whole && (!is_character || is_digit(text));
-    insert.text += text;
-  } else if (type == DB_TYPE_ORACLE) {
-    insert.text += "to_date('" + text + "','YYYY-MM-DD HH24:MI:SS')";
+    insert.statement.text += text;
   } else {
-    const char quote = type == DB_TYPE_JET ? '#' : '\'';
-    insert.text += quote + text + quote;
+    insert.statement.text.append(dialect.date_start).append(text).append(dialect.date_end);
   }
 }
 
 CRtdbMedia::Insert CRtdbMedia::insert_statement(const std::string &store_table, std::span<std::byte> record,
                                                 const FieldList &fields) {
-  Insert insert{"INSERT INTO " + store_table + " VALUES("};
+  Insert insert{{"INSERT INTO " + store_table + " VALUES("}};
   for (std::size_t i = 0; i < fields.size(); ++i) {
     const std::int32_t offset = fields[i].FieldOffset;
     const bool inside = offset >= 0 && static_cast<std::size_t>(offset) < record.size();
     append_value(insert, fields[i], inside ? record.subspan(static_cast<std::size_t>(offset)) : std::span<std::byte>());
-    insert.text += i + 1 < fields.size() ? ',' : ')';
+    insert.statement.text += i + 1 < fields.size() ? ',' : ')';
   }
   return insert;
 }
 
 bool CRtdbMedia::InsertRecord(const std::string &store_table, std::span<std::byte> record, const FieldList &fields) {
   const Insert insert = insert_statement(store_table, record, fields);
-  return insert.is_whole && Execute(insert.text.c_str(), TARGET_BOTH) == 1;
+  return insert.is_whole && connection_.Execute(insert.statement.text.c_str(), TARGET_BOTH) == 1;
+}
+
+bool CRtdbMedia::DeleteRows(const std::string &store_table, const std::string &condition) {
+  const std::string statement = "DELETE FROM " + store_table + " WHERE " + condition;
+  return connection_.Execute(statement.c_str(), TARGET_BOTH) >= 0;
 }
 
 void CRtdbMedia::insert_record(const Source &source, std::int32_t position, ModifiedMarks &marks) {
@@ -146,14 +146,14 @@ void CRtdbMedia::insert_record(const Source &source, std::int32_t position, Modi
   // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on. A
   // broken statement is not even sent, because what a store makes of it may concern other rows.
   const Insert insert = insert_statement(source.store_table, bytes, source.fields);
-  if (insert.is_whole) run_unseen(insert.text, insert.is_plain);
+  if (insert.is_whole) connection_.run_deferred(insert.statement);
 }
 
 bool CRtdbMedia::save_all_rows(const Source &source, ModifiedMarks &marks) {
   std::string statement = "DELETE FROM " + source.store_table;
   if (source.versions.project != nullptr) statement += " WHERE iProjectID = 0";
   // The count of rows may be a negative number in 16 bits; only an error ends the save.
-  if (!run(statement.c_str(), TARGET_BOTH)) return false;
+  if (!connection_.run(statement.c_str(), TARGET_BOTH)) return false;
   const std::int32_t count = source.view.count();
   for (std::int32_t i = 0; i < count; ++i) insert_record(source, i, marks);
   return true;
@@ -167,32 +167,36 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
     const auto key = static_cast<std::int32_t>(view.key_at(i));
     const std::string statement = "DELETE FROM " + source.store_table + " WHERE ID = " + std::to_string(key) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (!run(statement.c_str(), TARGET_BOTH)) return false;
+    if (!connection_.run(statement.c_str(), TARGET_BOTH)) return false;
     insert_record(source, i, marks);
   }
   return true;
 }
 
-// Runs save(marks) in a transaction. What it has run is kept, also when it ends early; when that fails, the former rows
-// stand and the records are marked as before.
+// Runs save(marks) in a transaction. What it has run is kept, also if it ends early; if that fails, the store has the
+// former rows and the records are marked as before.
 template <class Save>
 bool CRtdbMedia::keep(const Source &source, Save save) {
-  if (!begin_transaction()) return false;
+  if (!connection_.begin_transaction()) return false;
   ModifiedMarks marks(source.view, source.versions.modified);
   bool saved = false;
-  bool kept = false;
-  try {
-    saved = save(marks);
-    kept = commit_transaction();
-  } catch (const std::exception &) {
-    rollback_transaction();
+  const bool kept = neutral_on_failure(false, [&] {
+    try {
+      saved = save(marks);
+      return connection_.commit_transaction();
+    } catch (const _com_error &) {
+      return false;
+    }
+  });
+  if (!kept) {
+    connection_.rollback_transaction();
+    marks.restore();
   }
-  if (!kept) marks.restore();
   return saved && kept;
 }
 
 bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) {
-  open_for(database, false);
+  (void)open_for(database, false);
   const TableView view = TableView::of(table);
   if (!view || !passwords_are_whole(view, cipher_)) return false;
   const Source source{view, store_table_name(database, table), fields_of(view), find_version_fields(view)};
@@ -205,18 +209,11 @@ bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) 
 }
 
 bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int project) {
-  open_for(database, false);
-  return for_each_table(database, [&](CRtTable &table) { return SaveTable(database, table, project); });
+  (void)open_for(database, false);
+  return TableStore::SaveDataBase(database, project);
 }
 
-bool CRtdbMedia::SaveAll(CRtdbManager &manager, int project) {
-  return for_each_database(manager, [&](CRtDataBase &database) {
-    if (database.AttachShareMemory() == 0) return;
-    open_for(database, false);
-    (void)SaveDataBase(database, project);
-    (void)Close();  // the next database may lie in another file
-    (void)database.DetachShareMemory();
-  });
-}
+// The next database may lie in another file.
+void CRtdbMedia::leave_database() { (void)connection_.Close(); }
 
 }  // namespace quillanest

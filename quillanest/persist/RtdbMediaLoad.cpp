@@ -7,7 +7,8 @@
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/RtdbMedia.h"
-#include "quillanest/persist/Store.h"
+#include "quillanest/persist/StoreNames.h"
+#include "quillanest/persist/Walks.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
 
@@ -103,15 +104,15 @@ void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std
 
 // Stores the reader's next `count` rows as the first records of the table.
 void CRtdbMedia::store_rows(const TableView &view, int count) {
-  MoveFirst();
-  const RowSet *set = rows();
+  connection_.MoveFirst();
+  const RowSet *set = connection_.rows();
   if (set == nullptr) return view.note_order(true);
   const ColumnMap map(view, *set);
   KeyOrder order(view);  // the store orders, but perhaps not by unsigned numbers
-  for (int i = 0; i < count; ++i, MoveNext()) {
+  for (int i = 0; i < count; ++i, connection_.MoveNext()) {
     std::byte *record = view.record(i);
     for (const auto &column : map.columns()) {
-      store_value(column.field, view.value(record, column.field), map.value(row(), column), cipher_);
+      store_value(column.field, view.value(record, column.field), map.value(connection_.row(), column), cipher_);
     }
     order.add(view.key_of(record));
   }
@@ -119,17 +120,17 @@ void CRtdbMedia::store_rows(const TableView &view, int count) {
 }
 
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {
-  open_for(database, true);
+  (void)open_for(database, true);
   const TableView view = TableView::of(table);
   if (!view) return false;
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
-  // One row more than the table takes tells that there are too many.
+  // One row more than the table takes shows that there are too many.
   const std::int32_t capacity = view.capacity();
   const std::size_t most_rows = static_cast<std::size_t>(capacity) + 1;
-  if (!OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) return false;
+  if (!connection_.OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) return false;
 
-  const int found = GetRecordCount();
+  const int found = connection_.GetRecordCount();
   const int count = std::min(found, capacity);
   store_rows(view, count);
   view.set_count(count);
@@ -143,33 +144,31 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
 }
 
 bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
-  if (!OpenRecordset(query)) return false;
+  if (!connection_.OpenRecordset(query)) return false;
   const TableView view = TableView::of(table);
-  MoveFirst();
-  const RowSet *set = rows();
+  connection_.MoveFirst();
+  const RowSet *set = connection_.rows();
   if (!view || set == nullptr) return true;
   const ColumnMap map(view, *set);
-  for (; !IsEOF(); MoveNext()) merge_row(table, view, map, row(), cipher_);
+  for (; !connection_.IsEOF(); connection_.MoveNext()) merge_row(table, view, map, connection_.row(), cipher_);
   return true;
 }
 
 bool CRtdbMedia::LoadDataBase(CRtDataBase &database, int project) {
-  open_for(database, true);
-  return for_each_table(database, [&](CRtTable &table) { return LoadTable(database, table, project); });
+  (void)open_for(database, true);
+  return TableStore::LoadDataBase(database, project);
 }
 
-bool CRtdbMedia::LoadAllCustomized(CRtdbManager &manager, int project) {
-  bSystemDB = false;
-  (void)Open(true);
+// All databases through one connection; the results of their tables are combined by "and".
+bool CRtdbMedia::LoadAllCustomized(int project) {
+  (void)open(Folder::kBaseline, true);
   bool result = true;
-  const bool walked = for_each_database(manager, [&](CRtDataBase &database) {
+  const bool walked = for_each_database(manager(), [&](CRtDataBase &database) {
     if (database.GetDBID() == kSystemDatabaseID || database.AttachShareMemory() == 0) return;
-    result = for_each_table(database, [&](CRtTable &table) { return LoadTable(database, table, project); }) && result;
+    result = TableStore::LoadDataBase(database, project) && result;
     (void)database.DetachShareMemory();
   });
   return walked && result;
 }
-
-bool CRtdbMedia::LoadSystem(CRtdbManager &manager) { return LoadDataBase(*manager.GetSystemDB(), 0); }
 
 }  // namespace quillanest

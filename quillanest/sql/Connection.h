@@ -33,13 +33,13 @@ class Connection {
   // transaction undoes itself and nothing else.
   virtual std::int64_t execute(const std::string &statement) = 0;
 
-  // Runs a statement whose outcome no caller needs, at the latest before the next operation. One that
-  // fails changes nothing. Its texts hold no quotes and no backslashes, because it may travel together with others.
-  virtual void execute_unseen(const std::string &statement) {
+  // Queues a statement whose result is not needed. It runs before the next operation at the latest; one that fails
+  // changes nothing. Its texts hold no quotes and no backslashes, because it may travel together with others.
+  virtual void execute_deferred(const std::string &statement) {
     try {
       (void)execute(statement);
     } catch (const _com_error &) {
-      // Unseen.
+      // Its result is not needed.
     }
   }
 

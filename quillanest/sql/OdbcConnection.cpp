@@ -12,6 +12,7 @@
 
 #include "quillanest/platform/Odbc.h"
 #include "quillanest/sql/ComError.h"
+#include "quillanest/sql/Dialects.h"
 #include "quillanest/sql/Engines.h"
 #include "quillanest/sql/OdbcRows.h"
 #include "quillanest/sql/OdbcWorker.h"
@@ -83,7 +84,7 @@ std::string server_name(const OdbcLink &link) {
 class OdbcConnection : public Connection {
  public:
   explicit OdbcConnection(std::unique_ptr<OdbcWorker> worker)
-      : worker_(std::move(worker)), server_(worker_->run(server_name)) {}
+      : worker_(std::move(worker)), undo_(undo_of_server(worker_->run(server_name))) {}
   ~OdbcConnection() override { rollback(); }
   OdbcConnection(const OdbcConnection &) = delete;
   OdbcConnection &operator=(const OdbcConnection &) = delete;
@@ -94,8 +95,8 @@ class OdbcConnection : public Connection {
     return run_undoable(text);
   }
 
-  void execute_unseen(const std::string &text) override {
-    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_unseen(text);
+  void execute_deferred(const std::string &text) override {
+    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_deferred(text);
     pending_.push_back(text);
     if (pending_.size() >= kStatementsPerMessage) flush();
   }
@@ -189,7 +190,7 @@ class OdbcConnection : public Connection {
   // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in front
   // of the statement and in one message with it, fails when the statement does not parse: psqlodbc 13.02 then undoes
   // the whole transaction and goes on in a new one.
-  [[nodiscard]] bool needs_savepoints() const { return server_ == "PostgreSQL"; }
+  [[nodiscard]] bool needs_savepoints() const { return undo_ == Undo::kBySavepoint; }
 
   // A savepoint for every statement would cost the server more than most statements do. So there is one for some
   // hundred, and after a failure those of them that were kept run once more.
@@ -211,23 +212,25 @@ class OdbcConnection : public Connection {
   // would be kept without what came before it.
   bool undo_statement() noexcept {
     try {
-      if (needs_savepoints()) {
-        undo_to_savepoint();
-        return true;
+      switch (undo_) {
+        case Undo::kBySavepoint:
+          undo_to_savepoint();
+          return true;
+        case Undo::kByServerIfItStaysOpen: {
+          const RowSet open = query("SELECT @@TRANCOUNT", 1);
+          return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
+        }
+        case Undo::kByServer:
+          return true;
       }
-      // Other servers undo the statement by themselves, but some errors end the transaction too.
-      if (server_.find("SQL Server") == std::string::npos && server_.find("Adaptive Server") == std::string::npos) {
-        return true;
-      }
-      const RowSet open = query("SELECT @@TRANCOUNT", 1);
-      return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
+      return false;
     } catch (const std::exception &) {
       return false;
     }
   }
 
   std::unique_ptr<OdbcWorker> worker_;
-  std::string server_;
+  Undo undo_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
   std::vector<std::string> pending_;  // statements without a waiting caller

@@ -1,39 +1,13 @@
 #include "quillanest/sql/Provider.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "quillanest/base/Text.h"
+#include "quillanest/sql/Dialects.h"
 
 namespace quillanest {
 namespace {
-
-// One row per provider: how its words become an ODBC connection string. A driver is named by its file, which needs no
-// registration, or by the name it is registered under.
-struct Provider {
-  std::string_view name;  // the start of the provider's name
-  EngineKind engine;
-  std::string_view fixed;         // driver and options
-  std::string_view default_port;  // empty: the driver takes host and port in one word
-  std::string_view server_key;
-  std::string_view catalogue_from;  // the key of the string that names the database
-  std::string_view catalogue_key;   // the driver's key for it; empty: it has none
-  std::string_view libpq;           // options of the client library under psqlodbc; empty: another driver
-};
-
-constexpr std::array<Provider, 5> kProviders{{
-    {"SQLOLEDB", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=7.4;ClientCharset=UTF-8", "1433", "Server",
-     "Initial Catalog", "Database", ""},
-    {"Microsoft.Jet.OLEDB", EngineKind::kSqlite, "", "", "", "", "", ""},
-    {"OraOLEDB.Oracle", EngineKind::kOdbc, "Driver={Oracle}", "", "DBQ", "", "", ""},
-    {"Sybase.ASEOLEDBProvider", EngineKind::kOdbc, "Driver=libtdsodbc.so;TDS_Version=5.0;ClientCharset=UTF-8", "5000",
-     "Server", "Initial Catalog", "Database", ""},
-    // Protocol 7.4-0: the driver leaves the undoing of failed statements to us (psqlodbc 13.02). The options end the
-    // wait for a server that the network has lost, after some 30 seconds.
-    {"PostgreSQL OLE DB Provider", EngineKind::kOdbc, "Driver=psqlodbcw.so;BoolsAsChar=0;Protocol=7.4-0", "5432",
-     "Server", "location", "dbname", "tcp_user_timeout=30000 keepalives_idle=15 keepalives_interval=5"},
-}};
 
 constexpr std::string_view kBlanks = " \t";
 
@@ -100,15 +74,9 @@ void append_option(std::string &options, std::string_view key, std::string_view 
   options += '\'';
 }
 
-const Provider *provider_of(std::string_view name) {
-  for (const Provider &provider : kProviders) {
-    if (equal_ignoring_case(name.substr(0, provider.name.size()), provider.name)) return &provider;
-  }
-  return nullptr;
-}
-
-std::string odbc_string(const Provider &provider, std::string_view text, std::string_view source) {
-  std::string odbc(provider.fixed);
+std::string odbc_string(const Dialect &provider, std::string_view text, std::string_view source) {
+  std::string odbc = "Driver=" + std::string(provider.driver);
+  if (!provider.options.empty()) odbc.append(";").append(provider.options);
   const ServerAddress address = server_address(source);
   if (provider.default_port.empty()) {
     append(odbc, provider.server_key, source);
@@ -121,7 +89,7 @@ std::string odbc_string(const Provider &provider, std::string_view text, std::st
   }
   const std::string_view user = value_of(text, "User ID");
   const std::string_view password = value_of(text, "Password");
-  const std::string_view catalogue = value_of(text, provider.catalogue_from);
+  const std::string_view catalogue = value_of(text, provider.catalogue_word);
   if (!provider.libpq.empty()) {
     std::string options(provider.libpq);
     append_option(options, provider.catalogue_key, catalogue);
@@ -159,7 +127,7 @@ EngineCall engine_call(std::string_view connection_string) {
     if (is_psqlodbc && value_of(text, "Protocol").empty()) text += ";Protocol=7.4-0";
     return {EngineKind::kOdbc, std::move(text)};
   }
-  const Provider *provider = provider_of(trimmed(value_of(connection_string, "Provider"), kBlanks));
+  const Dialect *provider = dialect_of_provider(trimmed(value_of(connection_string, "Provider"), kBlanks));
   const std::string_view source = value_of(connection_string, "Data Source");
   if (provider == nullptr || trimmed(source, kBlanks).empty()) return {};
   if (provider->engine == EngineKind::kSqlite) return {EngineKind::kSqlite, std::string(source)};

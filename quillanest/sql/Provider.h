@@ -1,13 +1,12 @@
-// Which engine serves a connection string, and in which words it is told.
+// Maps a provider's connection string to an engine and to that engine's own connection string.
 #pragma once
 
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "quillanest/sql/Dialects.h"
 
 namespace quillanest {
-
-enum class EngineKind { kNone, kSqlite, kOdbc };
 
 // What a connection string asks for. `target` is the file of SQLite or the connection string of ODBC.
 struct EngineCall {
@@ -15,13 +14,11 @@ struct EngineCall {
   std::string target;
 };
 
-// Translates a provider's connection string. kNone for an unknown provider and for an empty data source, which nothing
-// can be reached under. A string with "Driver=" or "DSN=" passes through to ODBC as it stands,
-// but for the protocol option that PostgreSQL's driver needs.
+// Translates a provider's connection string. kNone for an unknown provider or an empty data source. A string with
+// "Driver=" or "DSN=" goes to ODBC unchanged, apart from the protocol option that PostgreSQL's driver needs.
 [[nodiscard]] EngineCall engine_call(std::string_view connection_string);
 
-// The number of the server's port in "host:port" or "host,port" and the host before it; the port is empty when the
-// text has none.
+// The host and the port of "host:port" or "host,port"; the port is empty if the text has none.
 struct ServerAddress {
   std::string host;
   std::string port;

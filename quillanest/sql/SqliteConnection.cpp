@@ -135,6 +135,7 @@ class SqliteConnection : public Connection {
     in_transaction_ = false;
   }
   void rollback() noexcept override {
+    if (!in_transaction_) return;
     (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
     in_transaction_ = false;
   }

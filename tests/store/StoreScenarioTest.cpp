@@ -221,8 +221,8 @@ TEST_P(StoreScenario, NoByteBesideAFieldChanges) {
 
   std::memset(table.GetDataAddress() + 4, 'Z', 2 * size - 4);
   image.run("INSERT INTO plant_Apart " + values + ",5)");
-  quillanest::CRtdbMedia media(image.manager.get());
-  ASSERT_NE(media.Open(true), 0);
+  quillanest::CRtdbMedia media(*image.manager);
+  ASSERT_NE(media.open_for(image.plant, true), 0);
   EXPECT_TRUE(media.MergeProjectRows(table, "SELECT * FROM plant_Apart WHERE iProjectID = 5"));
   EXPECT_EQ(shown(), merged);
 }
@@ -378,9 +378,9 @@ TEST_P(StoreScenario, CountAndCounterAfterLoads) {
   image.run(
       "INSERT INTO plant_Item VALUES(1,'',1,0,'',0,0,0),(2,'',2,0,'',0,0,0),(2,'',3,0,'',0,0,0),(5,'',4,0,'',0,0,0)"
       ",(6,'',5,0,'',0,0,0),(9,'',6,0,'',0,0,0),(10,'',7,0,'',0,0,0);");
-  quillanest::CRtdbMedia media(image.manager.get());
+  quillanest::CRtdbMedia media(*image.manager);
   EXPECT_FALSE(media.LoadTable(image.plant, image.item, 0)) << "more rows than the table holds";
-  EXPECT_EQ(media.GetRecordCount(), 6) << "one more tells that";
+  EXPECT_EQ(media.connection().GetRecordCount(), 6) << "one more tells that";
   EXPECT_EQ(image.items(), "1  1  0 0 0\n2  2  0 0 0\n2  3  0 0 0\n5  4  0 0 0\n6  5  0 0 0\n");
   EXPECT_EQ(image.item.GetIDExclusive(), 7U);
 }
@@ -513,11 +513,11 @@ TEST_P(StoreScenario, InsertRecordCountsItsRow) {
   StoreImage image(GetParam().slots, {stamped});
   const CRtTable table = image.table(30, "ID bigint, Since timestamp");
   image.run("INSERT INTO plant_Stamped VALUES(1, '2001-02-03 04:05:06')");
-  quillanest::CRtdbMedia media(image.manager.get());
+  quillanest::CRtdbMedia media(*image.manager);
   std::array<std::byte, 20> record{std::byte{2}};
   const quillanest::FieldList fields(table.GetFieldAddress(), table.GetFieldAddress() + 2);
   EXPECT_FALSE(media.InsertRecord("plant_Stamped", record, fields)) << "nothing is open";
-  ASSERT_NE(media.Open(false), 0);
+  ASSERT_NE(media.open_for(image.plant, false), 0);
   EXPECT_FALSE(media.InsertRecord("plant_Stamped", record, {})) << "an incomplete statement";
   EXPECT_FALSE(media.InsertRecord("plant_Missing", record, fields));
   const bool accepted = std::string_view(GetParam().slots) != "FS";
@@ -843,9 +843,9 @@ TEST(ByDesign, MergeKeepsPasswords) {
   StoreImage image;
   image.add(7, "seven", 7);
   image.run("INSERT INTO plant_Item VALUES(7,'SEVEN',77,0,'other',0,5,3),(8,'eight',8,0,'mine',0,5,2)");
-  quillanest::CRtdbMedia media(image.manager.get());
+  quillanest::CRtdbMedia media(*image.manager);
   EXPECT_FALSE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Item")) << "nothing is open";
-  ASSERT_EQ(media.Open(true), 1);
+  ASSERT_EQ(media.open_for(image.plant, true), 1);
   EXPECT_FALSE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Missing"));
   EXPECT_TRUE(media.MergeProjectRows(image.item, "SELECT * FROM plant_Item ORDER BY ID"));
   EXPECT_EQ(image.items(), "7 SEVEN 77 pass7 0 5 3\n8 eight 8  0 5 2\n");
@@ -855,10 +855,10 @@ TEST(ByDesign, OpenNeverFails) {
   StoreImage image;
   image.configure("MainDBType=8\nBackDBType=-1\n");
   image.add(1, "one", 1);
-  quillanest::CRtdbMedia media(image.manager.get());
-  EXPECT_EQ(media.Open(false), 0);
-  EXPECT_EQ(media.GetCurrentSlot(), -1);
-  EXPECT_EQ(media.GetCurrentType(), -1);
+  quillanest::CRtdbMedia media(*image.manager);
+  EXPECT_EQ(media.open_for(image.plant, false), 0);
+  EXPECT_EQ(media.connection().GetCurrentSlot(), -1);
+  EXPECT_EQ(media.connection().GetCurrentType(), -1);
   EXPECT_FALSE(media.LoadTable(image.plant, image.item, 0)) << "a load finds no slot to ask";
   EXPECT_EQ(image.items(), "1 one 1 pass1 1 0 0\n");
   EXPECT_TRUE(media.SaveTable(image.plant, image.item, 0)) << "a save goes on all the same";

@@ -67,7 +67,7 @@ class Image {
   const std::vector<std::uint32_t> &keys(TableId id);
 
   CRtdbManager &manager() { return manager_; }
-  // The table of the text files, as empty as nobody loads it.
+  // The table of the text files, which stays empty, because it is not loaded.
   CRtTable &text_table() { return text_table_; }
   // The file of that table.
   [[nodiscard]] std::filesystem::path text_file() const { return folder_ / "data/texts_samples.txt"; }

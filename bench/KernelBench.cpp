@@ -5,9 +5,9 @@
 //                                     gives the position
 //   search sparse N, no hit           keys that are not there
 //   update N                          Update: a whole record of N, in random order
-//   append N                          Insert behind N records
+//   append N                          Insert after N records
 //   delete last N                     Delete of the last of N records
-//   insert, delete in the middle N    Insert and Delete of a record with as many records behind it as before it
+//   insert, delete in the middle N    Insert and Delete of a record with as many records after it as before it
 //   scan N                            GetFirstPosition and GetNextPosition over N records, adding up one DOUBLE
 //   load text                         LoadTableData of a file of 1,000,000 records of 8 fields
 //   save text                         SaveData of the same table, with its fsync
@@ -21,7 +21,7 @@
 //   loop       over the records' bytes
 //   texts      reading the file and finding every separator; a loop with std::from_chars. Formatting with std::to_chars
 //              into memory and one write, with and without fsync
-//   start-up   reading the bytes of the schema file; making and mapping 1 GB of memory that nobody touches
+//   start-up   reading the bytes of the schema file; making and mapping 1 GB of memory that is never touched
 // Peers: SQLite in memory with prepared statements and LMDB on a memory file, every edit a transaction of its own;
 // std::unordered_map and std::map, edits under the same mutex. Texts: the C library's functions, the tool sqlite3 with
 // a database in memory, and COPY of a PostgreSQL server, unlogged and with its file in the server's reach.

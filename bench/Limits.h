@@ -26,7 +26,7 @@ struct Place {
 // Where the key lies when no key is missing before it, if its neighbours have other keys, else by halving: the answer
 // is that of halving on every ascending area.
 [[nodiscard]] Place search_by_distance(const char *records, std::int32_t count, std::uint32_t key);
-// The same without a look at the neighbours: right only where no key stands twice.
+// The same without a look at the neighbours: right only if no key occurs twice.
 [[nodiscard]] Place search_by_bare_distance(const char *records, std::int32_t count, std::uint32_t key);
 // Where the key lies when the keys are spread evenly: a guess, a second one at the same slope from the key found there,
 // a walk from where that leads, and halving when it gets long or when a neighbour has the key, too.

@@ -9,7 +9,7 @@
 namespace bench {
 namespace {
 
-// What of a record is neither key nor value: the bytes between them and those behind.
+// What of a record is neither key nor value: the bytes between them and those after them.
 constexpr std::size_t kBetween = kValueOffset - sizeof(std::uint32_t);
 constexpr std::size_t kBehindValue = kValueOffset + sizeof(double);
 using Rest = std::array<char, kBetween + kRecordSize - kBehindValue>;
@@ -98,7 +98,7 @@ LmdbTable::LmdbTable(Image &image, TableId, const KeyList &keys) {
   close(file);
   const unsigned int flags = MDB_NOSUBDIR | MDB_WRITEMAP | MDB_NOSYNC | MDB_NOMETASYNC | MDB_NORDAHEAD;
   const int opened = mdb_env_open(environment, path.c_str(), flags, 0600);
-  // The environment keeps both files; nothing of them stays behind it.
+  // The environment keeps both files; nothing of them outlives it.
   unlink(path.c_str());
   unlink((path + "-lock").c_str());
   expect_lmdb(opened, "open");

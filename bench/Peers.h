@@ -1,4 +1,4 @@
-// The peers that are databases: SQLite in memory and LMDB on a file without a disk behind it. bench/Stores.h has the
+// The peers that are databases: SQLite in memory and LMDB on a file in memory. bench/Stores.h has the
 // face that both show.
 #pragma once
 

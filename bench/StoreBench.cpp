@@ -319,7 +319,7 @@ double median(std::vector<double> seconds) {
   return seconds[seconds.size() / 2];
 }
 
-// The library's side, on whatever store the configuration names.
+// The library's side, on the store that the configuration names.
 class Image {
  public:
   explicit Image(const fs::path &folder) {

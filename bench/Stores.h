@@ -7,7 +7,7 @@
 //   erase(key)              removes a record
 //   sum()                   adds up one DOUBLE of all records
 //   done()                  whether every edit so far did what it should
-// and kMovesRecords: whether an edit in the middle moves the records behind it.
+// and kMovesRecords: whether an edit in the middle moves the records after it.
 #pragma once
 
 #include <cstdint>

@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Takes the values of a text from left to right, each with the character behind it.
+// Takes the values of a text from left to right, each with the character after it.
 class Values {
  public:
   Values(const char *from, const char *end) : at_(from), end_(end) {}
@@ -35,7 +35,7 @@ class Values {
     if (size < room) to[size] = '\0';
     at_ = end + 1;
   }
-  void line_end() { ++at_; }  // the LF behind the CR that the last value took
+  void line_end() { ++at_; }  // the LF after the CR that the last value took
 
  private:
   const char *at_;
@@ -80,9 +80,9 @@ void scan_record(char *line, TextRecord &record) {
 }
 
 template <class Number>
-char *put(char *to, Number value, char behind) {
+char *put(char *to, Number value, char after) {
   to = std::to_chars(to, to + kLineRoom, value).ptr;
-  *to = behind;
+  *to = after;
   return to + 1;
 }
 

@@ -96,7 +96,7 @@ class Scanner {
     ++count_.alarms;
   }
 
-  // A record with a key goes to its key's place, and the records behind it move up.
+  // A record with a key goes to its key's place, and the records after it move up.
   void add_electric_power(std::uint32_t station) {
     std::vector<char> record = record_buffer(measurements_);
     measurements_.InitRecordDefault(record.data());

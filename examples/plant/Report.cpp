@@ -13,7 +13,7 @@ namespace {
 
 // All values of a record, in the form in which the data file holds them.
 std::string record_text(const CRtTable &table, const char *record) {
-  // A copy, since showing a broken time repairs it in place; with a zero behind it for a text that fills its field.
+  // A copy, since showing a broken time repairs it in place; with a zero after it for a text that fills its field.
   std::vector<char> copy(record, record + table.GetTableSize());
   copy.push_back('\0');
   std::vector<char> value(400 + 2 * copy.size());  // room for the longest number and for an enciphered password
@@ -97,7 +97,7 @@ Report read_report(const std::filesystem::path &path) {
   while (std::getline(file, line)) {
     if (line == kLastLine) return report;
     const std::size_t separator = line.find(kSeparator);
-    if (separator == std::string::npos) throw Failure(path.string() + " has a line that is no entry: " + line);
+    if (separator == std::string::npos) throw Failure(path.string() + " has a line that is not an entry: " + line);
     report.push_back({line.substr(0, separator), line.substr(separator + kSeparator.size())});
   }
   throw Failure(path.string() + " is incomplete");

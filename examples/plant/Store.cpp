@@ -45,7 +45,7 @@ void load(CRtdbManager &manager, int project, const Report &expected, const char
 }
 
 // Saves every database for the project. CRtdbManager::SaveData(project) would do the same in one call and be true
-// whatever became of the tables.
+// also if tables failed.
 void save(CRtdbManager &manager, int project) {
   for_each_database(manager, [&](CRtDataBase &database) {
     if (!database.SaveData(project)) throw Failure(std::string("cannot save the database ") + database.GetDBName());
@@ -84,7 +84,7 @@ void move_to_store(CRtdbManager &manager) {
   if (!loads_from_files(manager)) throw Failure("the plant is loaded from the relational store already");
   const Report report = make_report(manager, kRecords);
   const Stopwatch save_time;
-  // 1 also when no store could be opened or rows were refused: only a load tells.
+  // 1 also when no store could be opened or rows were refused: only a load shows it.
   if (manager.SaveDataTo(false) != 1) throw Failure("cannot save to the relational store");
   std::printf("\nSaveDataTo(false), in %.2f ms; then DataInFile=0 and everything loaded from the store\n",
               save_time.milliseconds());
@@ -116,7 +116,7 @@ void edit_in_store(CRtdbManager &manager) {
   show_setpoints(manager, "after");
 
   save(manager, kProject);
-  const Report edited = make_report(manager, {});  // behind the save, which clears bModified
+  const Report edited = make_report(manager, {});  // after the save, which clears bModified
   std::printf("\nSaveData(%d), then the same store loaded without and with the project\n", kProject);
   load(manager, kBaseData, base, "base");
   load(manager, kProject, edited, "merged");

@@ -1,4 +1,4 @@
-// Messages to the person at the program: the few failures that a result does not tell.
+// Messages for the user: the few failures that no return value reports.
 //
 // A program with a user interface sets a handler that shows them; without one they go to the standard error stream.
 #pragma once

@@ -126,7 +126,7 @@ class QUILLANEST_API CRtDataBase {
   // Writes the C header `directory`/NAME.h of this database, which must be mapped for its tables to appear in it;
   // docs/c-headers.md shows it. 1, also when the disk fills up on the way, which leaves a former file as it was; 0,
   // with a message "Fail to create file PATH" (see base/MessageBox.h), when the file cannot be created, and without
-  // one for a null or empty directory. No thread may change names, captions and counts meanwhile; records do not
+  // one for a null or empty directory. No thread may change names, captions and counts during the call; records do not
   // matter.
   int BuildIncludeFile(const char *directory);
 

@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char *kSystemName = "system";
 
-// Copies the attributes; the status, which another thread may look at meanwhile, as a whole.
+// Copies the attributes; the status, which another thread may read at the same time, as a whole.
 void write_attributes(_rtdb_attr &to, const _rtdb_attr &from) {
   constexpr std::size_t kStatus = offsetof(_rtdb_attr, RtdbStatus);
   constexpr std::size_t kBehind = kStatus + sizeof from.RtdbStatus;

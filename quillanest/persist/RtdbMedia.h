@@ -25,7 +25,7 @@ namespace quillanest {
 class ModifiedMarks;
 
 // Descriptors of a table's fields as they were when a load or save began. What another thread writes over the
-// descriptors in the image meanwhile does not reach it.
+// descriptors in the image later does not reach it.
 using FieldList = std::vector<_field_attr>;
 [[nodiscard]] FieldList fields_of(const TableView &view);
 

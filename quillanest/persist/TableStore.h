@@ -34,7 +34,7 @@ class TableStore {
   virtual bool SaveDataBase(CRtDataBase &database, int project);
   virtual bool LoadDataBase(CRtDataBase &database, int project);
 
-  // Every database of the directory, whatever its tables' results; false only if the directory is empty.
+  // Every database of the directory. False only if the directory is empty: a failed table does not count.
   bool SaveAll(int project);
   // The system database, through the manager's own mapping.
   bool LoadSystem();

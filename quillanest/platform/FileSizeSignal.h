@@ -8,7 +8,8 @@ namespace quillanest {
 // away at the end of the scope. One that was pending before stays pending.
 //
 // Lifetime: objects may be nested; each is destroyed on the thread that made it, in reverse order.
-// Threads: the signal mask is the calling thread's alone. Threads that are started meanwhile keep the signal blocked.
+// Threads: the signal mask is the calling thread's alone. Threads that are started during its life keep the signal
+// blocked.
 class FileSizeSignalBlock {
  public:
   FileSizeSignalBlock() noexcept;

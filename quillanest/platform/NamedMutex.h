@@ -1,7 +1,7 @@
 // System-wide named mutexes with an owner.
 //
 // A mutex is recursive and belongs to a thread. Every process of one user that opens the same name gets the same
-// mutex; different texts, the empty one and those with "/" included, are different mutexes. Nobody removes a name: a
+// mutex; different texts, the empty one and those with "/" included, are different mutexes. No name is ever removed: a
 // mutex is a few bytes in a per-user folder of the system's memory file system and stays until the next boot. Programs
 // whose builds lay these bytes out in different ways have different mutexes.
 // When the owner dies, thread or process, the next waiter gets the mutex with kWaitAbandoned: a wait always ends.
@@ -26,10 +26,9 @@ inline constexpr int kWaitAbandoned = 0x80;
 inline constexpr int kWaitTimeout = 0x102;
 inline constexpr int kWaitFailed = -1;
 
-// --- Without a handle, for those who take a mutex and give it back in one go
-// ------------------------------------------
+// --- Without a handle, for a wait and a release in one scope ---------------------------------------------------------
 
-// A mutex that this process has mapped, which it stays.
+// A mutex mapped into this process. It is never unmapped.
 struct MappedMutex;
 
 // The mutex called `name`, as open_mutex() finds or creates it; null when that gives no handle.
@@ -39,8 +38,7 @@ struct MappedMutex;
 [[nodiscard]] int wait_mutex(MappedMutex &mutex, int timeout_ms);
 bool release_mutex(MappedMutex &mutex);
 
-// --- With a handle
-// ----------------------------------------------------------------------------------------------------
+// --- With a handle ---------------------------------------------------------------------------------------------------
 
 // A new handle on the mutex called `name`, which is created when it does not exist; not owned by this call.
 // kNoMutex when the system refuses, or when what the file of the mutex holds is not a mutex of this build.

@@ -1,7 +1,7 @@
 // A named block of memory that every view of the same name in this process shares.
 //
 // Lifetime: a region lives as long as one view of it does. Its bytes go with the last view, or with the process,
-// however the process ends: an anonymous region has no name outside the process that anyone would have to remove.
+// however the process ends: an anonymous region has no name outside the process that would have to be removed.
 // Threads: the functions may run on any thread; one object belongs to one thread at a time.
 #pragma once
 

@@ -8,7 +8,7 @@ namespace quillanest {
 // The identifier of this process.
 [[nodiscard]] int process_id();
 
-// The name of this machine, empty when the system does not tell.
+// The name of this machine, empty if the system does not report it.
 [[nodiscard]] std::string host_name();
 
 // The value of an environment variable, valid until the environment changes. Null when it is not set, and in a program

@@ -1,7 +1,7 @@
 // Threads for client programs: start one, end one from outside.
 //
 // Handles are numbers with a generation: one whose thread has ended by itself is simply stale, so nothing has to be
-// closed and a late end_thread() hits nobody. In a forked child every handle of the parent is stale, but for that of
+// closed and a late end_thread() does nothing. In a forked child every handle of the parent is stale, but for that of
 // the thread that forked.
 #pragma once
 
@@ -18,7 +18,7 @@ inline constexpr ThreadHandle kNoThread = 0;
 // Runs routine(argument) on a new thread; one that throws ends the program. kNoThread when the system refuses.
 [[nodiscard]] ThreadHandle start_thread(ThreadRoutine routine, void *argument);
 
-// Ends the thread where it stands: no destructor runs, no lock that it holds in memory is given back (named mutexes
+// Ends the thread at once: no destructor runs, no lock that it holds in memory is given back (named mutexes
 // are, as abandoned ones). Returns when the thread is gone, or after one second when the system keeps it in a call
 // that cannot be interrupted. Stale handles and the calling thread's own are ignored.
 void end_thread(ThreadHandle handle);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kPrefix = "qnp1.";
 constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-// Stands in front of every password, so that an empty one is enciphered like any other.
+// Precedes every password, so that an empty one is enciphered like any other.
 constexpr unsigned char kMark = 'p';
 
 std::string to_base64url(const Bytes &bytes) {

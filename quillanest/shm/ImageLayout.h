@@ -54,7 +54,7 @@ struct _rtdb_head {
   std::int32_t Reserved[2];        // zero
 };
 
-// Behind the head: the attributes of the whole image.
+// After the head: the attributes of the whole image.
 struct _rtdb_attr {
   char SysIniFile[RTDB_PATH_SIZE];   // full path of the configuration file
   char DataPath[RTDB_PATH_SIZE];     // data folder

@@ -32,7 +32,7 @@ std::string segment_name(int key) {
   return name += digits;
 }
 
-// The folder of file-backed segments, used as it stands; nothing when the working folder is gone.
+// The folder of file-backed segments, used unchanged; nothing if the working folder is gone.
 std::optional<std::string> backing_folder() {
   if (const char *named = quillanest::trusted_environment("MAP_FILE_PATH"); named != nullptr) return named;
   std::error_code error;

@@ -34,7 +34,7 @@ class QUILLANEST_API CShareMemory {
 
   // Opens the segment under the effective key as it is, smaller than `nSize` or larger, or creates it with `nSize`
   // bytes, all zero. With `bUseFile` a new segment is backed by the file "SM_<key>" in the folder that the environment
-  // variable MAP_FILE_PATH names (used as it stands, so it ends with a separator; ignored in a program that was started
+  // variable MAP_FILE_PATH names (used unchanged, so it ends with a separator; ignored in a program that was started
   // with more rights than its user has), else in the current working folder; when that file cannot be opened the
   // segment is an ordinary one. `bZero` clears the first `nSize` bytes, for every view of an existing segment too, but
   // none after its end.

@@ -65,7 +65,7 @@ void ReadTime(const char *text, SYSTEMTIME *time) {
 void KillProcess(int nProcessID) { quillanest::end_process(nProcessID); }
 
 void *CreateThreadEx(unsigned long (*routine)(void *), void *argument) {
-  // A handle is a number in the shape of an address; nothing ever looks behind it.
+  // A handle is a number in the shape of an address; it is never dereferenced.
   return reinterpret_cast<void *>(quillanest::start_thread(routine, argument));
 }
 

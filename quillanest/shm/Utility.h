@@ -6,10 +6,10 @@
 #include "quillanest/System.h"
 #include "quillanest/platform/SystemTime.h"
 
-// Fills `time` with the current local time; milliseconds are always 0. Untouched when the system cannot tell.
+// Fills `time` with the current local time; milliseconds are always 0. Untouched if the system does not know it.
 QUILLANEST_API void GetLocalTime(SYSTEMTIME &time);
 
-// Reads "year-month-day hour:minute:second" from `text` (white space may stand before each number) into `time`. No
+// Reads "year-month-day hour:minute:second" from `text` (white space may precede each number) into `time`. No
 // range is checked. When all six numbers are there and each lies between 0 and 65535 the members hold them, and
 // wDayOfWeek and wMilliseconds are 0. When the text stops early, the member after the last number read receives that
 // number's high half and the others keep their content: after a date alone wHour is 0 and minute, second and
@@ -25,7 +25,7 @@ QUILLANEST_API void KillProcess(int nProcessID);
 // program.
 QUILLANEST_API void *CreateThreadEx(unsigned long (*routine)(void *), void *argument);
 
-// Ends a thread of CreateThreadEx where it stands: nothing that it holds in memory is released. Use it only on threads
+// Ends a thread of CreateThreadEx at once: nothing that it holds in memory is released. Use it only on threads
 // that hold nothing and are not inside a call of this library. Always true, also for a stale or invalid handle and for
 // the caller's own, which end nothing.
 QUILLANEST_API bool KillThreadEx(void *handle);

@@ -46,7 +46,7 @@ class Connection {
   // Runs a query and fetches its rows, at most `most_rows` of them: a view of the store may have rows without end.
   [[nodiscard]] virtual RowSet query(const std::string &statement, std::size_t most_rows) = 0;
 
-  // Whether the store was found locked by somebody else and has been waited for; until a statement succeeds, the next
+  // Whether the store was found locked by another process and has been waited for; until a statement succeeds, the next
   // ones fail at once while it is.
   [[nodiscard]] virtual bool is_locked() const noexcept { return false; }
 

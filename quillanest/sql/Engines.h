@@ -12,7 +12,7 @@ namespace quillanest {
 // The time that a statement has in a file of SQLite.
 inline constexpr std::chrono::milliseconds kStatementLimit{30'000};
 
-// A file of SQLite, which must exist. One that somebody else has locked opens too, and refuses statements.
+// A file of SQLite, which must exist. One that another process has locked opens too, and refuses statements.
 [[nodiscard]] std::unique_ptr<Connection> open_sqlite(const std::string &path,
                                                       std::chrono::milliseconds limit = kStatementLimit);
 

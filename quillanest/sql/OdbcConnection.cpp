@@ -178,7 +178,7 @@ class OdbcConnection : public Connection {
       try {
         (void)run_undoable(statement);
       } catch (const _com_error &) {
-        // It has undone itself, or the transaction is lost, which the commit tells.
+        // It has undone itself, or the transaction is lost, which the commit reports.
       }
     }
   }

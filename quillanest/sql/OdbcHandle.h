@@ -1,6 +1,5 @@
-// A handle of ODBC, and the small change of its calls.
+// An RAII ODBC handle. ODBC's declarations are not included: handles are declared void *, results short.
 //
-// Handles are addresses and results are short numbers in ODBC's own declarations, which this header does without.
 // Lifetime: a handle is freed with its object and must not outlive the one it was made from, nor its pulse. Threads:
 // one object belongs to one thread at a time; a pulse belongs to all.
 #pragma once

@@ -165,7 +165,7 @@ class BlockReader {
 
   struct CType {
     SQLSMALLINT code;
-    std::size_t width;  // values stand that far apart
+    std::size_t width;  // values are that far apart
   };
 
   static CType c_type(Form form) {

@@ -12,7 +12,7 @@
 namespace quillanest {
 
 // Fetches many rows at a time. Nothing when a value is too long for that, when the driver does not do it, and when a
-// fetch fails: some rows are fetched then, and the query has to be run again to be read one by one, which tells why.
+// fetch fails: some rows are fetched then, and the query has to be run again and read one by one, which shows why.
 [[nodiscard]] std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement, std::size_t most_rows);
 
 // Fetches value by value, of any length. Raises _com_error when a fetch fails.

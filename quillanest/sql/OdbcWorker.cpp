@@ -152,7 +152,7 @@ void OdbcWorker::give_up() noexcept {
     OdbcSources::instance().hangs(shared_->source);
     shared_->is_counted = true;
   } catch (const std::exception &) {
-    // Uncounted: there is no memory to count in.
+    // Not counted: there is no memory for it.
   }
 }
 

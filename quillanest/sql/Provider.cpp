@@ -30,7 +30,7 @@ bool contains_ignoring_case(std::string_view text, std::string_view part) {
   return false;
 }
 
-// Appends ";key=value". A value that begins with a brace stands between braces, or it would swallow what follows; all
+// Appends ";key=value". A value that begins with a brace is put between braces, or it would swallow what follows; all
 // other characters are taken as they are (FreeTDS 1.3, which would keep the last brace of a password).
 void append(std::string &text, std::string_view key, std::string_view value) {
   if (value.empty()) return;
@@ -82,7 +82,7 @@ std::string odbc_string(const Dialect &provider, std::string_view text, std::str
     append(odbc, provider.server_key, source);
   } else {
     append(odbc, provider.server_key, address.host);
-    // A named instance has a port of its own, which its server tells.
+    // A named instance has a port of its own, which its server reports.
     const bool named = address.host.find('\\') != std::string::npos;
     const std::string_view usual = named ? std::string_view() : provider.default_port;
     append(odbc, "Port", address.port.empty() ? usual : std::string_view(address.port));

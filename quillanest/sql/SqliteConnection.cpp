@@ -62,7 +62,7 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
     case SQLITE_NULL:
       return {};
     default: {
-      // Texts come in UTF-8 whatever the file holds; blobs as they are.
+      // Texts come in UTF-8, in any file; blobs unchanged.
       const bool is_text = sqlite3_column_type(statement, column) == SQLITE_TEXT;
       const void *bytes = is_text ? sqlite3_column_text(statement, column) : sqlite3_column_blob(statement, column);
       if (is_text && bytes == nullptr) raise_shortage();
@@ -78,7 +78,7 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
 class SqliteConnection : public Connection {
  public:
   SqliteConnection(const std::string &path, std::chrono::milliseconds limit) : limit_(limit) {
-    if (!file_size(path)) raise(SQLITE_CANTOPEN);  // some names would open a store that is no file
+    if (!file_size(path)) raise(SQLITE_CANTOPEN);  // some names would open a store that is not a file
     sqlite3 *database = nullptr;
     const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(database);
@@ -124,7 +124,7 @@ class SqliteConnection : public Connection {
 
   [[nodiscard]] bool is_locked() const noexcept override { return locked_; }
 
-  // Takes the right to write at once, so that a transaction never fails half-way because somebody else has it.
+  // Takes the right to write at once, so that a transaction never fails half-way because another process has it.
   void begin() override {
     keep_pages();
     run("BEGIN IMMEDIATE");
@@ -150,7 +150,7 @@ class SqliteConnection : public Connection {
     throw _com_error(-code, text);
   }
 
-  // The beginning of a transaction is no success yet: whoever reads the file is met at its end.
+  // The beginning of a transaction is not a success yet: a reader of the file shows up at its end.
   void note_success() noexcept {
     if (!locked_ || sqlite3_get_autocommit(database_.get()) == 0) return;
     locked_ = false;

@@ -23,13 +23,13 @@ struct Overloaded : Functions... {
 template <class... Functions>
 Overloaded(Functions...) -> Overloaded<Functions...>;
 
-// Takes a plus sign off a number; what it leaves of one with two signs is no number.
+// Takes a plus sign off a number; what is left of one with two signs is not a number.
 std::string_view without_plus(std::string_view text) {
   if (!text.starts_with('+')) return text;
   return text.starts_with("+-") ? std::string_view() : text.substr(1);
 }
 
-// The number that a text is as a whole; infinite when it is too large. The words for what is no number are none.
+// The number that a text is as a whole; infinite when it is too large. The words "nan" and "inf" are not accepted.
 std::optional<double> number_of(std::string_view text) {
   text = without_plus(trimmed(text, kBlanks));
   const std::size_t first = text.starts_with('-') ? 1 : 0;
@@ -39,7 +39,7 @@ std::optional<double> number_of(std::string_view text) {
   if (end != text.data() + text.size()) return std::nullopt;
   if (error == std::errc()) return value;
   if (error != std::errc::result_out_of_range) return std::nullopt;
-  // Too small or too large: a wider type tells, and beyond it the sign of the exponent.
+  // Too small or too large: a wider type shows which, and beyond it the sign of the exponent.
   long double wide = 0;
   if (std::from_chars(text.data(), text.data() + text.size(), wide).ec == std::errc()) {
     return std::fabs(wide) < 1 ? 0 : std::numeric_limits<double>::infinity();

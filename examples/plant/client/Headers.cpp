@@ -7,7 +7,7 @@ namespace {
 
 bool g_failed = false;
 
-void tell(const char *text) {
+void report(const char *text) {
   std::fprintf(stderr, "plant_headers: %s\n", text);
   g_failed = true;
 }
@@ -19,10 +19,10 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "usage: plant_headers SCHEMA FOLDER\n");
     return 2;
   }
-  // The result of BuildIncludeFile does not tell about single files; the message does.
-  quillanest::set_message_handler(tell);
+  // The result of BuildIncludeFile does not cover single files; the message does.
+  quillanest::set_message_handler(report);
   CRtdbManager manager;
-  if (!manager.RtdbManagerInit(false, argv[1])) tell("cannot start from this schema");
-  if (!g_failed && !manager.BuildIncludeFile(argv[2])) tell("no database");
+  if (!manager.RtdbManagerInit(false, argv[1])) report("cannot start from this schema");
+  if (!g_failed && !manager.BuildIncludeFile(argv[2])) report("no database");
   return g_failed ? 1 : 0;
 }

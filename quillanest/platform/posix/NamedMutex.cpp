@@ -35,8 +35,8 @@ namespace quillanest {
 
 namespace {
 
-// The length and both ends of a name: the whole of a short one, and enough to tell those of databases apart. Every edit
-// looks its mutex up, so names are compared as numbers.
+// The length and both ends of a name: the whole of a short one, and enough to distinguish those of databases. Every
+// edit looks its mutex up, so names are compared as numbers.
 struct NameEnds {
   explicit NameEnds(std::string_view name) : size(name.size()) {
     if (size >= sizeof first) {
@@ -116,7 +116,7 @@ class MutexTable {
     auto mapped = std::make_unique<MappedMutex>(name);
     std::atomic<MappedMutex *> &own_bucket = buckets_[bucket_of(mapped->ends)];
     if (MappedMutex *found = find_in(own_bucket, mapped->name, mapped->ends)) return found;
-    mapped->mutex = map(mapped->name);  // last of what can fail: nobody would undo the mapping
+    mapped->mutex = map(mapped->name);  // last of what can fail, because the mapping is never undone
     if (mapped->mutex == nullptr) return nullptr;
     mapped->next = own_bucket.load(std::memory_order_relaxed);
     own_bucket.store(mapped.get(), std::memory_order_release);
@@ -222,7 +222,8 @@ pthread_mutex_t *MutexTable::map(std::string_view name) {
   int locked = flock(descriptor, LOCK_EX);
   while (locked != 0 && errno == EINTR) locked = flock(descriptor, LOCK_EX);
   pthread_mutex_t *mutex = locked == 0 ? map_file(descriptor) : nullptr;
-  // The mapping keeps the open file, and with it the lock, alive behind the descriptor: it has to be undone by itself.
+  // The mapping keeps the open file, and with it the lock, alive after the descriptor is closed: it is undone
+  // explicitly.
   (void)flock(descriptor, LOCK_UN);
   close(descriptor);
   return mutex;

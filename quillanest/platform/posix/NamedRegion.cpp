@@ -72,7 +72,7 @@ bool is_refused(const std::string &path) {
   return lstat(path.c_str(), &status) == 0 && (S_ISLNK(status.st_mode) || status.st_uid != geteuid());
 }
 
-// Makes an open file at least `size` bytes long, with disk space behind every one of them: a view must not find out on
+// Makes an open file at least `size` bytes long, with disk space for every one of them: a mapping must not find out on
 // a write that the disk is full.
 bool grow_backing_file(int descriptor, std::size_t size) {
   struct stat status {};

@@ -77,7 +77,7 @@ bool write_all(int descriptor, std::string_view bytes) {
 }
 
 // The path after symbolic links, so that replacing a file leaves the links to it alone; empty when the system does not
-// tell where they lead.
+// show where they lead.
 std::string resolved(const std::string &path) {
   namespace fs = std::filesystem;
   constexpr int kMostLinks = 40;
@@ -106,7 +106,7 @@ Presence presence(int result) {
   return errno == ENOENT || errno == ENOTDIR ? Presence::kMissing : Presence::kUnknown;
 }
 
-// Whether the path names the open file; unknown when the system does not tell.
+// Whether the path names the open file; unknown if the system does not report it.
 Presence presence_at(const std::string &path, int descriptor) {
   struct stat open_file {};
   struct stat named_file {};
@@ -332,7 +332,7 @@ bool FileReplacement::commit() {
 
 void FileReplacement::abandon() noexcept {
   if (!is_open()) return;
-  // Before the lock goes with the descriptor, and not what another has put there meanwhile.
+  // Before the lock goes with the descriptor, and not what another process has put there since.
   if (presence_at(temporary_, descriptor()) != Presence::kMissing) (void)unlink(temporary_.c_str());
   ::close(descriptor());
   native_ = -1;

@@ -86,7 +86,7 @@ struct ThreadTable {
   // remains.
   std::mutex leaving;
   HandleTable<RunningThread> handles;
-  // Threads that left by themselves; a thread cannot free the stack it stands on.
+  // Threads that left by themselves; a thread cannot free the stack it runs on.
   RunningThread *finished = nullptr;
   unsigned int forks = 0;  // between this process and the first one
   pthread_t forker{};      // the thread that made this process; of no meaning in the first one
@@ -235,7 +235,7 @@ void end_thread(ThreadHandle handle) {
   deadline.tv_sec += 1;
   if (pthread_timedjoin_np(own->thread, nullptr, &deadline) == 0) return;
   pthread_detach(own->thread);
-  (void)own.release();  // the thread still refers to it and stands on its stack
+  (void)own.release();  // the thread still refers to it and runs on its stack
 }
 
 std::thread start_quiet_thread(std::function<void()> routine) {

@@ -19,11 +19,11 @@
  *     TIME                          SYSTEMTIME     16 bytes
  *
  * Two types share a name with another one of another width, so their members have the wrong size and every member
- * behind them the wrong offset: FLOAT is declared as CHAR, DOUBLE as SYSTEMTIME. Do not use a structure from its first
+ * after them the wrong offset: FLOAT is declared as CHAR, DOUBLE as SYSTEMTIME. Do not use a structure from its first
  * FLOAT or DOUBLE member on, nor its sizeof; read such fields by their number, as CRtTable::GetFieldData does.
  *
- * The size of a field has to be a multiple of its element's, and that of a TIME 16 bytes; the members behind another
- * one stand too low as well.
+ * The size of a field has to be a multiple of its element's, and that of a TIME 16 bytes; the members after another
+ * one are at too low an offset as well.
  *
  * A C++ program that includes headers of the library too has a SYSTEMTIME already. It includes the generated headers
  * inside a namespace, all in the same one:

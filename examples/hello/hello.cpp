@@ -7,7 +7,7 @@ int main() {
   CRtdbManager manager;  // reads conf/fix_Rtdb.ini
   if (!manager.RtdbManagerInit(false, "stations.schema")) return 1;
 
-  CRtTable stations;  // a view on a table of the system database
+  CRtTable stations;  // a handle of a table of the system database
   if (manager.GetSystemTable(stations, "Station") == 0) return 1;
 
   char record[28] = {};                          // GetTableSize() bytes

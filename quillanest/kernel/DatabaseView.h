@@ -51,6 +51,14 @@ struct DatabaseView {
 
   static bool is_mapped(const CRtDataBase &database) noexcept { return segment(database).size() >= sizeof(_db_attr); }
 
+  // The descriptor in force: the segment's while the object is mapped, else the object's own.
+  static const _db_attr &attr(const CRtDataBase &database) noexcept {
+    return is_mapped(database) ? *attr_at<_db_attr>(segment(database), 0) : database.attr_;
+  }
+  static _db_attr &attr(CRtDataBase &database) noexcept {
+    return is_mapped(database) ? *attr_at<_db_attr>(segment(database), 0) : database.attr_;
+  }
+
   // The table descriptor in a slot, by the object's own table offset.
   static _table_attr *table(const CRtDataBase &database, int slot) noexcept {
     return attr_at<_table_attr>(segment(database),

@@ -5,12 +5,13 @@
 #include <string_view>
 
 #include "quillanest/kernel/DatabaseView.h"
-#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 #include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
+using quillanest::Parts;
 using quillanest::SegmentAccess;
 
 namespace {
@@ -27,6 +28,47 @@ void copy_attr(_db_attr &to, const _db_attr &from) {
   to.TableOffset = from.TableOffset;
   to.FieldOffset = from.FieldOffset;
   to.DataOffset = from.DataOffset;
+}
+
+// The key under which a database's directory record is found.
+enum class DirectoryKey { kByID, kByName };
+
+// Copies the segment's descriptor into the directory record that carries the object's own ID or name. The own
+// descriptor is written last by every setter, so that the record is found by what it still holds.
+void refresh_directory(CRtDataBase &database, DirectoryKey key) {
+  CRtdbManager *manager = database.GetRtdbManager();
+  if (manager == nullptr) return;
+  const _db_attr &own = Parts::attr(database);
+  if (key == DirectoryKey::kByID) {
+    (void)manager->UpdateDBInfo(own.DBID, &DatabaseView::attr(database));
+    return;
+  }
+  char name[sizeof(_db_attr) + 1] = {};
+  quillanest::block_text(own, offsetof(_db_attr, DBName)).copy(name, sizeof(_db_attr));
+  (void)manager->UpdateDBInfo(name, &DatabaseView::attr(database));
+}
+
+void set_text(CRtDataBase &database, std::size_t offset, std::size_t width, const char *text) {
+  // A copy: the text may lie in the very descriptor that is written first.
+  std::array<char, RTDB_CNAME_SIZE + 1> copy{};
+  if (text == nullptr) return;
+  const std::string_view measured = quillanest::text_at(text);
+  if (measured.size() > width) return;
+  measured.copy(copy.data(), width);
+  if (DatabaseView::is_mapped(database)) {
+    (void)quillanest::set_block_text(DatabaseView::attr(database), offset, width, copy.data());
+    refresh_directory(database, DirectoryKey::kByID);
+  }
+  (void)quillanest::set_block_text(Parts::attr(database), offset, width, copy.data());
+}
+
+template <class Member>
+void set_member(CRtDataBase &database, Member _db_attr::*member, Member value, DirectoryKey key = DirectoryKey::kByID) {
+  if (DatabaseView::is_mapped(database)) {
+    DatabaseView::attr(database).*member = value;
+    refresh_directory(database, key);
+  }
+  Parts::attr(database).*member = value;
 }
 
 }  // namespace
@@ -86,64 +128,20 @@ _field_attr *CRtDataBase::GetFieldAddress() const {
   return quillanest::attrs_at<_field_attr>(DatabaseView::segment(*this), attr_.FieldOffset);
 }
 
-_db_attr &CRtDataBase::in_force() {
-  return DatabaseView::is_mapped(*this) ? *quillanest::attr_at<_db_attr>(DatabaseView::segment(*this), 0) : attr_;
-}
-
-const _db_attr &CRtDataBase::in_force() const {
-  return DatabaseView::is_mapped(*this) ? *quillanest::attr_at<_db_attr>(DatabaseView::segment(*this), 0) : attr_;
-}
-
-// Copies the segment's descriptor into the directory record that carries the local ID or name. The local descriptor is
-// written last by every setter, so that the record is found by what it still holds.
-void CRtDataBase::refresh_directory(DirectoryKey key) {
-  if (manager_ == nullptr) return;
-  if (key == DirectoryKey::kByID) {
-    (void)manager_->UpdateDBInfo(attr_.DBID, &in_force());
-    return;
-  }
-  char name[sizeof(_db_attr) + 1] = {};
-  quillanest::block_text(attr_, offsetof(_db_attr, DBName)).copy(name, sizeof(_db_attr));
-  (void)manager_->UpdateDBInfo(name, &in_force());
-}
-
-void CRtDataBase::set_text(std::size_t offset, std::size_t width, const char *text) {
-  // A copy: the text may lie in the very descriptor that is written first.
-  std::array<char, RTDB_CNAME_SIZE + 1> copy{};
-  if (text == nullptr) return;
-  const std::string_view measured = quillanest::text_at(text);
-  if (measured.size() > width) return;
-  measured.copy(copy.data(), width);
-  if (DatabaseView::is_mapped(*this)) {
-    (void)quillanest::set_block_text(in_force(), offset, width, copy.data());
-    refresh_directory(DirectoryKey::kByID);
-  }
-  (void)quillanest::set_block_text(attr_, offset, width, copy.data());
-}
-
-template <class Member>
-void CRtDataBase::set_member(Member _db_attr::*member, Member value, DirectoryKey key) {
-  if (DatabaseView::is_mapped(*this)) {
-    in_force().*member = value;
-    refresh_directory(key);
-  }
-  attr_.*member = value;
-}
-
-char *CRtDataBase::GetDBName() { return in_force().DBName; }
-void CRtDataBase::SetDBName(const char *name) { set_text(offsetof(_db_attr, DBName), RTDB_NAME_SIZE, name); }
-char *CRtDataBase::GetDBCName() { return in_force().DBCName; }
-void CRtDataBase::SetDBCName(const char *name) { set_text(offsetof(_db_attr, DBCName), RTDB_CNAME_SIZE, name); }
-unsigned int CRtDataBase::GetDBID() const { return in_force().DBID; }
-void CRtDataBase::SetDBID(unsigned int id) { set_member(&_db_attr::DBID, id, DirectoryKey::kByName); }
-unsigned int CRtDataBase::GetDBType() const { return in_force().DBType; }
-void CRtDataBase::SetDBType(unsigned int type) { set_member(&_db_attr::DBType, type); }
-int CRtDataBase::GetDBTableNum() const { return in_force().DBTableNum; }
-void CRtDataBase::SetDBTableNum(int count) { set_member(&_db_attr::DBTableNum, count); }
-int CRtDataBase::GetDBFieldNum() const { return in_force().DBFieldNum; }
-void CRtDataBase::SetDBFieldNum(int count) { set_member(&_db_attr::DBFieldNum, count); }
-int CRtDataBase::GetDBSize() const { return in_force().DBSize; }
-void CRtDataBase::SetDBSize(int size) { set_member(&_db_attr::DBSize, size); }
+char *CRtDataBase::GetDBName() { return DatabaseView::attr(*this).DBName; }
+void CRtDataBase::SetDBName(const char *name) { set_text(*this, offsetof(_db_attr, DBName), RTDB_NAME_SIZE, name); }
+char *CRtDataBase::GetDBCName() { return DatabaseView::attr(*this).DBCName; }
+void CRtDataBase::SetDBCName(const char *name) { set_text(*this, offsetof(_db_attr, DBCName), RTDB_CNAME_SIZE, name); }
+unsigned int CRtDataBase::GetDBID() const { return DatabaseView::attr(*this).DBID; }
+void CRtDataBase::SetDBID(unsigned int id) { set_member(*this, &_db_attr::DBID, id, DirectoryKey::kByName); }
+unsigned int CRtDataBase::GetDBType() const { return DatabaseView::attr(*this).DBType; }
+void CRtDataBase::SetDBType(unsigned int type) { set_member(*this, &_db_attr::DBType, type); }
+int CRtDataBase::GetDBTableNum() const { return DatabaseView::attr(*this).DBTableNum; }
+void CRtDataBase::SetDBTableNum(int count) { set_member(*this, &_db_attr::DBTableNum, count); }
+int CRtDataBase::GetDBFieldNum() const { return DatabaseView::attr(*this).DBFieldNum; }
+void CRtDataBase::SetDBFieldNum(int count) { set_member(*this, &_db_attr::DBFieldNum, count); }
+int CRtDataBase::GetDBSize() const { return DatabaseView::attr(*this).DBSize; }
+void CRtDataBase::SetDBSize(int size) { set_member(*this, &_db_attr::DBSize, size); }
 
 bool CRtDataBase::DeleteAllRecord() {
   CRtTable table;

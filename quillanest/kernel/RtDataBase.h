@@ -26,7 +26,8 @@ class CRtdbManager;
 
 namespace quillanest {
 struct DatabaseView;
-}
+struct Parts;
+}  // namespace quillanest
 
 class QUILLANEST_API CRtDataBase {
  public:
@@ -133,30 +134,11 @@ class QUILLANEST_API CRtDataBase {
  private:
   friend class CRtdbManager;
   friend struct quillanest::DatabaseView;
+  friend struct quillanest::Parts;
 
   int InitAddTable(int slot, const CRtTable &table);
   int InitAddField(const CRtField &field);
   int CreateMem();
-
-  enum class DirectoryKey { kByID, kByName };
-  _db_attr &in_force();
-  const _db_attr &in_force() const;
-  void refresh_directory(DirectoryKey key);
-  void set_text(std::size_t offset, std::size_t width, const char *text);
-  template <class Member>
-  void set_member(Member _db_attr::*member, Member value, DirectoryKey key = DirectoryKey::kByID);
-  const _table_attr *slot_attr(int slot) const;
-  void fill_table(CRtTable &table, int slot);
-  template <class Matches>
-  int find_table(CRtTable &table, Matches matches);
-  template <class Matches>
-  const _table_attr *find_in_image(Matches matches) const;
-  char *data_address(const _table_attr *table) const;
-  template <class Visit>
-  void visit_slots(Visit visit);
-  bool compute_layout();
-  static std::byte *write_fields(const CRtTable &table, std::byte *place);
-  void write_slots();
 
   _db_attr attr_;
   int mapped_ = 0;

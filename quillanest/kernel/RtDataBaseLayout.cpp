@@ -2,9 +2,11 @@
 #include <limits>
 
 #include "quillanest/base/Neutral.h"
-#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
+
+using quillanest::Parts;
 
 namespace {
 
@@ -14,6 +16,90 @@ constexpr std::int64_t kLargestSegment = std::numeric_limits<std::int32_t>::max(
 // Table descriptors that a segment has room for.
 constexpr std::int64_t kMostTables =
     (kLargestSegment - std::int64_t{sizeof(_db_attr)}) / std::int64_t{sizeof(_table_attr)};
+
+// Calls `visit(table)` for every slot in order, with a fresh table for a slot that was not filled.
+template <class Visit>
+void visit_slots(CRtDataBase &database, Visit visit) {
+  auto &tables = *Parts::tables(database);
+  for (int slot = 0; slot < Parts::attr(database).DBTableNum; ++slot) {
+    const auto found = tables.find(slot);
+    if (found != tables.end()) {
+      visit(found->second);
+    } else {
+      CRtTable fresh;
+      visit(fresh);
+    }
+  }
+}
+
+// Computes the record size of every table and the offsets and size of the segment. False, for a catalogue that no
+// segment can hold, when a number is negative or the size exceeds 2 GB.
+bool compute_layout(CRtDataBase &database) {
+  _db_attr &attr = Parts::attr(database);
+  std::int64_t fields = 0;
+  std::int64_t data = 0;
+  if (attr.DBTableNum > kMostTables) return false;
+  // Unfilled slots have neither fields nor records, so only the filled ones count.
+  for (auto &[slot, table] : *Parts::tables(database)) {
+    const std::int32_t count = Parts::attr(table).TableFieldNum;
+    const std::int32_t capacity = Parts::attr(table).RecordMaxCount;
+    std::int64_t record_size = 0;
+    if (slot >= attr.DBTableNum || count < 0 || capacity < 0 || Parts::fields(table) == nullptr) return false;
+    for (auto &[index, field] : *Parts::fields(table)) {
+      if (index >= count || field.GetFieldSize() < 0 || record_size > kLargestSegment) return false;
+      field.SetFieldOffset(static_cast<int>(record_size));
+      record_size += field.GetFieldSize();
+    }
+    fields += count;
+    if (record_size > kLargestSegment) return false;
+    table.SetTableSize(static_cast<int>(record_size));
+    data += record_size * capacity;
+    if (data > kLargestSegment || fields * std::int64_t{sizeof(_field_attr)} > kLargestSegment) return false;
+  }
+  const std::int64_t field_offset =
+      std::int64_t{sizeof(_db_attr)} + attr.DBTableNum * std::int64_t{sizeof(_table_attr)};
+  const std::int64_t data_offset = field_offset + fields * std::int64_t{sizeof(_field_attr)};
+  if (data_offset + data > kLargestSegment) return false;
+  attr.TableOffset = sizeof(_db_attr);
+  attr.FieldOffset = static_cast<std::int32_t>(field_offset);
+  attr.DBFieldNum = static_cast<std::int32_t>(fields);
+  attr.DataOffset = static_cast<std::int32_t>(data_offset);
+  attr.DBSize = static_cast<std::int32_t>(data_offset + data);
+  return true;
+}
+
+// Copies a table's field descriptors to their places, the first one at `place`. Returns the place after the last.
+std::byte *write_fields(const CRtTable &table, std::byte *place) {
+  int record_offset = 0;
+  for (int index = 0; index < Parts::attr(table).TableFieldNum; ++index) {
+    CRtField field;  // a slot that was not filled still has its place in the record
+    field.SetFieldOffset(record_offset);
+    if (const auto *fields = Parts::fields(table); fields != nullptr) {
+      if (const auto found = fields->find(index); found != fields->end()) field = found->second;
+    }
+    record_offset = field.GetFieldOffset() + field.GetFieldSize();
+    quillanest::store(place, Parts::attr(field));
+    place += sizeof(_field_attr);
+  }
+  return place;
+}
+
+// Copies table and field descriptors to their places in the new segment.
+void write_slots(CRtDataBase &database) {
+  const _db_attr &attr = Parts::attr(database);
+  std::byte *base = quillanest::SegmentAccess::bytes(Parts::segment(database)).data();
+  std::byte *table_place = base + attr.TableOffset;
+  std::byte *field_place = base + attr.FieldOffset;
+  std::int32_t data_offset = attr.DataOffset;
+  visit_slots(database, [&](CRtTable &table) {
+    Parts::set_offsets(table, static_cast<int>(field_place - base), data_offset);
+    field_place = write_fields(table, field_place);
+    quillanest::store(table_place, Parts::attr(table));
+    table_place += sizeof(_table_attr);
+    data_offset += Parts::attr(table).TableSize * Parts::attr(table).RecordMaxCount;
+    Parts::release_fields(table);
+  });
+}
 
 }  // namespace
 
@@ -34,7 +120,7 @@ int CRtDataBase::InitAddTable(int slot, const CRtTable &table) {
   if (slot < 0 || slot >= attr_.DBTableNum || tables_ == nullptr) return 0;
   CRtTable &stored = (*tables_)[slot];
   stored = table;
-  stored.SetDataBase(nullptr);  // the caller's may be a view on another table
+  stored.SetDataBase(nullptr);  // the caller's may be bound to another table
   return stored.CreateFieldMemory();
 }
 
@@ -57,95 +143,13 @@ int CRtDataBase::InitAddField(const CRtField &field) {
   return id == quillanest::kNoID && fresh_slot < attr_.DBTableNum ? 1 : 0;
 }
 
-// Calls `visit(table)` for every slot in order, with a fresh table for a slot that was not filled.
-template <class Visit>
-void CRtDataBase::visit_slots(Visit visit) {
-  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
-    const auto found = tables_->find(slot);
-    if (found != tables_->end()) {
-      visit(found->second);
-    } else {
-      CRtTable fresh;
-      visit(fresh);
-    }
-  }
-}
-
-// Computes the record size of every table and the offsets and size of the segment. False, for a catalogue that no
-// segment can hold, when a number is negative or the size exceeds 2 GB.
-bool CRtDataBase::compute_layout() {
-  std::int64_t fields = 0;
-  std::int64_t data = 0;
-  if (attr_.DBTableNum > kMostTables) return false;
-  // Unfilled slots have neither fields nor records, so only the filled ones count.
-  for (auto &[slot, table] : *tables_) {
-    const std::int32_t count = table.attr_.TableFieldNum;
-    const std::int32_t capacity = table.attr_.RecordMaxCount;
-    std::int64_t record_size = 0;
-    if (slot >= attr_.DBTableNum || count < 0 || capacity < 0 || table.fields_ == nullptr) return false;
-    for (auto &[index, field] : *table.fields_) {
-      if (index >= count || field.GetFieldSize() < 0 || record_size > kLargestSegment) return false;
-      field.SetFieldOffset(static_cast<int>(record_size));
-      record_size += field.GetFieldSize();
-    }
-    fields += count;
-    if (record_size > kLargestSegment) return false;
-    table.SetTableSize(static_cast<int>(record_size));
-    data += record_size * capacity;
-    if (data > kLargestSegment || fields * std::int64_t{sizeof(_field_attr)} > kLargestSegment) return false;
-  }
-  const std::int64_t field_offset =
-      std::int64_t{sizeof(_db_attr)} + attr_.DBTableNum * std::int64_t{sizeof(_table_attr)};
-  const std::int64_t data_offset = field_offset + fields * std::int64_t{sizeof(_field_attr)};
-  if (data_offset + data > kLargestSegment) return false;
-  attr_.TableOffset = sizeof(_db_attr);
-  attr_.FieldOffset = static_cast<std::int32_t>(field_offset);
-  attr_.DBFieldNum = static_cast<std::int32_t>(fields);
-  attr_.DataOffset = static_cast<std::int32_t>(data_offset);
-  attr_.DBSize = static_cast<std::int32_t>(data_offset + data);
-  return true;
-}
-
-// Copies a table's field descriptors to their places, the first one at `place`. Returns the place after the last.
-std::byte *CRtDataBase::write_fields(const CRtTable &table, std::byte *place) {
-  int record_offset = 0;
-  for (int index = 0; index < table.attr_.TableFieldNum; ++index) {
-    CRtField field;  // a slot that was not filled still has its place in the record
-    field.SetFieldOffset(record_offset);
-    if (table.fields_ != nullptr) {
-      if (const auto found = table.fields_->find(index); found != table.fields_->end()) field = found->second;
-    }
-    record_offset = field.GetFieldOffset() + field.GetFieldSize();
-    quillanest::store(place, field.attr_);
-    place += sizeof(_field_attr);
-  }
-  return place;
-}
-
-// Copies table and field descriptors to their places in the new segment.
-void CRtDataBase::write_slots() {
-  std::byte *base = quillanest::SegmentAccess::bytes(segment_).data();
-  std::byte *table_place = base + attr_.TableOffset;
-  std::byte *field_place = base + attr_.FieldOffset;
-  std::int32_t data_offset = attr_.DataOffset;
-  visit_slots([&](CRtTable &table) {
-    table.SetFieldOffset(static_cast<int>(field_place - base));
-    table.SetDataOffset(data_offset);
-    field_place = write_fields(table, field_place);
-    quillanest::store(table_place, table.attr_);
-    table_place += sizeof(_table_attr);
-    data_offset += table.attr_.TableSize * table.attr_.RecordMaxCount;
-    (void)table.ReleaseFieldMemory();
-  });
-}
-
 int CRtDataBase::CreateMem() {
-  if (attr_.DBTableNum < 1 || tables_ == nullptr || !compute_layout()) return 0;
+  if (attr_.DBTableNum < 1 || tables_ == nullptr || !compute_layout(*this)) return 0;
   segment_.SetKey(static_cast<int>(attr_.DBID));
   if (segment_.Create(attr_.DBSize, false, true) == nullptr) return 0;
   // Create() returns an existing segment of any size.
   if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
-  write_slots();
+  write_slots(*this);
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
   quillanest::SegmentAccess::notes(segment_)->store(0);  // of an image that was here before
   (void)ReleaseTableMemory();

@@ -1,10 +1,11 @@
 // Finding a database's tables, and its record functions by table ID.
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/Matches.h"
-#include "quillanest/kernel/RtDataBase.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::DatabaseView;
+using quillanest::Parts;
 
 namespace {
 
@@ -12,54 +13,79 @@ auto name_is(const char *name) { return quillanest::text_is<_table_attr>(offseto
 auto cname_is(const char *name) { return quillanest::text_is<_table_attr>(offsetof(_table_attr, TableCName), name); }
 auto table_id_is(unsigned int id) { return quillanest::id_is(&_table_attr::TableID, id); }
 
-}  // namespace
-
 // The descriptor in a slot: the image's when mapped, else that of the catalogue under construction, in which a slot
-// that was not filled is a fresh one. Null when there is no such slot.
-const _table_attr *CRtDataBase::slot_attr(int slot) const {
-  if (slot < 0 || slot >= attr_.DBTableNum) return nullptr;
-  if (DatabaseView::is_mapped(*this)) return DatabaseView::table(*this, slot);
-  if (tables_ == nullptr) return nullptr;
+// that was not filled is a fresh one. Null if there is no such slot.
+const _table_attr *slot_attr(const CRtDataBase &database, int slot) {
+  if (slot < 0 || slot >= Parts::attr(database).DBTableNum) return nullptr;
+  if (DatabaseView::is_mapped(database)) return DatabaseView::table(database, slot);
+  const auto *tables = Parts::tables(database);
+  if (tables == nullptr) return nullptr;
   static const CRtTable fresh;
-  const auto found = tables_->find(slot);
-  return found != tables_->end() ? &found->second.attr_ : &fresh.attr_;
+  const auto found = tables->find(slot);
+  return &Parts::attr(found != tables->end() ? found->second : fresh);
 }
 
-// Fills the caller's table from a slot that exists and binds it to this database.
-void CRtDataBase::fill_table(CRtTable &table, int slot) {
-  table = *slot_attr(slot);
-  table.SetDataBase(this);
+// Fills the caller's table from a slot that exists and binds it to the database.
+void fill_table(CRtDataBase &database, CRtTable &table, int slot) {
+  table = *slot_attr(database, slot);
+  Parts::bind(table, &database);
 }
 
 template <class Matches>
-int CRtDataBase::find_table(CRtTable &table, Matches matches) {
-  for (int slot = 0; slot < attr_.DBTableNum; ++slot) {
-    const _table_attr *attr = slot_attr(slot);
+int find_table(CRtDataBase &database, CRtTable &table, Matches matches) {
+  for (int slot = 0; slot < Parts::attr(database).DBTableNum; ++slot) {
+    const _table_attr *attr = slot_attr(database, slot);
     if (attr == nullptr) return 0;
     if (!matches(*attr)) continue;
-    fill_table(table, slot);
+    fill_table(database, table, slot);
     return 1;
   }
   return 0;
 }
 
+// The first matching descriptor of the image, in as many slots as the segment's descriptor says; null if not mapped.
+template <class Matches>
+const _table_attr *find_in_image(const CRtDataBase &database, Matches matches) {
+  if (!DatabaseView::is_mapped(database)) return nullptr;
+  const int count = DatabaseView::attr(database).DBTableNum;
+  for (int slot = 0; slot < count; ++slot) {
+    const _table_attr *attr = DatabaseView::table(database, slot);
+    if (attr == nullptr || matches(*attr)) return attr;
+  }
+  return nullptr;
+}
+
+// Where a table's record area starts; null if that is outside the segment.
+char *data_address(const CRtDataBase &database, const _table_attr *table) {
+  const std::span<std::byte> segment = DatabaseView::segment(database);
+  if (table == nullptr) return nullptr;
+  const std::int64_t offset = quillanest::read_once(table->DataOffset);
+  return offset >= 0 && offset <= static_cast<std::int64_t>(segment.size())
+             ? quillanest::as_chars(segment.data() + offset)
+             : nullptr;
+}
+
+}  // namespace
+
 int CRtDataBase::GetDBTableFromName(CRtTable &table, const char *name) {
-  return name == nullptr ? 0 : find_table(table, name_is(name));
+  return name == nullptr ? 0 : find_table(*this, table, name_is(name));
 }
 
 int CRtDataBase::GetDBTableFromCName(CRtTable &table, const char *name) {
-  return name == nullptr ? 0 : find_table(table, cname_is(name));
+  return name == nullptr ? 0 : find_table(*this, table, cname_is(name));
 }
 
-int CRtDataBase::GetDBTableFromID(CRtTable &table, unsigned int id) { return find_table(table, table_id_is(id)); }
+int CRtDataBase::GetDBTableFromID(CRtTable &table, unsigned int id) {
+  return find_table(*this, table, table_id_is(id));
+}
 
 int CRtDataBase::GetDBTableFromIndex(CRtTable &table, int slot) {
-  if (slot_attr(slot) == nullptr) return 0;
-  fill_table(table, slot);
+  if (slot_attr(*this, slot) == nullptr) return 0;
+  fill_table(*this, table, slot);
   return 1;
 }
 
-int CRtDataBase::IfHasTable() const { return in_force().DBTableNum > 0 ? 1 : 0; }
+int CRtDataBase::IfHasTable() const { return DatabaseView::attr(*this).DBTableNum > 0 ? 1 : 0; }
 
 int CRtDataBase::GetFirstTablePostion() const { return attr_.DBTableNum >= 1 ? 0 : -1; }
 
@@ -98,42 +124,20 @@ int CRtDataBase::SetTableRecord(unsigned int tableID, const char *record, int pr
   return GetDBTableFromID(table, tableID) != 0 && table.Update(record, -1, projectID) >= 0 ? 1 : 0;
 }
 
-// The first matching descriptor of the image, in as many slots as the segment's descriptor says; null when not mapped.
-template <class Matches>
-const _table_attr *CRtDataBase::find_in_image(Matches matches) const {
-  if (!DatabaseView::is_mapped(*this)) return nullptr;
-  const int count = in_force().DBTableNum;
-  for (int slot = 0; slot < count; ++slot) {
-    const _table_attr *attr = DatabaseView::table(*this, slot);
-    if (attr == nullptr || matches(*attr)) return attr;
-  }
-  return nullptr;
-}
-
 char *CRtDataBase::GetTableDataAddress(unsigned int tableID) const {
-  return data_address(find_in_image(table_id_is(tableID)));
+  return data_address(*this, find_in_image(*this, table_id_is(tableID)));
 }
 
 char *CRtDataBase::GetTableDataAddress(const char *tableName) const {
-  return tableName == nullptr ? nullptr : data_address(find_in_image(name_is(tableName)));
+  return tableName == nullptr ? nullptr : data_address(*this, find_in_image(*this, name_is(tableName)));
 }
 
 char *CRtDataBase::GetTableDataAddressAt(int slot) const {
-  if (!DatabaseView::is_mapped(*this) || slot < 0 || slot >= in_force().DBTableNum) return nullptr;
-  return data_address(DatabaseView::table(*this, slot));
-}
-
-// Where a table's record area starts; null when that lies outside the segment.
-char *CRtDataBase::data_address(const _table_attr *table) const {
-  const std::span<std::byte> segment = DatabaseView::segment(*this);
-  if (table == nullptr) return nullptr;
-  const std::int64_t offset = quillanest::read_once(table->DataOffset);
-  return offset >= 0 && offset <= static_cast<std::int64_t>(segment.size())
-             ? quillanest::as_chars(segment.data() + offset)
-             : nullptr;
+  if (!DatabaseView::is_mapped(*this) || slot < 0 || slot >= DatabaseView::attr(*this).DBTableNum) return nullptr;
+  return data_address(*this, DatabaseView::table(*this, slot));
 }
 
 int CRtDataBase::GetTableRecordCount(unsigned int tableID) const {
-  const _table_attr *table = find_in_image(table_id_is(tableID));
+  const _table_attr *table = find_in_image(*this, table_id_is(tableID));
   return table == nullptr ? 0 : quillanest::load_shared(table->RecordCount);
 }

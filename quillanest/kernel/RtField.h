@@ -8,6 +8,10 @@
 #include "quillanest/System.h"
 #include "quillanest/shm/ImageLayout.h"
 
+namespace quillanest {
+struct Parts;
+}
+
 class QUILLANEST_API CRtField {
  public:
   // Texts empty; DataBaseID, TableID and FieldID 0xFFFFFFFF; every other member 0.
@@ -69,8 +73,8 @@ class QUILLANEST_API CRtField {
   static void GetDisplayText(int nType, char *pValue, char *pszText);
 
  private:
-  friend class CRtDataBase;
   friend class CRtTable;
+  friend struct quillanest::Parts;
 
   _field_attr attr_;
 };

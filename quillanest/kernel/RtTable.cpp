@@ -55,57 +55,49 @@ void CRtTable::SetDataBase(CRtDataBase *database) { database_ = database; }
 
 bool CRtTable::IsInShareMemory() const { return TableView::descriptor(*this) != nullptr; }
 
-_table_attr &CRtTable::in_force() {
-  _table_attr *shared = TableView::descriptor(*this);
-  return shared != nullptr ? *shared : attr_;
-}
-
-const _table_attr &CRtTable::in_force() const {
-  const _table_attr *shared = TableView::descriptor(*this);
-  return shared != nullptr ? *shared : attr_;
-}
-
-char *CRtTable::GetTableName() { return in_force().TableName; }
+char *CRtTable::GetTableName() { return TableView::attr_of(*this).TableName; }
 void CRtTable::SetTableName(const char *name) {
-  (void)quillanest::set_block_text(in_force(), offsetof(_table_attr, TableName), RTDB_NAME_SIZE, name);
+  (void)quillanest::set_block_text(TableView::attr_of(*this), offsetof(_table_attr, TableName), RTDB_NAME_SIZE, name);
 }
-char *CRtTable::GetTableCName() { return in_force().TableCName; }
+char *CRtTable::GetTableCName() { return TableView::attr_of(*this).TableCName; }
 void CRtTable::SetTableCName(const char *name) {
-  (void)quillanest::set_block_text(in_force(), offsetof(_table_attr, TableCName), RTDB_CNAME_SIZE, name);
+  (void)quillanest::set_block_text(TableView::attr_of(*this), offsetof(_table_attr, TableCName), RTDB_CNAME_SIZE, name);
 }
-unsigned int CRtTable::GetDataBaseID() const { return in_force().DataBaseID; }
-void CRtTable::SetDataBaseID(unsigned int id) { in_force().DataBaseID = id; }
-unsigned int CRtTable::GetTableID() const { return in_force().TableID; }
-void CRtTable::SetTableID(unsigned int id) { in_force().TableID = id; }
-int CRtTable::GetIndexInDB() const { return in_force().IndexInDB; }
-void CRtTable::SetIndexInDB(int index) { in_force().IndexInDB = index; }
-int CRtTable::GetTableSize() const { return in_force().TableSize; }
-void CRtTable::SetTableSize(int size) { in_force().TableSize = size; }
-int CRtTable::GetRecordCount() const { return quillanest::load_shared(in_force().RecordCount); }
+unsigned int CRtTable::GetDataBaseID() const { return TableView::attr_of(*this).DataBaseID; }
+void CRtTable::SetDataBaseID(unsigned int id) { TableView::attr_of(*this).DataBaseID = id; }
+unsigned int CRtTable::GetTableID() const { return TableView::attr_of(*this).TableID; }
+void CRtTable::SetTableID(unsigned int id) { TableView::attr_of(*this).TableID = id; }
+int CRtTable::GetIndexInDB() const { return TableView::attr_of(*this).IndexInDB; }
+void CRtTable::SetIndexInDB(int index) { TableView::attr_of(*this).IndexInDB = index; }
+int CRtTable::GetTableSize() const { return TableView::attr_of(*this).TableSize; }
+void CRtTable::SetTableSize(int size) { TableView::attr_of(*this).TableSize = size; }
+int CRtTable::GetRecordCount() const { return quillanest::load_shared(TableView::attr_of(*this).RecordCount); }
 void CRtTable::SetRecordCount(int count) {
   const TableView view = TableView::of(*this);
   const std::int32_t before = view ? view.count() : 0;
-  quillanest::store_shared(in_force().RecordCount, count);
+  quillanest::store_shared(TableView::attr_of(*this).RecordCount, count);
   if (view && count > before) view.check_order(view.record(before), 0, (count - before) * view.record_size);
 }
-int CRtTable::GetRecordMaxCount() const { return quillanest::load_shared(in_force().RecordMaxCount); }
-void CRtTable::SetRecordMaxCount(int count) { quillanest::store_shared(in_force().RecordMaxCount, count); }
-int CRtTable::GetTableFieldNum() const { return in_force().TableFieldNum; }
-void CRtTable::SetTableFieldNum(int count) { in_force().TableFieldNum = count; }
+int CRtTable::GetRecordMaxCount() const { return quillanest::load_shared(TableView::attr_of(*this).RecordMaxCount); }
+void CRtTable::SetRecordMaxCount(int count) {
+  quillanest::store_shared(TableView::attr_of(*this).RecordMaxCount, count);
+}
+int CRtTable::GetTableFieldNum() const { return TableView::attr_of(*this).TableFieldNum; }
+void CRtTable::SetTableFieldNum(int count) { TableView::attr_of(*this).TableFieldNum = count; }
 
 unsigned int CRtTable::GetIDExclusive() {
-  _table_attr &attr = in_force();
+  _table_attr &attr = TableView::attr_of(*this);
   const std::uint32_t next = quillanest::load_shared(attr.IDExclusive);
   quillanest::store_shared(attr.IDExclusive, next + 1);
   return next;
 }
 
-void CRtTable::SetIDExclusive(unsigned int id) { quillanest::store_shared(in_force().IDExclusive, id); }
+void CRtTable::SetIDExclusive(unsigned int id) { quillanest::store_shared(TableView::attr_of(*this).IDExclusive, id); }
 
-void CRtTable::SetFieldOffset(int offset) { in_force().FieldOffset = offset; }
-void CRtTable::SetDataOffset(int offset) { in_force().DataOffset = offset; }
+void CRtTable::SetFieldOffset(int offset) { TableView::attr_of(*this).FieldOffset = offset; }
+void CRtTable::SetDataOffset(int offset) { TableView::attr_of(*this).DataOffset = offset; }
 
-_table_attr *CRtTable::GetTableInfo() { return &in_force(); }
+_table_attr *CRtTable::GetTableInfo() { return &TableView::attr_of(*this); }
 
 _field_attr *CRtTable::GetFieldAddress() const {
   const TableView view = TableView::of(*this);

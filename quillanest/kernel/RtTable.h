@@ -34,8 +34,9 @@
 class CRtDataBase;
 
 namespace quillanest {
+struct Parts;
 struct TableView;
-}
+}  // namespace quillanest
 
 // Values of the field "iEditStatus"; 0 means never set.
 inline constexpr int EDIT_STATUS_COMMITTED = 1;
@@ -200,6 +201,7 @@ class QUILLANEST_API CRtTable {
 
  private:
   friend class CRtDataBase;
+  friend struct quillanest::Parts;
   friend struct quillanest::TableView;
 
   void SetDataBase(CRtDataBase *database);
@@ -209,12 +211,6 @@ class QUILLANEST_API CRtTable {
   int CreateFieldMemory();
   int ReleaseFieldMemory();
   int InitAddField(const CRtField &field);
-
-  _table_attr &in_force();
-  const _table_attr &in_force() const;
-  const _field_attr *field_slot(int index) const;
-  template <class Matches>
-  int find_field(Matches matches) const;
 
   _table_attr attr_;
   // Field slots while the catalogue is built; a slot that was not filled has no entry and counts as a fresh CRtField.

@@ -1,9 +1,10 @@
 // The field directory of CRtTable.
 #include "quillanest/kernel/Matches.h"
-#include "quillanest/kernel/RtTable.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/kernel/TableView.h"
 #include "quillanest/shm/Bytes.h"
 
+using quillanest::Parts;
 using quillanest::TableView;
 
 namespace {
@@ -11,6 +12,40 @@ namespace {
 auto name_is(const char *name) { return quillanest::text_is<_field_attr>(offsetof(_field_attr, FieldName), name); }
 auto cname_is(const char *name) { return quillanest::text_is<_field_attr>(offsetof(_field_attr, FieldCName), name); }
 auto field_id_is(unsigned int id) { return quillanest::id_is(&_field_attr::FieldID, id); }
+
+// The descriptor in a slot of the field directory: the image's when attached, else that of the catalogue under
+// construction. Null if there is no such slot.
+const _field_attr *field_slot(const CRtTable &table, int index) {
+  const _table_attr &attr = TableView::attr_of(table);
+  if (index < 0 || index >= attr.TableFieldNum) return nullptr;
+  if (const TableView view = TableView::of(table)) return view.field(index);
+  const auto *fields = Parts::fields(table);
+  if (fields == nullptr) return nullptr;
+  static const CRtField fresh;
+  const auto found = fields->find(index);
+  return &Parts::attr(found != fields->end() ? found->second : fresh);
+}
+
+// The first slot whose descriptor matches, or -1.
+template <class Matches>
+int find_field(const CRtTable &table, Matches matches) {
+  const int count = TableView::attr_of(table).TableFieldNum;
+  if (const TableView view = TableView::of(table)) {
+    for (int i = 0; i < count; ++i) {
+      const _field_attr *field = view.field(i);
+      if (field == nullptr) return -1;
+      if (matches(*field)) return i;
+    }
+    return -1;
+  }
+  if (Parts::fields(table) == nullptr) return -1;
+  for (int i = 0; i < count; ++i) {
+    const _field_attr *field = field_slot(table, i);
+    if (field == nullptr) return -1;
+    if (matches(*field)) return i;
+  }
+  return -1;
+}
 
 }  // namespace
 
@@ -34,67 +69,36 @@ int CRtTable::InitAddField(const CRtField &field) {
   return index;
 }
 
-// The descriptor in a slot of the field directory: the image's when attached, else that of the catalogue under
-// construction. Null when there is no such slot.
-const _field_attr *CRtTable::field_slot(int index) const {
-  const _table_attr &attr = in_force();
-  if (index < 0 || index >= attr.TableFieldNum) return nullptr;
-  if (const TableView view = TableView::of(*this)) return view.field(index);
-  if (fields_ == nullptr) return nullptr;
-  static const CRtField fresh;
-  const auto found = fields_->find(index);
-  return found != fields_->end() ? &found->second.attr_ : &fresh.attr_;
-}
-
-// The first slot whose descriptor matches, or -1.
-template <class Matches>
-int CRtTable::find_field(Matches matches) const {
-  const int count = in_force().TableFieldNum;
-  if (const TableView view = TableView::of(*this)) {
-    for (int i = 0; i < count; ++i) {
-      const _field_attr *field = view.field(i);
-      if (field == nullptr) return -1;
-      if (matches(*field)) return i;
-    }
-    return -1;
-  }
-  if (fields_ == nullptr) return -1;
-  for (int i = 0; i < count; ++i) {
-    const _field_attr *field = field_slot(i);
-    if (field == nullptr) return -1;
-    if (matches(*field)) return i;
-  }
-  return -1;
-}
-
 int CRtTable::GetFieldFromName(CRtField &field, const char *name) const {
-  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(name_is(name)));
+  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(*this, name_is(name)));
 }
 
 int CRtTable::GetFieldFromCName(CRtField &field, const char *name) const {
-  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(cname_is(name)));
+  return name == nullptr ? 0 : GetFieldFromIndex(field, find_field(*this, cname_is(name)));
 }
 
 int CRtTable::GetFieldFromID(CRtField &field, unsigned int id) const {
-  return GetFieldFromIndex(field, find_field(field_id_is(id)));
+  return GetFieldFromIndex(field, find_field(*this, field_id_is(id)));
 }
 
 int CRtTable::GetFieldFromIndex(CRtField &field, int index) const {
-  const _field_attr *slot = field_slot(index);
+  const _field_attr *slot = field_slot(*this, index);
   if (slot == nullptr) return 0;
   field = *slot;
   return 1;
 }
 
 _field_attr *CRtTable::GetFieldFromName(const char *name) const {
-  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(name_is(name)));
+  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(*this, name_is(name)));
 }
 
 _field_attr *CRtTable::GetFieldFromCName(const char *name) const {
-  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(cname_is(name)));
+  return name == nullptr ? nullptr : GetFieldFromIndex(find_field(*this, cname_is(name)));
 }
 
-_field_attr *CRtTable::GetFieldFromID(unsigned int id) const { return GetFieldFromIndex(find_field(field_id_is(id))); }
+_field_attr *CRtTable::GetFieldFromID(unsigned int id) const {
+  return GetFieldFromIndex(find_field(*this, field_id_is(id)));
+}
 
 _field_attr *CRtTable::GetFieldFromIndex(int index) const {
   const TableView view = TableView::of(*this);
@@ -103,12 +107,12 @@ _field_attr *CRtTable::GetFieldFromIndex(int index) const {
 
 int CRtTable::FindFieldFromName(const char *name, bool bCName) const {
   if (name == nullptr) return -1;
-  return bCName ? find_field(cname_is(name)) : find_field(name_is(name));
+  return bCName ? find_field(*this, cname_is(name)) : find_field(*this, name_is(name));
 }
 
 bool CRtTable::SetField(CRtField field) {
   const int index = field.GetIndexInTable();
-  if (index < 0 || index >= in_force().TableFieldNum) return false;
+  if (index < 0 || index >= TableView::attr_of(*this).TableFieldNum) return false;
   if (const TableView view = TableView::of(*this)) {
     _field_attr *slot = view.field(index);
     if (slot == nullptr) return false;
@@ -120,7 +124,7 @@ bool CRtTable::SetField(CRtField field) {
   return true;
 }
 
-bool CRtTable::IfHasField() const { return in_force().TableFieldNum > 0; }
+bool CRtTable::IfHasField() const { return TableView::attr_of(*this).TableFieldNum > 0; }
 
 int CRtTable::GetFirstFieldPostion() const { return IfHasField() ? 0 : -1; }
 

@@ -19,12 +19,16 @@
 #include <array>
 #include <cstddef>
 #include <memory>
-#include <span>
 
 #include "quillanest/System.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/shm/ImageLayout.h"
 #include "quillanest/shm/ShareMemory.h"
+
+namespace quillanest {
+struct ManagerView;
+struct Parts;
+}  // namespace quillanest
 
 class QUILLANEST_API CRtdbManager {
  public:
@@ -158,30 +162,15 @@ class QUILLANEST_API CRtdbManager {
   bool BuildIncludeFile(const char *directory);
 
  private:
+  friend struct quillanest::ManagerView;
+  friend struct quillanest::Parts;
+
   int CreateMem(int bReopen);
   int CreateDBMem();
   int ReadConfigInfo();
   _rtdb_attr *GetRealRtdbInfo() const;
   _db_attr *GetDbInfoAddr() const;
   int *GetDbInfoIndexAddr() const;
-
-  struct Directory;
-  std::span<std::byte> segment_bytes() const;
-  _rtdb_attr &in_force();
-  const _rtdb_attr &in_force() const;
-  Directory directory(int slots) const;
-  Directory usable_directory() const;
-  CRtDataBase *catalogue_database(unsigned int id) const;
-  bool build_image(const char *schema_file);
-  bool reopen_image();
-  void record_host_name();
-  void release_catalogue();
-  bool bind_system_database();
-  bool start(bool reopen, const char *schema_file);
-  template <class Matches>
-  int find_database(CRtDataBase &database, Matches matches);
-  template <class Matches>
-  int update_directory(const _db_attr *attr, Matches matches);
 
   _rtdb_attr attr_;
   std::array<std::shared_ptr<CRtDataBase>, RTDB_DATABASE_MAX> catalogue_;

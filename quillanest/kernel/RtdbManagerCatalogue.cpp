@@ -3,12 +3,26 @@
 #include <memory>
 
 #include "quillanest/base/Neutral.h"
-#include "quillanest/kernel/Directory.h"
-#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/ManagerView.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/HeldMutex.h"
 
+using quillanest::ManagerView;
+
+namespace {
+
+// The first database of the catalogue with that ID; null if there is no such database.
+CRtDataBase *catalogue_database(CRtdbManager &manager, unsigned int id) {
+  for (const std::shared_ptr<CRtDataBase> &database : quillanest::Parts::catalogue(manager)) {
+    if (database != nullptr && database->GetDBID() == id) return database.get();
+  }
+  return nullptr;
+}
+
+}  // namespace
+
 int CRtdbManager::AddDataBase(CRtDataBase *database) {
-  if (database == nullptr || database == &system_) return 0;  // the manager's own view has an owner
+  if (database == nullptr || database == &system_) return 0;  // the manager's own object has an owner
   return quillanest::neutral_on_failure(0, [&] {
     // Allocates all that ownership takes before the object has an owner: who keeps it after a failure is never in
     // doubt.
@@ -30,27 +44,20 @@ int CRtdbManager::AddDataBase(CRtDataBase *database) {
   });
 }
 
-CRtDataBase *CRtdbManager::catalogue_database(unsigned int id) const {
-  for (const std::shared_ptr<CRtDataBase> &database : catalogue_) {
-    if (database != nullptr && database->GetDBID() == id) return database.get();
-  }
-  return nullptr;
-}
-
 int CRtdbManager::AddTable(const CRtTable &table) {
-  CRtDataBase *database = catalogue_database(table.GetDataBaseID());
+  CRtDataBase *database = catalogue_database(*this, table.GetDataBaseID());
   if (database == nullptr) return 0;
   return quillanest::neutral_on_failure(0, [&] { return database->InitAddTable(table.GetIndexInDB(), table); });
 }
 
 int CRtdbManager::AddField(const CRtField &field) {
-  CRtDataBase *database = catalogue_database(field.GetDataBaseID());
+  CRtDataBase *database = catalogue_database(*this, field.GetDataBaseID());
   if (database == nullptr || field.GetIndexInTable() < 0) return 0;
   return quillanest::neutral_on_failure(0, [&] { return database->InitAddField(field); });
 }
 
 int CRtdbManager::CreateDBMem() {
-  const Directory entries = directory(std::min(GetDataBaseMaxNum(), RTDB_DATABASE_MAX));
+  const quillanest::Directory entries = ManagerView::directory(*this, std::min(GetDataBaseMaxNum(), RTDB_DATABASE_MAX));
   if (!entries) return 0;
   for (int slot = 0; slot < entries.slots; ++slot) {
     CRtDataBase *database = catalogue_[static_cast<std::size_t>(slot)].get();

@@ -1,13 +1,16 @@
 // The directory: finding databases and tables, and keeping directory records in step.
 #include "quillanest/kernel/DatabaseView.h"
-#include "quillanest/kernel/Directory.h"
+#include "quillanest/kernel/ManagerView.h"
 #include "quillanest/kernel/Matches.h"
-#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
+using quillanest::Directory;
 using quillanest::id_is;
+using quillanest::ManagerView;
+using quillanest::Parts;
 using quillanest::text_is;
 
 namespace {
@@ -17,49 +20,62 @@ const _db_attr &mapped_attr(const CRtDataBase &database) {
   return *quillanest::attr_at<_db_attr>(DatabaseView::segment(database), 0);
 }
 
-}  // namespace
-
 // The first present database whose own segment matches. The target is detached afterwards.
-// By design [MappedTarget]: a target that comes in mapped keeps its view for the first comparison.
+// By design [MappedTarget]: a target that comes in mapped keeps its mapping for the first comparison.
 template <class Matches>
-int CRtdbManager::find_database(CRtDataBase &database, Matches matches) {
-  const Directory entries = usable_directory();
+int find_database(CRtdbManager &manager, CRtDataBase &database, Matches matches) {
+  const Directory entries = ManagerView::directory(manager);
   if (!entries) return 0;
   for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
     database = entries.records[slot];
     if (database.AttachShareMemory() == 0) continue;
     const bool found = matches(mapped_attr(database));
-    if (found) database.manager_ = this;
+    if (found) Parts::manager(database) = &manager;
     (void)database.DetachShareMemory();
     if (found) return 1;
   }
   return 0;
 }
 
+// Overwrites the first directory record that matches; 1, or 0 if there is no such record.
+template <class Matches>
+int update_directory(CRtdbManager &manager, const _db_attr *attr, Matches matches) {
+  const Directory entries = ManagerView::directory(manager);
+  if (!entries || attr == nullptr || quillanest::room_at(attr, sizeof *attr) < sizeof *attr) return 0;
+  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
+    if (!matches(entries.records[slot])) continue;
+    entries.records[slot] = *attr;
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
 int CRtdbManager::GetDataBaseFromName(CRtDataBase &database, const char *name) {
   if (name == nullptr) return 0;
-  return find_database(database, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
+  return find_database(*this, database, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
 }
 
 int CRtdbManager::GetDataBaseFromCName(CRtDataBase &database, const char *name) {
   if (name == nullptr) return 0;
-  return find_database(database, text_is<_db_attr>(offsetof(_db_attr, DBCName), name));
+  return find_database(*this, database, text_is<_db_attr>(offsetof(_db_attr, DBCName), name));
 }
 
 int CRtdbManager::GetDataBaseFromID(CRtDataBase &database, unsigned int id) {
-  return find_database(database, id_is(&_db_attr::DBID, id));
+  return find_database(*this, database, id_is(&_db_attr::DBID, id));
 }
 
 int CRtdbManager::GetFirstDataBasePostion(int &position) {
   position = -1;
-  const Directory entries = usable_directory();
+  const Directory entries = ManagerView::directory(*this);
   if (entries) position = entries.next_present(0);
   return position >= 0 ? 1 : 0;
 }
 
 int CRtdbManager::GetNext(CRtDataBase &database, int &position) {
   if (position < 0) return 0;
-  const Directory entries = usable_directory();
+  const Directory entries = ManagerView::directory(*this);
   if (!entries) return 0;
   for (int slot = entries.next_present(position); slot >= 0; slot = entries.next_present(slot + 1)) {
     position = slot + 1;
@@ -74,7 +90,7 @@ int CRtdbManager::GetNext(CRtDataBase &database, int &position) {
 }
 
 int CRtdbManager::FindTable(unsigned int tableID, CRtDataBase &database, CRtTable &table) {
-  const Directory entries = usable_directory();
+  const Directory entries = ManagerView::directory(*this);
   if (!entries) return 0;
   for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
     database = entries.records[slot];
@@ -88,25 +104,13 @@ int CRtdbManager::FindTable(unsigned int tableID, CRtDataBase &database, CRtTabl
   return 0;
 }
 
-template <class Matches>
-int CRtdbManager::update_directory(const _db_attr *attr, Matches matches) {
-  const Directory entries = usable_directory();
-  if (!entries || attr == nullptr || quillanest::room_at(attr, sizeof *attr) < sizeof *attr) return 0;
-  for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
-    if (!matches(entries.records[slot])) continue;
-    entries.records[slot] = *attr;
-    return 1;
-  }
-  return 0;
-}
-
 int CRtdbManager::UpdateDBInfo(const char *name, const _db_attr *attr) {
   if (name == nullptr) return 0;
-  return update_directory(attr, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
+  return update_directory(*this, attr, text_is<_db_attr>(offsetof(_db_attr, DBName), name));
 }
 
 int CRtdbManager::UpdateDBInfo(unsigned int id, const _db_attr *attr) {
-  return update_directory(attr, id_is(&_db_attr::DBID, id));
+  return update_directory(*this, attr, id_is(&_db_attr::DBID, id));
 }
 
 int CRtdbManager::GetSystemTable(CRtTable &table, unsigned int tableID) {

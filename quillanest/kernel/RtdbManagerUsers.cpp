@@ -9,13 +9,15 @@
 
 #include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
-#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/kernel/ManagerView.h"
+#include "quillanest/kernel/TableView.h"
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/TextAt.h"
 
 using quillanest::as_bytes;
+using quillanest::ManagerView;
 using quillanest::TableView;
 
 namespace {
@@ -122,7 +124,7 @@ int CRtdbManager::UserLogin(const char *name, const char *password) {
   std::copy(words.begin(), words.end(), std::begin(attr_.Rights));
   SYSTEMTIME now{};
   (void)quillanest::read_local_time(now);
-  for (_rtdb_attr *attr : {&in_force(), &attr_}) {
+  for (_rtdb_attr *attr : {&ManagerView::attr(*this), &attr_}) {
     attr->SysUserID = quillanest::load<std::uint32_t>(user->data());
     // A name that fills its field is cut: its end would fall into the rights, which are none of its business here.
     set_user_name(*attr, name_of(*user).substr(0, RTDB_USER_SIZE - 1));
@@ -132,7 +134,7 @@ int CRtdbManager::UserLogin(const char *name, const char *password) {
 }
 
 void CRtdbManager::UserLogout() {
-  for (_rtdb_attr *attr : {&in_force(), &attr_}) {
+  for (_rtdb_attr *attr : {&ManagerView::attr(*this), &attr_}) {
     attr->SysUserID = 0;
     attr->SysUserName[0] = '\0';
     std::fill(std::begin(attr->Rights), std::end(attr->Rights), 0U);
@@ -148,24 +150,24 @@ bool CRtdbManager::CheckRights(unsigned int n) const {
 }
 
 unsigned int CRtdbManager::GetRights(int word) const {
-  const std::byte *found = right_word(in_force(), word);
+  const std::byte *found = right_word(ManagerView::attr(*this), word);
   return found == nullptr ? 0 : quillanest::load<std::uint32_t>(found);
 }
 
 void CRtdbManager::SetRights(int word, unsigned int value) {
-  for (_rtdb_attr *attr : {&in_force(), &attr_}) {
+  for (_rtdb_attr *attr : {&ManagerView::attr(*this), &attr_}) {
     if (std::byte *found = right_word(*attr, word); found != nullptr) quillanest::store(found, value);
   }
 }
 
-unsigned int CRtdbManager::GetSysUserID() const { return in_force().SysUserID; }
+unsigned int CRtdbManager::GetSysUserID() const { return ManagerView::attr(*this).SysUserID; }
 
 void CRtdbManager::SetSysUserID(unsigned int id) {
-  in_force().SysUserID = id;
+  ManagerView::attr(*this).SysUserID = id;
   attr_.SysUserID = id;
 }
 
-char *CRtdbManager::GetSysUserName() { return in_force().SysUserName; }
+char *CRtdbManager::GetSysUserName() { return ManagerView::attr(*this).SysUserName; }
 
 void CRtdbManager::SetSysUserName(const char *name) {
   if (name == nullptr) return;
@@ -173,13 +175,13 @@ void CRtdbManager::SetSysUserName(const char *name) {
   std::array<char, sizeof(_rtdb_attr)> copy{};
   const std::string_view text = quillanest::text_at(name).substr(0, copy.size());
   std::copy(text.begin(), text.end(), copy.begin());
-  for (_rtdb_attr *attr : {&in_force(), &attr_}) set_user_name(*attr, {copy.data(), text.size()});
+  for (_rtdb_attr *attr : {&ManagerView::attr(*this), &attr_}) set_user_name(*attr, {copy.data(), text.size()});
 }
 
-void CRtdbManager::GetLoginUseTime(SYSTEMTIME &time) const { time = in_force().LoginUseTime; }
+void CRtdbManager::GetLoginUseTime(SYSTEMTIME &time) const { time = ManagerView::attr(*this).LoginUseTime; }
 
 void CRtdbManager::SetLoginUseTime(SYSTEMTIME &time) {
   const SYSTEMTIME copy = time;
-  in_force().LoginUseTime = copy;
+  ManagerView::attr(*this).LoginUseTime = copy;
   attr_.LoginUseTime = copy;
 }

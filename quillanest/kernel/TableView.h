@@ -80,6 +80,16 @@ struct TableView {
     return DatabaseView::table(*table.database_, table.attr_.IndexInDB);
   }
 
+  // The descriptor in force: the image's while the table is attached, else the object's own.
+  static _table_attr &attr_of(CRtTable &table) noexcept {
+    _table_attr *shared = descriptor(table);
+    return shared != nullptr ? *shared : table.attr_;
+  }
+  static const _table_attr &attr_of(const CRtTable &table) noexcept {
+    const _table_attr *shared = descriptor(table);
+    return shared != nullptr ? *shared : table.attr_;
+  }
+
   static CRtDataBase *database(const CRtTable &table) noexcept { return table.database_; }
 
   // Bytes from the first record to the end of the segment.

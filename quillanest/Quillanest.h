@@ -2,7 +2,7 @@
 //
 //   CRtdbManager manager;                                            // reads conf/fix_Rtdb.ini
 //   if (!manager.RtdbManagerInit(false, "stations.schema")) return;  // builds the image, loads the system database
-//   CRtTable stations;                                               // a handle on one table
+//   CRtTable stations;                                               // a handle of one table
 //   if (manager.GetSystemTable(stations, "Station") == 0) return;
 //   const char *record = stations.FindIDExclusive(17);               // the record with key 17, or null
 //   if (record != nullptr) std::memcpy(&pressure, record + 20, 8);   // packed bytes at known offsets

@@ -19,12 +19,12 @@ inline constexpr std::size_t kSivTagSize = 16;
 using SivKey = std::array<unsigned char, 64>;
 using SivTag = std::array<unsigned char, kSivTagSize>;
 
-// The digest of a text: 32 bytes and 64 bytes. ServiceFailure when memory is short.
+// The digest of a text: 32 bytes and 64 bytes. ServiceFailure if memory is short.
 [[nodiscard]] Bytes sha256(std::string_view text);
 [[nodiscard]] SivKey sha512(std::string_view text);
 
 // AES-SIV (RFC 5297) over one message without associated data. Enciphering fills in `tag`; deciphering gives nothing
-// for a message that does not belong to the tag. ServiceFailure when memory is short.
+// for a message that does not belong to the tag. ServiceFailure if memory is short.
 [[nodiscard]] Bytes siv_encipher(const SivKey &key, const Bytes &message, SivTag &tag);
 [[nodiscard]] std::optional<Bytes> siv_decipher(const SivKey &key, const Bytes &message, const SivTag &tag);
 

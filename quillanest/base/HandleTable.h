@@ -2,7 +2,7 @@
 //
 // A handle is a slot and the slot's generation; closing counts the generation up. Handles travel in the shape of
 // addresses; where these have 32 bits only, a handle repeats after its slot has been used 256 times. Opening and
-// closing allocate only when the table grows, and slots are reused.
+// closing allocate only if the table grows, and slots are reused.
 // Threads: all members may run on any thread at the same time; none takes a lock.
 #pragma once
 
@@ -136,7 +136,7 @@ class HandleTable {
   }
 
   std::array<std::atomic<Chunk *>, kChunks> chunks_{};
-  std::atomic<std::uint64_t> free_{0};  // changes << 32 | index + 1 of the top, 0 when the stack is empty
+  std::atomic<std::uint64_t> free_{0};  // changes << 32 | index + 1 of the top, 0 if the stack is empty
   std::atomic<std::uint32_t> used_{0};
 };
 

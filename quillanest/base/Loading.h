@@ -1,6 +1,6 @@
 // Work that is done when the library is loaded: what a fork must not meet half made by another thread, and what must
 // not wait until a program ends. A function of it is marked [[gnu::constructor(kWhenLoaded)]]. It ends with a result
-// also when memory is short; the first use does the work then.
+// also if memory is short; the first use does the work then.
 #pragma once
 
 namespace quillanest {

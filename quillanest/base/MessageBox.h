@@ -1,6 +1,8 @@
 // Messages for the user: the few failures that no return value reports.
 //
-// A program with a user interface sets a handler that shows them; without one they go to the standard error stream.
+//   quillanest::set_message_handler([](const char *text) { show_in_window(text); });
+//
+// Without a handler messages go to the standard error stream.
 #pragma once
 
 #include "quillanest/System.h"

@@ -37,7 +37,7 @@ Attr *attrs_at(std::span<std::byte> segment, std::int64_t offset) {
 }
 
 struct DatabaseView {
-  // The segment while the object is mapped, else empty. A flag without a view, as a copy of a mapped object has it,
+  // The segment while the object is mapped, else empty. A flag without a mapping, as a copy of a mapped object has it,
   // counts as not mapped.
   static std::span<std::byte> segment(const CRtDataBase &database) noexcept {
     if (database.mapped_ == 0) return {};

@@ -41,7 +41,7 @@ struct KeyPlace {
   return position >= 0 ? KeyPlace{true, position} : search_key(view.keys(), key, view.count(), view.has_order());
 }
 
-// The record with that key: at `hint` when it is there, else by search. Not found: the insertion point.
+// The record with that key: at `hint` if it is there, else by search. Not found: the insertion point.
 [[nodiscard]] inline KeyPlace find_key_near(const TableView &view, std::uint32_t key, std::int32_t hint) noexcept {
   const std::byte *at_hint = view.at(hint);
   if (at_hint != nullptr && view.key_of(at_hint) == key) return {true, hint};

@@ -1,5 +1,12 @@
 // CRtField: the descriptor of one field (one column) of a table.
 //
+//   CRtField field;
+//   for (int at = pumps.GetFirstFieldPostion(); pumps.GetNextField(field, at);) {
+//     if (field.GetFieldType() != RTDB_TYPE_DOUBLE) continue;
+//     double value = 0;
+//     std::memcpy(&value, record + field.GetFieldOffset(), sizeof value);  // `record` from CRtTable::FindIDExclusive
+//   }
+//
 // It is exactly the 128 bytes of the image's _field_attr, so it serves while the catalogue is built and as the copy
 // that a table's field directory hands out. It owns nothing. Threads: an object is used by one thread at a time;
 // GetDisplayText keeps no state and may run on any thread.

@@ -1,4 +1,4 @@
-// CRtTable: the handle on one table: its descriptor, its fields and its records.
+// CRtTable: the handle of one table: its descriptor, its fields and its records.
 //
 //   std::vector<char> record(static_cast<std::size_t>(pumps.GetTableSize()));
 //   pumps.InitRecordDefault(record.data());                     // the default values of the schema
@@ -7,15 +7,15 @@
 //   for (int at = pumps.GetFirstPosition(); at != -1;) use(pumps.GetNextPosition(at));  // all records in key order
 //   pumps.Delete(7, -1, 0);
 //
-// While the catalogue is built a CRtTable is the table itself. Once its database is mapped it is a cheap view, made per
-// call on the stack: a copy of the descriptor and a pointer to the database object. Such a table is called attached.
+// While the catalogue is built a CRtTable is the table itself. Once its database is mapped it is a cheap handle, made
+// on the stack: a copy of the descriptor and a pointer to the database object. Such a table is called attached.
 // Every operation of an attached table reads and writes the image directly.
 //
-// Lifetime: a view must not outlive its database object, and works on records only while that object is mapped.
+// Lifetime: a table must not outlive its database object, and works on records only while that object is mapped.
 // Addresses that it returns point into the image, stay valid while the database stays mapped, and mean another record
 // after an insert or delete before them.
 //
-// Threads: an object is used by one thread at a time; any number of views may work on one table. Insert, Update and
+// Threads: an object is used by one thread at a time; any number of objects may work on one table. Insert, Update and
 // Delete take the database's named mutex. Everything else takes no lock: a program with several editing threads holds
 // that mutex, a CMutexEx with the database's name, around its edits and around reads that must not see a half-done
 // shift. docs/concurrency.md has the details.
@@ -57,7 +57,7 @@ class QUILLANEST_API CRtTable {
   CRtTable &operator=(const _table_attr &other);
 
   // --- Descriptor ---------------------------------------------------------------------------------------------------
-  // Getters read and setters write the descriptor in force: the image's when attached, else this object's own. Names of
+  // Getters read and setters write the descriptor in force: the image's if attached, else this object's own. Names of
   // more than 24, caption names of more than 40 characters are ignored. The getters of texts return an address inside
   // the descriptor.
   char *GetTableName();
@@ -78,15 +78,15 @@ class QUILLANEST_API CRtTable {
   void SetRecordMaxCount(int count);
   int GetTableFieldNum() const;
   void SetTableFieldNum(int count);
-  // The next key to hand out, which it counts up. Hold the database's mutex when others edit.
+  // The next key to hand out, which it counts up. Hold the database's mutex if others edit.
   unsigned int GetIDExclusive();
   void SetIDExclusive(unsigned int id);
 
   // The descriptor in force; never null.
   _table_attr *GetTableInfo();
-  // The table's field descriptors in the image, TableFieldNum of them; null when not attached.
+  // The table's field descriptors in the image, TableFieldNum of them; null if not attached.
   _field_attr *GetFieldAddress() const;
-  // The record area in the image; null when not attached.
+  // The record area in the image; null if not attached.
   char *GetDataAddress() const;
 
   // --- Fields -------------------------------------------------------------------------------------------------------
@@ -101,12 +101,12 @@ class QUILLANEST_API CRtTable {
   _field_attr *GetFieldFromID(unsigned int id) const;
   _field_attr *GetFieldFromIndex(int index) const;
 
-  // The slot of the field with that name (caption name when `bCName`), or -1.
+  // The slot of the field with that name (caption name if `bCName`), or -1.
   int FindFieldFromName(const char *name, bool bCName) const;
 
   // Overwrites the descriptor in the slot that the argument's IndexInTable gives, offsets and sizes included: in the
-  // image when attached, for every view on it. Nothing checks the new values; a wrong one garbles the table's records.
-  // False when the slot does not exist.
+  // image if attached, for every object on it. The new values are not checked; a wrong one garbles the table's
+  // records. False if the slot does not exist.
   bool SetField(CRtField field);
 
   bool IfHasField() const;
@@ -120,7 +120,7 @@ class QUILLANEST_API CRtTable {
 
   // The position of the record with that key, or -1.
   int FindRecordIndex(unsigned int key) const;
-  // 1 with the record's position, or 0 with the position at which the key would be inserted (-1 when not attached).
+  // 1 with the record's position, or 0 with the position at which the key would be inserted (-1 if not attached).
   int FindIDExclusive(unsigned int key, int &position) const;
   // The record, or null; always null for key 0.
   char *FindIDExclusive(unsigned int key) const;
@@ -128,8 +128,8 @@ class QUILLANEST_API CRtTable {
   int FindIDExclusive(unsigned int key, char *buffer) const;
   // The record at a position, or null outside 0 to RecordCount - 1.
   char *GetAt(int position) const;
-  // The record with that key, looked for at `hint` first. Null when there is none, when the hint is not below
-  // RecordCount (such a hint is an error), or when the hint is negative and the key 0.
+  // The record with that key, looked for at `hint` first. Null if there is none, if the hint is not below
+  // RecordCount (such a hint is an error), or if the hint is negative and the key 0.
   char *GetRecordAddr(unsigned int key, int hint) const;
   // The first record, in key order, whose field `fieldIndex`, read as text, equals `text` without regard to case; or
   // null. A linear scan.
@@ -145,25 +145,25 @@ class QUILLANEST_API CRtTable {
   // A record buffer holds TableSize bytes. Project 0 edits outside any project; another number stamps the record with
   // that project and an edit status, and a delete then only marks the record. Every edit sets "bModified" to 1.
 
-  // Inserts the record in its key's place and returns its position; -2 when the key is there already; -1 when the
+  // Inserts the record in its key's place and returns its position; -2 if the key is there already; -1 if the
   // buffer is null, the table not attached or full, no key is left to issue, or the mutex cannot be opened. A record
   // with key 0 gets the next key, which is written into the buffer, and goes to the end.
   int Insert(char *record, int projectID);
   // The same with a record of zeros and that key; with `fillDefaults` not 0 the fields' default values follow, which
-  // replace the key too when the key field has one.
+  // replace the key too if the key field has one.
   int Insert(unsigned int key, int projectID, int fillDefaults);
-  // Overwrites the record whose key the buffer carries, looked for at `hint` first, and returns its position; -1 when
+  // Overwrites the record whose key the buffer carries, looked for at `hint` first, and returns its position; -1 if
   // the buffer is null, the table not attached, the key absent, or the mutex cannot be opened.
   int Update(const char *record, int hint, int projectID);
   // Removes the record with that key, looked for at `hint` first; key 0 takes the record at `hint`. With a project the
-  // record stays, marked EDIT_STATUS_DELETED. 1, or 0 when there is no such record or no mutex.
+  // record stays, marked EDIT_STATUS_DELETED. 1, or 0 if there is no such record or no mutex.
   int Delete(unsigned int key, int hint, int projectID);
   // Stamps the record at a position as an edit would: action 2 insert, 3 update, 4 delete. 1, or 0 without a record.
   int SetRecordVersionInfo(int position, int projectID, int action);
 
   // --- Single values ------------------------------------------------------------------------------------------------
   // None of these takes the mutex or stamps the record. STRING and PASSWD values are copied up to their terminator,
-  // others as FieldSize bytes. 1, or 0 when the buffer is null, the record absent or there is no such field.
+  // others as FieldSize bytes. 1, or 0 if the buffer is null, the record absent or there is no such field.
   int GetFieldData(unsigned int key, int fieldIndex, char *buffer) const;
   // Refuses only an index above TableFieldNum; TableFieldNum itself, and negative indexes here and in GetFieldData,
   // mean the field descriptors of the database's other tables that lie there in the image. Where none does, nothing is
@@ -173,20 +173,20 @@ class QUILLANEST_API CRtTable {
   int SetFieldDataAt(int position, int fieldIndex, const char *value);
   // Writes FieldSize bytes of `value` into the field of the records from `first` up to but not including `end`; a
   // negative `end` means RecordCount - 1, and slots after the table's record area are left alone. 1, also for an
-  // empty range; 0 when the table is not attached, the value null or `first` of a range no record.
+  // empty range; 0 if the table is not attached, the value null or `first` of a range no record.
   int SetColumnValueAt(int fieldIndex, const char *value, int first, int end);
   // Converts the text to the field's type and stores it. A text as long as the field or longer is first shortened in
   // the caller's buffer to the field's size less one. 1, or 0 for a null text, no record, no field or no type.
   int SetFieldByText(int position, int fieldIndex, char *text);
 
   // --- Whole table --------------------------------------------------------------------------------------------------
-  // Forgets all records and starts keys at 1 again; takes no lock. 0 when not attached.
+  // Forgets all records and starts keys at 1 again; takes no lock. 0 if not attached.
   int DeleteAllRecord();
   // Whether a record holds exactly 1 in field "bModified"; false for a table without that field.
   bool IsModified() const;
-  // Fills the fields that have a default value in a buffer of TableSize bytes; nothing when not attached.
+  // Fills the fields that have a default value in a buffer of TableSize bytes; nothing if not attached.
   void InitRecordDefault(char *record) const;
-  // Saves this table to the store that the configuration selects. False when not attached or not saved.
+  // Saves this table to the store that the configuration selects. False if not attached or not saved.
   bool SaveData(int projectID);
   // Turns the records of all projects into base data and saves the table. Always true; nothing happens to a table
   // without "iProjectID" and "iEditStatus".

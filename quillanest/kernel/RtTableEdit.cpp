@@ -48,7 +48,7 @@ bool remove_record(const TableView &view, std::int32_t position) {
   return true;
 }
 
-// The next key, which the table counts up; 0 when all keys are used up.
+// The next key, which the table counts up; 0 if all keys are used up.
 std::uint32_t issue_key(const TableView &view) {
   const std::uint32_t key = load_shared(view.attr->IDExclusive);
   if (key != 0) store_shared(view.attr->IDExclusive, key + 1);

@@ -12,7 +12,7 @@
 // other object has mapped is gone. Another manager of the same process attaches to the image.
 //
 // Every attribute of the image exists twice, in this object and, while the manager segment is mapped, in the image:
-// getters read the image's when it is mapped, setters write both.
+// getters read the image's if it is mapped, setters write both.
 // Threads: a manager is used by one thread at a time.
 #pragma once
 
@@ -46,13 +46,13 @@ class QUILLANEST_API CRtdbManager {
   // --- Start-up -----------------------------------------------------------------------------------------------------
   // Attaches to an image that this process has already. Otherwise builds one: from the schema file and loading the
   // system database (`bReopen` false), or re-opening the segments of an existing directory (`bReopen` true, the file is
-  // not used and no data is loaded). False when a step fails; the state reached by then stays, so that a second call
-  // may attach to an image whose data was never loaded: check GetRtdbStatus. May throw _com_error when a relational
+  // not used and no data is loaded). False if a step fails; the state reached by then stays, so that a second call
+  // may attach to an image whose data was never loaded: check GetRtdbStatus. May throw _com_error if a relational
   // store delivers a value that does not convert.
   bool RtdbManagerInit(bool bReopen, const char *pszSchemaFile);
   // Maps an existing manager segment and the system database in it; 1 or 0.
   int AttachShareMemory();
-  // Unmaps the manager segment and the system database view; the catalogue's databases stay mapped.
+  // Unmaps the manager segment and the system database; the catalogue's databases stay mapped.
   void DetachShareMemory();
   // Unmaps the manager segment.
   void DestroyMemory();
@@ -67,23 +67,23 @@ class QUILLANEST_API CRtdbManager {
   char *GetDataPath();    // folder of the data files, as configured
 
   // --- Directory ----------------------------------------------------------------------------------------------------
-  // The lookups deliver the first match in slot order: `database` bound to it, not mapped. 1, or 0 when there is none
+  // The lookups deliver the first match in slot order: `database` bound to it, not mapped. 1, or 0 if there is none
   // or the image is not laid out yet. `database` must not be mapped when it is passed in: matching reads the name in
   // the segment that the object has mapped. Names compare without regard to ASCII case.
   int GetDataBaseFromName(CRtDataBase &database, const char *name);
   int GetDataBaseFromCName(CRtDataBase &database, const char *name);
   int GetDataBaseFromID(CRtDataBase &database, unsigned int id);
-  // Databases in slot order: when GetFirstDataBasePostion is 1, call GetNext until it is 0. It delivers the database at
+  // Databases in slot order: if GetFirstDataBasePostion is 1, call GetNext until it is 0. It delivers the database at
   // `position` or the next one after it, not mapped, and moves on; 0, with `position` -1, after the last one.
   int GetFirstDataBasePostion(int &position);
   int GetNext(CRtDataBase &database, int &position);
   // The first table with that ID in any database; `database` is delivered mapped.
   int FindTable(unsigned int tableID, CRtDataBase &database, CRtTable &table);
-  // Overwrites the directory record of the database with that name or ID; 1, or 0 when there is none.
+  // Overwrites the directory record of the database with that name or ID; 1, or 0 if there is none.
   int UpdateDBInfo(const char *name, const _db_attr *attr);
   int UpdateDBInfo(unsigned int id, const _db_attr *attr);
 
-  // The manager's own view on the system database; never null.
+  // The manager's own object for the system database; never null.
   CRtDataBase *GetSystemDB();
   // A table of the system database; 1, or 0 if it has no such table or is not mapped.
   int GetSystemTable(CRtTable &table, unsigned int tableID);
@@ -124,12 +124,12 @@ class QUILLANEST_API CRtdbManager {
   void SetLoginUseTime(SYSTEMTIME &time);
 
   // --- Catalogue ----------------------------------------------------------------------------------------------------
-  // Takes ownership of `database`, which has no other owner, and returns 1; 0, without ownership, when no slot is free,
+  // Takes ownership of `database`, which has no other owner, and returns 1; 0, without ownership, if no slot is free,
   // and for null and this manager's own GetSystemDB(). An object that two managers own is freed twice.
   int AddDataBase(CRtDataBase *database);
   // Puts the table into the slot IndexInDB of the database DataBaseID; 0 if there is no such database or slot.
   int AddTable(const CRtTable &table);
-  // Puts the field into the slot IndexInTable of the table TableID of the database DataBaseID; 0 when there is no such
+  // Puts the field into the slot IndexInTable of the table TableID of the database DataBaseID; 0 if there is no such
   // table or the slot is negative. A slot past the table's field number is accepted and ignored.
   int AddField(const CRtField &field);
 
@@ -138,27 +138,27 @@ class QUILLANEST_API CRtdbManager {
   // Loads write records without a lock: call them while no thread edits. Project 0 is the base data.
   int LoadSystemDB();                      // 1 and status "loaded", or 0
   int LoadAllCustomizedDB(int projectID);  // all databases but the system database; 1 and status "loaded", or 0
-  // True although single tables may have failed; false when there is no database.
+  // True although single tables may have failed; false if there is no database.
   bool SaveData(int projectID);
   // Saves everything to text data files (`bToFile`) or to the relational store, regardless of the configuration.
   int SaveDataTo(bool bToFile);
-  // Merges a partial-update file into existing records: columns are found by name (by caption name when `bUseCName`),
-  // the first one selects the record, `separator` separates values. True also when the file does not exist; false
-  // when database or table do not, when the file is no text, or when it cannot be told whether there is a file.
+  // Merges a partial-update file into existing records: columns are found by name (by caption name if `bUseCName`),
+  // the first one selects the record, `separator` separates values. True also if the file does not exist; false
+  // if database or table do not, if the file is not text, or if it is not known whether there is a file.
   bool LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName, char separator);
-  // Replaces a table's records by those of a text data file. True, with the table unchanged, when the file does not
-  // exist; false when database or table do not exist, when the file has no header or is no text, or when it cannot be
+  // Replaces a table's records by those of a text data file. True, with the table unchanged, if the file does not
+  // exist; false if database or table do not exist, if the file has no header or is not text, or if it cannot be
   // told whether there is a file.
   bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
-  // Commits all projects of all tables. False when there is no database.
+  // Commits all projects of all tables. False if there is no database.
   bool CommitProject();
 
   // --- C headers ----------------------------------------------------------------------------------------------------
-  // Writes `directory`/NAME.h for every database; docs/c-headers.md shows what is in it. True when the directory of
-  // databases could be walked, also when no file could be written; a file that cannot be created shows a message.
+  // Writes `directory`/NAME.h for every database; docs/c-headers.md shows what is in it. True if the directory of
+  // databases could be walked, also if no file could be written; a file that cannot be created shows a message.
   // Afterwards this manager is attached neither to the image nor to the system database. A manager that built the
-  // image, and whose view on it is the only one, thereby gives it up: write headers last, or from a second manager.
-  // False when there is no image, or no system or other database in it.
+  // image, and whose mapping of it is the only one, thereby gives it up: write headers last, or from a second manager.
+  // False if there is no image, or no system or other database in it.
   bool BuildIncludeFile(const char *directory);
 
  private:

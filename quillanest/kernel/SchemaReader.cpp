@@ -92,7 +92,7 @@ class SchemaReader {
  public:
   explicit SchemaReader(CRtdbManager &manager) : manager_(manager) {}
 
-  // Takes one line that begins with '#'; false when it is rejected.
+  // Takes one line that begins with '#'; false if it is rejected.
   [[nodiscard]] bool take(std::string_view line) {
     mark(line);
     const bool taken = take_record(line);

@@ -72,7 +72,7 @@ struct TableView {
     return view;
   }
 
-  // The descriptor in the image; null when the table is not attached. A segment that holds one holds the descriptor of
+  // The descriptor in the image; null if the table is not attached. A segment that holds one holds the descriptor of
   // its database, too.
   static_assert(sizeof(_table_attr) >= sizeof(_db_attr));
   static _table_attr *descriptor(const CRtTable &table) noexcept {
@@ -95,7 +95,7 @@ struct TableView {
   // Bytes from the first record to the end of the segment.
   [[nodiscard]] std::int64_t room() const noexcept { return segment.data() + segment.size() - records; }
 
-  // True when `count` records lie inside the segment.
+  // True if `count` records lie inside the segment.
   [[nodiscard]] bool holds(std::int64_t count) const noexcept { return count >= 0 && count * record_size <= room(); }
 
   // Records in use and capacity, 0 or more and cut to what the segment holds.
@@ -121,7 +121,7 @@ struct TableView {
     if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
   }
 
-  // To be called after a write of `size` bytes at `offset` of the record at `start`: notes when keys that it covers,
+  // To be called after a write of `size` bytes at `offset` of the record at `start`: notes if keys that it covers,
   // of this record or, where it runs on, of the following ones, are out of order now.
   void check_order(const std::byte *start, std::int64_t offset, std::int64_t size) const noexcept {
     if (offset < std::int64_t{sizeof(std::uint32_t)} || offset + size > record_size) {
@@ -161,7 +161,7 @@ struct TableView {
     return attr_at<_field_attr>(segment, field_offset + index * std::int64_t{sizeof(_field_attr)});
   }
 
-  // The address of the first field descriptor, also when the table has none; null outside the segment.
+  // The address of the first field descriptor, also if the table has none; null outside the segment.
   [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, field_offset); }
 
   // The field descriptors that are there: the table's number of fields, cut to what the segment holds.

@@ -10,7 +10,7 @@ namespace {
 
 // The name of a version field, which has 8 letters or more and is shorter than names may be. Every edit looks at the
 // fields of its table, so a field's name is read as one number, the same for capital and small letters, and letter by
-// letter only when that is the wanted one.
+// letter only if that is the wanted one.
 class VersionName {
  public:
   explicit VersionName(std::string_view name) noexcept : name_(name), start_(start_of(name.data())) {}

@@ -41,7 +41,7 @@ class CRtdbDataFile final : public TableStore {
   std::string extension_;
 };
 
-// Merges a partial-update file into existing records. The header's columns are looked up by name (by caption name when
+// Merges a partial-update file into existing records. The header's columns are looked up by name (by caption name if
 // `use_caption_names`); the first column's text selects the record, the others are stored and mark it modified. True
 // also if the file does not exist; false if it has no header line or the table no descriptors in the image.
 bool LoadSomeDataFile(CRtTable &table, const std::string &path, bool use_caption_names, char separator);

@@ -1,6 +1,6 @@
 // Up to two connections side by side: the main database and its backup, which receives the same statements.
 //
-// Writers send every statement to all open slots; readers use one slot, the main one when it could be opened. Settings
+// Writers send every statement to all open slots; readers use one slot, the main one if it could be opened. Settings
 // come from a section of the configuration file and are read by each Open() that starts from the closed state.
 // Errors of the data-access layer are caught in the operation that met them; docs/relational-store.md has the list.
 // Lifetime: an object is built for one public call. Threads: one object belongs to one thread.
@@ -54,7 +54,7 @@ class CDbConnection {
   bool Close();
 
   // Runs a statement on every slot that is open and in `targets`. The number of rows that the last of them changed, as
-  // a signed 16-bit number; 0 when none ran it; -1 when one failed, and the slots after it did not run it.
+  // a signed 16-bit number; 0 if none ran it; -1 if one failed, and the slots after it did not run it.
   int Execute(const char *statement, int targets);
 
   // Runs a query on the current slot and keeps its rows, at most `most_rows` of them, before the first of which nothing
@@ -64,7 +64,7 @@ class CDbConnection {
   [[nodiscard]] int GetRecordCount() const;
   void MoveFirst();
   void MoveNext();
-  // True past the last row and without a current slot; false when there is a slot but no row set to ask.
+  // True past the last row and without a current slot; false if there is a slot but no row set to ask.
   [[nodiscard]] bool IsEOF() const;
   // The value of a column in the current row; NULL without a slot, a row or a column of that name.
   [[nodiscard]] Variant GetFieldValue(const char *column) const;
@@ -77,7 +77,7 @@ class CDbConnection {
   [[nodiscard]] const RowSet *rows() const;
   [[nodiscard]] std::size_t row() const { return row_; }
 
-  // What Execute does, with the whole count of the last slot; nothing when a slot failed.
+  // What Execute does, with the whole count of the last slot; nothing if a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
   // Runs a statement whose result is not needed on every open slot, at the latest before the next operation.
@@ -95,7 +95,7 @@ class CDbConnection {
   // opened is not tried again, and a store that was found locked refuses at once.
   void wait_once() noexcept { waits_once_ = true; }
 
-  // A transaction on every open slot. begin is false when a slot refuses, and none is begun then. commit is false when
+  // A transaction on every open slot. begin is false if a slot refuses, and none is begun then. commit is false if
   // a slot could not keep its changes; that slot and those after it are rolled back.
   [[nodiscard]] bool begin_transaction();
   [[nodiscard]] bool commit_transaction();

@@ -6,7 +6,7 @@
 
 namespace quillanest {
 
-// False when a PASSWD value is the start of a text that another key enciphered: loaded without that key, it was cut to
+// False if a PASSWD value is the start of a text that another key enciphered: loaded without that key, it was cut to
 // the field, and saving it would put the useless start in the place of the whole. Such a table is not saved, so that
 // the store keeps what it has until the key is back.
 [[nodiscard]] bool passwords_are_whole(const TableView &view, const PasswordCipher &cipher);

@@ -50,7 +50,7 @@ class CRtdbMedia final : public TableStore {
   bool LoadAllCustomized(int project) override;
 
   // Applies the rows of a query by key: known records are overwritten but for their passwords, others inserted. False
-  // when the query fails.
+  // if the query fails.
   bool MergeProjectRows(CRtTable &table, const char *query);
 
   // Inserts one record; `record` is the bytes it lies in, from its first one on. True if the store reports exactly

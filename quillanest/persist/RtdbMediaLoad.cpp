@@ -77,7 +77,7 @@ std::string select_base(const std::string &store_table, const VersionFields &fie
   return query + " ORDER BY ID";
 }
 
-// The record that a project row changes: the one with its key, else a new one; null when the table takes no more.
+// The record that a project row changes: the one with its key, else a new one; null if the table takes no more.
 std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
   const std::uint32_t key = to_int32(id);
   // Key 0 names no record; a row that has it gets the next key.

@@ -1,4 +1,4 @@
-// Keeps the signal away that ends a program when one of its files would grow beyond the limit of its size.
+// Keeps the signal away that ends a program if one of its files would grow beyond the limit of its size.
 #pragma once
 
 namespace quillanest {

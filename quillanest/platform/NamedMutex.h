@@ -31,7 +31,7 @@ inline constexpr int kWaitFailed = -1;
 // A mutex mapped into this process. It is never unmapped.
 struct MappedMutex;
 
-// The mutex called `name`, as open_mutex() finds or creates it; null when that gives no handle.
+// The mutex called `name`, as open_mutex() finds or creates it; null if that gives no handle.
 [[nodiscard]] MappedMutex *find_mutex(std::string_view name);
 
 // As the functions of the same names below.
@@ -40,15 +40,15 @@ bool release_mutex(MappedMutex &mutex);
 
 // --- With a handle ---------------------------------------------------------------------------------------------------
 
-// A new handle on the mutex called `name`, which is created when it does not exist; not owned by this call.
-// kNoMutex when the system refuses, or when what the file of the mutex holds is not a mutex of this build.
+// A new handle on the mutex called `name`, which is created if it does not exist; not owned by this call.
+// kNoMutex if the system refuses, or if what the file of the mutex holds is not a mutex of this build.
 [[nodiscard]] MutexHandle open_mutex(std::string_view name);
 
 // Takes the mutex, waiting up to `timeout_ms` milliseconds; negative means without limit. One of the kWait results;
 // the caller owns the mutex after kWaitSignalled and kWaitAbandoned.
 [[nodiscard]] int wait_mutex(MutexHandle handle, int timeout_ms);
 
-// Undoes one wait of the calling thread. False when the handle is closed or the thread does not own the mutex.
+// Undoes one wait of the calling thread. False if the handle is closed or the thread does not own the mutex.
 bool release_mutex(MutexHandle handle);
 
 // Closes a handle; a closed one or kNoMutex is ignored.

@@ -11,7 +11,7 @@ namespace quillanest {
 // The name of this machine, empty if the system does not report it.
 [[nodiscard]] std::string host_name();
 
-// The value of an environment variable, valid until the environment changes. Null when it is not set, and in a program
+// The value of an environment variable, valid until the environment changes. Null if it is not set, and in a program
 // that was started with more rights than its user has: what the user says must not lead such a program.
 [[nodiscard]] const char *trusted_environment(const char *name);
 

@@ -42,10 +42,10 @@ template <class Text>
   return marked ? Text(text.data() + kMark.size(), text.size() - kMark.size()) : text;
 }
 
-// The size of the file in bytes; nothing when the path names none.
+// The size of the file in bytes; nothing if the path names none.
 [[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
 
-// True when the path names an existing folder.
+// True if the path names an existing folder.
 [[nodiscard]] bool is_folder(const std::string &path);
 
 // Who may read a file that did not exist before its first content.
@@ -78,10 +78,10 @@ class FileReplacement {
 
   [[nodiscard]] bool is_open() const noexcept { return native_ >= 0; }
 
-  // Appends bytes. False when the system could not write all of them; a later commit() is then false too.
+  // Appends bytes. False if the system could not write all of them; a later commit() is then false too.
   bool write(std::string_view bytes);
 
-  // Puts the new content in place and on the disk. False when anything failed; the former file is then kept.
+  // Puts the new content in place and on the disk. False if anything failed; the former file is then kept.
   [[nodiscard]] bool commit();
 
  private:

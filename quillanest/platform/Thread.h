@@ -15,7 +15,7 @@ using ThreadRoutine = unsigned long (*)(void *);
 using ThreadHandle = std::uintptr_t;
 inline constexpr ThreadHandle kNoThread = 0;
 
-// Runs routine(argument) on a new thread; one that throws ends the program. kNoThread when the system refuses.
+// Runs routine(argument) on a new thread; one that throws ends the program. kNoThread if the system refuses.
 [[nodiscard]] ThreadHandle start_thread(ThreadRoutine routine, void *argument);
 
 // Ends the thread at once: no destructor runs, no lock that it holds in memory is given back (named mutexes

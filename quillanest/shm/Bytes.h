@@ -51,7 +51,7 @@ void store_part(std::span<std::byte> to, const T &value) {
   if (!to.empty()) std::memcpy(to.data(), &value, to.size());
 }
 
-// The zero-terminated text at the start of `bytes`, without its terminator; all of them when there is none.
+// The zero-terminated text at the start of `bytes`, without its terminator; all of them if there is none.
 inline std::string_view text_in(std::span<const std::byte> bytes) {
   if (bytes.empty()) return {};
   const void *end = std::memchr(bytes.data(), 0, bytes.size());

@@ -1,4 +1,10 @@
-// CMutexEx: one handle on a system-wide named mutex.
+// CMutexEx: one handle of a system-wide named mutex.
+//
+//   CMutexEx mutex(plant.GetDBName());           // the mutex that edits of this database take
+//   const int result = mutex.Wait(1000);         // milliseconds
+//   if (result != 0 && result != 0x80) return;   // 0x80: taken from an owner that died
+//   edit(plant);
+//   mutex.Release();
 //
 // The mutex belongs to the thread that waited for it, may be taken again by that thread, and is released as often as it
 // was taken. Names are used as given: every process of one user that opens the same name gets the same mutex. Closing a
@@ -24,15 +30,15 @@ class QUILLANEST_API CMutexEx {
   // Closes the handle, if any.
   virtual ~CMutexEx();
 
-  // Creates or opens the mutex called `pszName`, not owned. True when the object has a handle afterwards; one that
-  // already has a handle keeps it and ignores the name. False for a null name or when the system refuses.
+  // Creates or opens the mutex called `pszName`, not owned. True if the object has a handle afterwards; one that
+  // already has a handle keeps it and ignores the name. False for a null name or if the system refuses.
   bool Create(const char *pszName);
 
   // Takes the mutex, waiting up to `nTimeout` milliseconds, -1 without limit. 0: taken. 0x80: taken, and the former
   // owner died with it. 0x102: not taken in time. -1: no handle, or the system refuses.
   int Wait(int nTimeout);
 
-  // Gives the mutex back once. False without a handle or when the calling thread does not own it.
+  // Gives the mutex back once. False without a handle or if the calling thread does not own it.
   bool Release();
 
   // Does nothing.

@@ -17,7 +17,7 @@ inline void skip_blanks(std::string_view &text) {
 }
 
 // Takes the decimal number that a text starts with, after optional white space and a sign, off its front. Nothing, with
-// only white space taken, when `text` does not go on with a number. The value is kept modulo 2^32, so that unsigned
+// only white space taken, if `text` does not go on with a number. The value is kept modulo 2^32, so that unsigned
 // keys of 2^31 and above survive being written and read back.
 [[nodiscard]] inline std::optional<std::uint32_t> scan_int(std::string_view &text) {
   skip_blanks(text);
@@ -33,7 +33,7 @@ inline void skip_blanks(std::string_view &text) {
   return negative ? 0 - number : number;
 }
 
-// The number that scan_int() would take off the text; 0 when there is none.
+// The number that scan_int() would take off the text; 0 if there is none.
 [[nodiscard]] inline std::uint32_t parse_int(std::string_view text) { return scan_int(text).value_or(0); }
 
 // The floating-point number a text starts with, by the rules of the C library's atof in the "C" locale: decimal or

@@ -11,17 +11,17 @@
 namespace quillanest {
 
 struct SegmentAccess {
-  // The bytes of the whole mapped segment; empty without a view.
-  static std::span<std::byte> bytes(const CShareMemory &segment) noexcept { return segment.view_.bytes(); }
+  // The bytes of the whole mapped segment; empty without a mapping.
+  static std::span<std::byte> bytes(const CShareMemory &segment) noexcept { return segment.mapping_.bytes(); }
 
-  // The notes of the process about the segment; null without a view.
-  static std::atomic<std::uint64_t> *notes(const CShareMemory &segment) noexcept { return segment.view_.notes(); }
+  // The notes of the process about the segment; null without a mapping.
+  static std::atomic<std::uint64_t> *notes(const CShareMemory &segment) noexcept { return segment.mapping_.notes(); }
 
   // Records the size that a descriptor gives for the segment.
   static void set_size(CShareMemory &segment, int size) noexcept { segment.size_ = size; }
 
-  // Gives the view up without closing it: the segment stays for the life of the process.
-  static void keep_for_process_life(CShareMemory &segment) noexcept { segment.view_.keep_for_process_life(); }
+  // Gives the mapping up without closing it: the segment stays for the life of the process.
+  static void keep_for_process_life(CShareMemory &segment) noexcept { segment.mapping_.keep_for_process_life(); }
 };
 
 }  // namespace quillanest

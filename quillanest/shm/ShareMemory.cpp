@@ -71,26 +71,26 @@ bool CShareMemory::SetKey(int nKey) {
 }
 
 void *CShareMemory::Create(int nSize, bool bUseFile, bool bZero) {
-  // By design [CreateOnView]: an object that has a view returns it before any check and never clears it.
-  if (!view_.bytes().empty()) return view_.bytes().data();
+  // By design [CreateOnView]: an object that is mapped returns its mapping before any check and never clears it.
+  if (!mapping_.bytes().empty()) return mapping_.bytes().data();
   if (nSize <= 0 || key_ == kNoKey) return nullptr;
   size_ = nSize;
   use_file_ = bUseFile;
   const auto size = static_cast<std::size_t>(nSize);
-  view_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return open_segment(key_, size, bUseFile); });
-  if (view_.bytes().empty()) return nullptr;
+  mapping_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return open_segment(key_, size, bUseFile); });
+  if (mapping_.bytes().empty()) return nullptr;
   // An existing segment is opened as it is, and may be smaller.
-  if (bZero && !view_.is_fresh()) std::memset(view_.bytes().data(), 0, std::min(size, view_.bytes().size()));
-  return view_.bytes().data();
+  if (bZero && !mapping_.is_fresh()) std::memset(mapping_.bytes().data(), 0, std::min(size, mapping_.bytes().size()));
+  return mapping_.bytes().data();
 }
 
 void *CShareMemory::Attach() {
-  if (view_.bytes().empty() && key_ != kNoKey) {
-    view_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return NamedRegion::open(segment_name(key_)); });
+  if (mapping_.bytes().empty() && key_ != kNoKey) {
+    mapping_ = quillanest::neutral_on_failure(NamedRegion(), [&] { return NamedRegion::open(segment_name(key_)); });
   }
-  return view_.bytes().empty() ? nullptr : view_.bytes().data();
+  return mapping_.bytes().empty() ? nullptr : mapping_.bytes().data();
 }
 
-void CShareMemory::Detach() { view_ = {}; }
+void CShareMemory::Detach() { mapping_ = {}; }
 
-void CShareMemory::Destroy() { view_ = {}; }
+void CShareMemory::Destroy() { mapping_ = {}; }

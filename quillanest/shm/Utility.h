@@ -1,5 +1,10 @@
 // The nine free functions: time, processes, threads and files.
 //
+//   SYSTEMTIME time{};
+//   GetLocalTime(time);                        // local time, whole seconds
+//   ReadTime("2024-3-7 9:05:00", &time);
+//   const int bytes = GetFileSize("plant.schema");
+//
 // None of them keeps state or reports an error other than by its result. All may run on any thread.
 #pragma once
 
@@ -30,14 +35,14 @@ QUILLANEST_API void *CreateThreadEx(unsigned long (*routine)(void *), void *argu
 // the caller's own, which end nothing.
 QUILLANEST_API bool KillThreadEx(void *handle);
 
-// The size of the file in bytes, modulo 2^32 as a signed number; -1 when there is no such file.
+// The size of the file in bytes, modulo 2^32 as a signed number; -1 if there is no such file.
 QUILLANEST_API int GetFileSize(const char *path);
 
-// Makes the file a run of zero bytes, 4 x (size / 4) + 4 of them, creating it when it does not exist. A negative size
-// counts as a very large unsigned one. Nothing when the file cannot be opened.
+// Makes the file a run of zero bytes, 4 x (size / 4) + 4 of them, creating it if it does not exist. A negative size
+// counts as a very large unsigned one. Nothing if the file cannot be opened.
 QUILLANEST_API void ChangeFileSize(const char *path, int size);
 
-// Fills an existing file with zeros, its size rounded down to a multiple of 4. Nothing when it does not exist.
+// Fills an existing file with zeros, its size rounded down to a multiple of 4. Nothing if it does not exist.
 QUILLANEST_API void ClearFile(const char *path);
 
 // Converts a default text into a value of type code `type` at `destination`: for CHAR, UCHAR, STRING and PASSWD the

@@ -1,5 +1,11 @@
 // The error object of the relational data-access layer.
 //
+//   try {
+//     manager.LoadAllCustomizedDB(0);
+//   } catch (const _com_error &error) {
+//     report(error.what());              // a column value does not convert to its field's type
+//   }
+//
 // It is the only exception that leaves the library: a column value that does not convert, met while a table is loaded
 // from a relational store, is thrown to the caller of the load. Nothing else throws it at clients.
 #pragma once
@@ -21,7 +27,7 @@ class QUILLANEST_API _com_error : public std::exception {
   // The result code; never 0.
   [[nodiscard]] std::int32_t Error() const noexcept;
 
-  // The description, or a text for the code when there is none; valid as long as this object.
+  // The description, or a text for the code if there is none; valid as long as this object.
   [[nodiscard]] const char *ErrorMessage() const noexcept;
 
   // The same text.

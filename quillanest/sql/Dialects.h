@@ -18,7 +18,7 @@ inline constexpr int DB_TYPE_INI_CONNSTR = 100;  // a connection string of the u
 
 enum class EngineKind : std::uint8_t { kNone, kSqlite, kOdbc };
 
-// How a statement of a transaction is undone when it fails.
+// How a statement of a transaction is undone if it fails.
 enum class Undo : std::uint8_t {
   kByServer,              // the server undoes it, and nothing else
   kBySavepoint,           // the server refuses everything after it until the transaction goes back to a savepoint

@@ -208,7 +208,7 @@ class OdbcConnection : public Connection {
     kept_.clear();
   }
 
-  // Back to before the statement that failed. False when the server has undone the transaction instead: what followed
+  // Back to before the statement that failed. False if the server has undone the transaction instead: what followed
   // would be kept without what came before it.
   bool undo_statement() noexcept {
     try {

@@ -31,7 +31,7 @@ class OdbcHandle {
   enum class Kind : short { kEnvironment = 1, kConnection = 2, kStatement = 3 };
 
   OdbcHandle() = default;  // none
-  // None when the driver manager refuses. The parent of an environment is none, and its pulse is the parent's.
+  // None if the driver manager refuses. The parent of an environment is none, and its pulse is the parent's.
   OdbcHandle(Kind kind, const OdbcHandle &parent);
   OdbcHandle(OdbcHandle &&other) noexcept;
   OdbcHandle &operator=(OdbcHandle &&other) noexcept;

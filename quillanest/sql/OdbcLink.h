@@ -19,7 +19,7 @@ struct OdbcLink {
   OdbcLink &operator=(const OdbcLink &) = delete;
   ~OdbcLink();
 
-  // Connects with a connection string, once. False when the server refuses or is not there, at the latest when the
+  // Connects with a connection string, once. False if the server refuses or is not there, at the latest when the
   // driver is tired of waiting, which may be never.
   [[nodiscard]] bool connect(const std::string &connection_string);
 };

@@ -1,6 +1,6 @@
 // The rows of a query that a statement of ODBC has run, fetched whole or up to a number of rows.
 //
-// Both functions raise _com_error with the driver's text when the columns cannot be described.
+// Both functions raise _com_error with the driver's text if the columns cannot be described.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,11 @@
 
 namespace quillanest {
 
-// Fetches many rows at a time. Nothing when a value is too long for that, when the driver does not do it, and when a
+// Fetches many rows at a time. Nothing if a value is too long for that, if the driver does not do it, and if a
 // fetch fails: some rows are fetched then, and the query has to be run again and read one by one, which shows why.
 [[nodiscard]] std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement, std::size_t most_rows);
 
-// Fetches value by value, of any length. Raises _com_error when a fetch fails.
+// Fetches value by value, of any length. Raises _com_error if a fetch fails.
 [[nodiscard]] RowSet read_rows_one_by_one(const OdbcHandle &statement, std::size_t most_rows);
 
 }  // namespace quillanest

@@ -16,7 +16,7 @@ class OdbcSources {
  public:
   using Source = std::size_t;
 
-  // Raises std::bad_alloc when it cannot be made.
+  // Raises std::bad_alloc if it cannot be made.
   [[nodiscard]] static OdbcSources &instance();
   OdbcSources();
   OdbcSources(const OdbcSources &) = delete;

@@ -27,7 +27,7 @@ struct OdbcWorker::Shared {
 
   explicit Shared(std::size_t the_source) : source(the_source) {}
 
-  // Waits until a phase is over; false when the driver is silent for too long.
+  // Waits until a phase is over; false if the driver is silent for too long.
   bool wait_through(Phase during, std::unique_lock<std::mutex> &lock, std::chrono::milliseconds patience) {
     const auto over = [&] { return phase != during; };
     while (!changed.wait_until(lock, pulse.last() + patience, over)) {

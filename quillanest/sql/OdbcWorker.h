@@ -29,8 +29,8 @@ void set_driver_patience(std::chrono::milliseconds patience) noexcept;
 // belongs to one thread. The thread inside blocks all signals of the program.
 class OdbcWorker {
  public:
-  // Connects. Null when the server refuses or is not there, when it is silent for about two seconds, or when too many
-  // calls of it hang already. Raises std::system_error when no thread can be started, and std::bad_alloc.
+  // Connects. Null if the server refuses or is not there, if it is silent for about two seconds, or if too many
+  // calls of it hang already. Raises std::system_error if no thread can be started, and std::bad_alloc.
   [[nodiscard]] static std::unique_ptr<OdbcWorker> connect(const std::string &connection_string);
 
   explicit OdbcWorker(std::size_t source);  // not connected
@@ -38,7 +38,7 @@ class OdbcWorker {
   OdbcWorker(const OdbcWorker &) = delete;
   OdbcWorker &operator=(const OdbcWorker &) = delete;
 
-  // Runs task(OdbcLink &) on the thread; returns what it returns and raises what it raises. Raises _com_error when a
+  // Runs task(OdbcLink &) on the thread; returns what it returns and raises what it raises. Raises _com_error if a
   // call of the driver takes too long, and at once ever after. A task owns what it uses: one that is given up goes on.
   template <class Task>
   auto run(Task task) {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 
-// The value of a key in "key=value;key=value", empty when it is not there. Nothing is quoted in such a string.
+// The value of a key in "key=value;key=value", empty if it is not there. Nothing is quoted in such a string.
 std::string_view value_of(std::string_view text, std::string_view key) {
   while (!text.empty()) {
     const std::string_view part = text.substr(0, text.find(';'));

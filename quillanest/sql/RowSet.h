@@ -24,7 +24,7 @@ class RowSet {
   [[nodiscard]] std::size_t row_count() const noexcept {
     return columns_.empty() ? 0 : cells_.size() / columns_.size();
   }
-  // The column of that name, compared without regard to case; -1 when there is none.
+  // The column of that name, compared without regard to case; -1 if there is none.
   [[nodiscard]] int column(std::string_view name) const noexcept;
   // A value; `row` and `column` must exist.
   [[nodiscard]] Variant value(std::size_t row, int column) const;

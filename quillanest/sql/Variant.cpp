@@ -29,7 +29,7 @@ std::string_view without_plus(std::string_view text) {
   return text.starts_with("+-") ? std::string_view() : text.substr(1);
 }
 
-// The number that a text is as a whole; infinite when it is too large. The words "nan" and "inf" are not accepted.
+// The number that a text is as a whole; infinite if it is too large. The words "nan" and "inf" are not accepted.
 std::optional<double> number_of(std::string_view text) {
   text = without_plus(trimmed(text, kBlanks));
   const std::size_t first = text.starts_with('-') ? 1 : 0;

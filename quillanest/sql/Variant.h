@@ -41,10 +41,10 @@ inline constexpr std::int32_t kOverflow = static_cast<std::int32_t>(0x8002000A);
 [[nodiscard]] SYSTEMTIME to_date(const Variant &value);
 
 // Reads "year-month-day" with an optional " hour:minute:second" or "Thour:minute:second", padded or not; fractions of a
-// second and a zone after it are dropped. False when the text is none or names no day of the calendar.
+// second and a zone after it are dropped. False if the text is none or names no day of the calendar.
 [[nodiscard]] bool parse_date(std::string_view text, SYSTEMTIME &date);
 
-// The date of year, month, day, hour, minute and second, with its day of the week. False, with the date as it was, when
+// The date of year, month, day, hour, minute and second, with its day of the week. False, with the date as it was, if
 // they name no day of the calendar from the year 1 to 9999 or no time of it.
 [[nodiscard]] bool make_date(const std::array<int, 6> &parts, SYSTEMTIME &date);
 

@@ -1,4 +1,4 @@
-// Writes the C headers of a schema: plant_headers SCHEMA FOLDER. Exit code 0 when every database has one.
+// Writes the C headers of a schema: plant_headers SCHEMA FOLDER. Exit code 0 if every database has one.
 #include <cstdio>
 
 #include "quillanest/Quillanest.h"

@@ -61,7 +61,7 @@ std::vector<std::string> random_folders(const std::string &plain) {
 // No mutex has a file of this name.
 std::string mark_in(const std::string &folder) { return folder + "/chosen"; }
 
-// The one that was chosen; empty when none was.
+// The one that was chosen; empty if none was.
 std::string chosen_of(const std::vector<std::string> &folders) {
   const auto is_chosen = [](const std::string &folder) { return is_there(access(mark_in(folder).c_str(), F_OK)); };
   const auto found = std::find_if(folders.begin(), folders.end(), is_chosen);

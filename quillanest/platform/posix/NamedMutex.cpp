@@ -98,7 +98,7 @@ class MutexTable {
     return table;
   }
 
-  // The mutex of that name, mapped on first use; null when the system refuses.
+  // The mutex of that name, mapped on first use; null if the system refuses.
   MappedMutex *find_or_map(std::string_view name) {
     const NameEnds ends(name);
     MappedMutex *found = find_in(buckets_[bucket_of(ends)], name, ends);

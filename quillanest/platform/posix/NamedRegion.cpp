@@ -1,6 +1,6 @@
 // Anonymous regions are memory files, named after the region so that a tool which knows the process can find them among
 // its descriptors; the descriptor stays open as long as the region. Their size is sealed: a process that opens one of
-// them there cannot make it shorter than its mapping. A region is mapped once per process and its views share the
+// them there cannot make it shorter than its mapping. A region is mapped once per process and its objects share the
 // mapping.
 #include "quillanest/platform/NamedRegion.h"
 
@@ -32,7 +32,7 @@ struct NamedRegion::Entry {
   std::byte *start = nullptr;
   std::size_t size = 0;
   int descriptor = -1;
-  std::size_t views = 0;
+  std::size_t mappings = 0;
   std::atomic<std::uint64_t> notes = 0;
 
   Entry() = default;
@@ -100,10 +100,10 @@ int open_memory_file(const std::string &name, std::size_t size) {
 
 }  // namespace
 
-// All regions of this process. It is never destroyed: views in static objects close after it would be gone.
+// All regions of this process. It is never destroyed: mappings in static objects are closed after it would be gone.
 //
 // A forked child starts without regions: names carry the identifier of the process that made them, and one of the
-// parent's could otherwise be taken for one of the child's. Views that the child inherits stay mapped.
+// parent's could otherwise be taken for one of the child's. Mappings that the child inherits stay.
 struct RegionRegistry {
   using Entry = NamedRegion::Entry;
 
@@ -118,17 +118,17 @@ struct RegionRegistry {
     return registry;
   }
 
-  NamedRegion view(std::string_view name) {
+  NamedRegion open(std::string_view name) {
     const std::lock_guard lock(mutex_);
     const auto found = by_name_.find(name);
-    return found == by_name_.end() ? NamedRegion() : open_view(*found->second, false);
+    return found == by_name_.end() ? NamedRegion() : open_entry(*found->second, false);
   }
 
-  NamedRegion view_or_create(std::string_view name, const std::string *path, std::size_t size) {
+  NamedRegion open_or_create(std::string_view name, const std::string *path, std::size_t size) {
     if (size == 0) return {};
     const std::lock_guard lock(mutex_);
     const auto found = by_name_.find(name);
-    if (found != by_name_.end()) return open_view(*found->second, false);
+    if (found != by_name_.end()) return open_entry(*found->second, false);
     auto entry = std::make_unique<Entry>();
     entry->name = name;
     bool zero = false;
@@ -153,12 +153,12 @@ struct RegionRegistry {
     const auto start = reinterpret_cast<std::uintptr_t>(stored.start);
     lowest_ = std::min(lowest_.load(), start);
     highest_ = std::max(highest_.load(), start + stored.size);
-    return open_view(stored, zero);
+    return open_entry(stored, zero);
   }
 
   void close(Entry &entry) {
     const std::lock_guard lock(mutex_);
-    if (--entry.views > 0) return;
+    if (--entry.mappings > 0) return;
     const auto named = by_name_.find(std::string_view(entry.name));
     if (named != by_name_.end() && named->second == &entry) by_name_.erase(named);
     entries_.erase(&entry);
@@ -181,8 +181,8 @@ struct RegionRegistry {
   }
 
  private:
-  static NamedRegion open_view(Entry &entry, bool fresh) {
-    ++entry.views;
+  static NamedRegion open_entry(Entry &entry, bool fresh) {
+    ++entry.mappings;
     return NamedRegion(entry, fresh);
   }
 
@@ -203,7 +203,7 @@ struct RegionRegistry {
 namespace {
 
 [[gnu::constructor(kWhenLoaded)]] void make_registry() {
-  (void)neutral_on_failure(false, [] { return RegionRegistry::instance().view({}).bytes().empty(); });
+  (void)neutral_on_failure(false, [] { return RegionRegistry::instance().open({}).bytes().empty(); });
 }
 
 }  // namespace
@@ -231,15 +231,15 @@ NamedRegion::~NamedRegion() { close(); }
 
 NamedRegion NamedRegion::open_or_create(std::string_view name, std::size_t size) {
   return neutral_on_failure(NamedRegion(),
-                            [&] { return RegionRegistry::instance().view_or_create(name, nullptr, size); });
+                            [&] { return RegionRegistry::instance().open_or_create(name, nullptr, size); });
 }
 
 NamedRegion NamedRegion::open_or_create_file(std::string_view name, const std::string &path, std::size_t size) {
   return neutral_on_failure(NamedRegion(),
-                            [&] { return RegionRegistry::instance().view_or_create(name, &path, size); });
+                            [&] { return RegionRegistry::instance().open_or_create(name, &path, size); });
 }
 
-NamedRegion NamedRegion::open(std::string_view name) { return RegionRegistry::instance().view(name); }
+NamedRegion NamedRegion::open(std::string_view name) { return RegionRegistry::instance().open(name); }
 
 void NamedRegion::keep_for_process_life() noexcept {
   entry_ = nullptr;

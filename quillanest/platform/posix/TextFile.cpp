@@ -76,7 +76,7 @@ bool write_all(int descriptor, std::string_view bytes) {
   return true;
 }
 
-// The path after symbolic links, so that replacing a file leaves the links to it alone; empty when the system does not
+// The path after symbolic links, so that replacing a file leaves the links to it alone; empty if the system does not
 // show where they lead.
 std::string resolved(const std::string &path) {
   namespace fs = std::filesystem;
@@ -129,7 +129,7 @@ std::optional<struct stat> status_of_own_file(int descriptor) {
 // Whether others than its owner may open a file, and then hold its lock.
 bool is_open_to_others(const struct stat &status) { return (status.st_mode & (S_IRWXG | S_IRWXO)) != 0; }
 
-// Takes the lock of an own file; false when the system refuses. A private file is locked by replacements of this user
+// Takes the lock of an own file; false if the system refuses. A private file is locked by replacements of this user
 // only, each of which comes to its end; the lock of another file is waited for as long as kLongestWait.
 bool lock(int descriptor) {
   constexpr std::chrono::milliseconds kPause{2};
@@ -148,13 +148,13 @@ bool lock(int descriptor) {
 constexpr int kTemporaryFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
-// None when it cannot be emptied. A umask that forbids its owner to open it again does not count.
+// None if it cannot be emptied. A umask that forbids its owner to open it again does not count.
 Descriptor empty_own_file(Descriptor file) {
   (void)fchmod(file.get(), kPrivate);
   return ftruncate(file.get(), 0) == 0 ? std::move(file) : Descriptor(-1);
 }
 
-// Opens the temporary file that all replacements of a target share and holds its lock; none when the name is taken by
+// Opens the temporary file that all replacements of a target share and holds its lock; none if the name is taken by
 // what is not ours, or stays locked by what may be another user. A file that another replacement renamed away while
 // this one waited for the lock is the target by then, so the opening starts over.
 Descriptor open_shared_temporary(const std::string &path) {

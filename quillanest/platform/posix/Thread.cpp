@@ -42,7 +42,7 @@ class Stack {
   Stack(const Stack &) = delete;
   Stack &operator=(const Stack &) = delete;
 
-  // True when the attributes name this stack now.
+  // True if the attributes name this stack now.
   bool put_into(pthread_attr_t &attributes) const {
     return start_ != nullptr && pthread_attr_setstack(&attributes, start_ + guard_, size_) == 0;
   }

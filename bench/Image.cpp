@@ -6,8 +6,9 @@
 #include <cstring>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <stdexcept>
+
+#include "tests/support/SchemaText.h"
 
 namespace bench {
 namespace {
@@ -29,45 +30,22 @@ constexpr std::array<TableId, 12> kTables{{{Keys::kDense, Use::kSearched, 1'000}
 
 // Names, types and widths of fields.
 constexpr std::array<const char *, 12> kRecordFields{
-    "ID TYPE=UINT SIZE=4",     "source TYPE=INT SIZE=4",   "samples TYPE=INT SIZE=4",  "state TYPE=INT SIZE=4",
-    "grade TYPE=INT SIZE=4",   "zone TYPE=INT SIZE=4",     "value TYPE=DOUBLE SIZE=8", "low TYPE=DOUBLE SIZE=8",
-    "high TYPE=DOUBLE SIZE=8", "name TYPE=STRING SIZE=32", "taken TYPE=TIME SIZE=16",  "bModified TYPE=INT SIZE=4"};
-constexpr std::array<const char *, 8> kTextFields{
-    "ID TYPE=UINT SIZE=4",      "source TYPE=INT SIZE=4",  "samples TYPE=INT SIZE=4",  "state TYPE=INT SIZE=4",
-    "value TYPE=DOUBLE SIZE=8", "high TYPE=DOUBLE SIZE=8", "name TYPE=STRING SIZE=16", "taken TYPE=TIME SIZE=16"};
-
-void add_table(std::ostream &out, unsigned int database, std::size_t slot, const std::string &name, int capacity,
-               std::size_t fields) {
-  out << "#DBID=" << database << " NAME=" << name << " CNAME=" << name << " ID=" << slot + 1 << " INDEX=" << slot
-      << " MAX=" << capacity << " FIELDNUM=" << fields << '\n';
-}
-
-template <class Fields>
-void add_fields(std::ostream &out, unsigned int database, std::size_t table_slot, const Fields &fields) {
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    const std::string field = fields[i];
-    const std::string name = field.substr(0, field.find(' '));
-    out << "#DBID=" << database << " TABLEID=" << table_slot + 1 << " NAME=" << name << " CNAME=" << name
-        << " ID=" << i + 1 << " INDEX=" << i << field.substr(name.size()) << '\n';
-  }
-}
+    "ID UINT 4",      "source INT 4", "samples INT 4", "state INT 4",    "grade INT 4",   "zone INT 4",
+    "value DOUBLE 8", "low DOUBLE 8", "high DOUBLE 8", "name STRING 32", "taken TIME 16", "bModified INT 4"};
+constexpr std::array<const char *, 8> kTextFields{"ID UINT 4",      "source INT 4",  "samples INT 4",  "state INT 4",
+                                                  "value DOUBLE 8", "high DOUBLE 8", "name STRING 16", "taken TIME 16"};
 
 std::string schema() {
-  std::ostringstream out;
-  out << "#Database_Start\n#Name=system Describe=System ID=1 Type=0 TableCount=1\n"
-      << "#Name=tables Describe=Tables ID=2 Type=1 TableCount=" << kTables.size() << '\n'
-      << "#Name=texts Describe=Texts ID=" << kTextDatabase << " Type=1 TableCount=1\n#Database_Finish\n#Table_Start\n";
-  add_table(out, 1, 0, "notes", 4, 1);
+  const std::vector<std::string> record_fields(kRecordFields.begin(), kRecordFields.end());
+  DatabaseSpec tables{"tables", 1};
   for (std::size_t i = 0; i < kTables.size(); ++i) {
-    add_table(out, 2, i, "table" + std::to_string(i), kTables[i].size + kSpareSlots, kRecordFields.size());
+    tables.tables.push_back(
+        {static_cast<int>(i) + 1, "table" + std::to_string(i), kTables[i].size + kSpareSlots, record_fields});
   }
-  add_table(out, kTextDatabase, 0, "samples", kTextRecords, kTextFields.size());
-  out << "#Table_Finish\n#Field_Start\n";
-  add_fields(out, 1, 0, std::array{kRecordFields.front()});
-  for (std::size_t i = 0; i < kTables.size(); ++i) add_fields(out, 2, i, kRecordFields);
-  add_fields(out, kTextDatabase, 0, kTextFields);
-  out << "#Field_Finish\n";
-  return out.str();
+  const std::vector<std::string> text_fields(kTextFields.begin(), kTextFields.end());
+  return schema_of({{"system", 0, {{1, "notes", 4, {kRecordFields.front()}}}},
+                    tables,
+                    {"texts", 1, {{1, "samples", kTextRecords, text_fields}}}});
 }
 
 // The folder with everything that a start needs in it.

@@ -6,12 +6,13 @@
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
-#include <sstream>
+#include <string>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 
 #include "bench/Benches.h"
+#include "tests/support/SchemaText.h"
 
 namespace bench {
 namespace {
@@ -26,30 +27,14 @@ constexpr int kRecordBytes = 4 + (kFieldsEach - 1) * 8;
 constexpr std::size_t kImageBytes = std::size_t{1} << 30;
 constexpr int kCapacity = static_cast<int>(kImageBytes / (kDatabases * kTablesEach * kRecordBytes));
 
-std::string database_name(int id) { return id == 1 ? "system" : "area" + std::to_string(id); }
-
-void add_fields(std::ostream &out, int database, int table) {
-  for (int i = 0; i < kFieldsEach; ++i) {
-    out << "#DBID=" << database << " TABLEID=" << table << " NAME=field" << i << " CNAME=Field_" << i << " ID=" << i + 1
-        << " INDEX=" << i << (i == 0 ? " TYPE=UINT SIZE=4" : " TYPE=DOUBLE SIZE=8") << " Default=0\n";
-  }
-}
-
 std::string schema() {
-  std::ostringstream databases;
-  std::ostringstream tables;
-  std::ostringstream fields;
-  for (int id = 1; id <= kDatabases; ++id) {
-    databases << "#Name=" << database_name(id) << " Describe=Area_" << id << " ID=" << id
-              << " Type=1 TableCount=" << kTablesEach << '\n';
-    for (int table = 1; table <= kTablesEach; ++table) {
-      tables << "#DBID=" << id << " NAME=table" << table << " CNAME=Table_" << table << " ID=" << table
-             << " INDEX=" << table - 1 << " MAX=" << kCapacity << " FIELDNUM=" << kFieldsEach << '\n';
-      add_fields(fields, id, table);
-    }
-  }
-  return "#Database_Start\n" + databases.str() + "#Database_Finish\n#Table_Start\n" + tables.str() +
-         "#Table_Finish\n#Field_Start\n" + fields.str() + "#Field_Finish\n";
+  std::vector<std::string> fields{"field0 UINT 4 0"};
+  for (int i = 1; i < kFieldsEach; ++i) fields.push_back("field" + std::to_string(i) + " DOUBLE 8 0");
+  std::vector<TableSpec> tables;
+  for (int i = 1; i <= kTablesEach; ++i) tables.push_back({i, "table" + std::to_string(i), kCapacity, fields});
+  std::vector<DatabaseSpec> databases{{"system", 1, tables}};
+  for (int i = 2; i <= kDatabases; ++i) databases.push_back({"area" + std::to_string(i), 1, tables});
+  return schema_of(databases);
 }
 
 std::int64_t processor_nanoseconds() {

@@ -35,6 +35,7 @@
 #include <vector>
 
 #include "quillanest/Quillanest.h"
+#include "tests/support/SchemaText.h"
 
 namespace {
 
@@ -46,26 +47,11 @@ constexpr const char *kQuery = "SELECT * FROM bench_samples ORDER BY ID";
 constexpr const char *kDelete = "DELETE FROM bench_samples";
 constexpr const char *kCount = "SELECT count(*) FROM bench_samples";
 
-constexpr const char *kSchema = R"(#Database_Start
-#Name=system Describe=System ID=1 Type=0 TableCount=1
-#Name=bench Describe=Bench ID=2 Type=1 TableCount=1
-#Database_Finish
-#Table_Start
-#DBID=1 NAME=notes CNAME=Notes ID=10 INDEX=0 MAX=4 FIELDNUM=1
-#DBID=2 NAME=samples CNAME=Samples ID=20 INDEX=0 MAX=20000 FIELDNUM=8
-#Table_Finish
-#Field_Start
-#DBID=1 TABLEID=10 NAME=ID CNAME=Key ID=1 INDEX=0 TYPE=UINT SIZE=4 Default=
-#DBID=2 TABLEID=20 NAME=ID CNAME=Key ID=1 INDEX=0 TYPE=UINT SIZE=4
-#DBID=2 TABLEID=20 NAME=source CNAME=Source ID=2 INDEX=1 TYPE=UINT SIZE=4
-#DBID=2 TABLEID=20 NAME=samples CNAME=Samples ID=3 INDEX=2 TYPE=INT SIZE=4
-#DBID=2 TABLEID=20 NAME=name CNAME=Name ID=4 INDEX=3 TYPE=STRING SIZE=16
-#DBID=2 TABLEID=20 NAME=unit CNAME=Unit ID=5 INDEX=4 TYPE=STRING SIZE=8
-#DBID=2 TABLEID=20 NAME=value CNAME=Value ID=6 INDEX=5 TYPE=DOUBLE SIZE=8
-#DBID=2 TABLEID=20 NAME=high CNAME=High ID=7 INDEX=6 TYPE=FLOAT SIZE=4
-#DBID=2 TABLEID=20 NAME=taken CNAME=Taken ID=8 INDEX=7 TYPE=TIME SIZE=16
-#Field_Finish
-)";
+const TableSpec kSamples{20,
+                         "samples",
+                         kRows,
+                         {"ID UINT 4", "source UINT 4", "samples INT 4", "name STRING 16", "unit STRING 8",
+                          "value DOUBLE 8", "high FLOAT 4", "taken TIME 16"}};
 
 constexpr const char *kSqliteTables = R"(
 CREATE TABLE system_notes (ID INTEGER PRIMARY KEY);
@@ -421,7 +407,8 @@ int main(int argc, char **argv) {
     const fs::path folder = fs::absolute(argv[1]);
     fs::create_directories(folder / "conf");
     fs::create_directories(folder / "data");
-    write_file(folder / "bench.schema", kSchema);
+    write_file(folder / "bench.schema",
+               schema_of({{"system", 0, {{10, "notes", 4, {"ID UINT 4"}}}}, {"bench", 1, {kSamples}}}));
     setenv("QUILLANEST_ROOT", folder.c_str(), 1);
     std::printf("%d rows of 8 columns, median of %d runs\n\n", kRows, kRepetitions);
     std::printf("%-11s %-9s %-9s %10s %10s   %s\n", "store", "operation", "path", "ms", "rows/s", "of straight");

@@ -6,20 +6,20 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Support.h"
 #include "quillanest/persist/DbConnection.h"
 #include "quillanest/platform/InstallRoot.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/Configuration.h"
 #include "quillanest/settings/DataFolders.h"
 #include "quillanest/settings/PasswordCipher.h"
+#include "tests/model/Support.h"
 
 namespace {
 
 using quillanest::profile_int;
 using quillanest::profile_text;
-using quillanest::fuzz::MemoryFile;
-using quillanest::fuzz::require;
+using quillanest::model::MemoryFile;
+using quillanest::model::require;
 
 constexpr const char *kFile = "conf/fix_Rtdb.ini";
 
@@ -33,7 +33,7 @@ constexpr Key kKeys[] = {{"Quillanest", "DataInFile"},       {"Quillanest", "Rtd
                          {"Quillanest", "FileKey_Manager"},  {"RtdbMedia", "MainDBType"},
                          {"RtdbMedia", "MainDBName"},        {"RtdbMedia", "BackDBPasswd"}};
 
-struct Surroundings : quillanest::fuzz::RootsInMemory {
+struct Surroundings : quillanest::model::RootsInMemory {
   TestRoot root;
   std::string schema = root.write("schema.txt", schema_text({account_table()}));
   MemoryFile plain;

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "fuzz/Support.h"
 #include "quillanest/sql/Provider.h"
+#include "tests/model/Support.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ using quillanest::EngineCall;
 using quillanest::EngineKind;
 using quillanest::server_address;
 using quillanest::ServerAddress;
-using quillanest::fuzz::require;
+using quillanest::model::require;
 
 using Attributes = std::vector<std::pair<std::string, std::string>>;
 

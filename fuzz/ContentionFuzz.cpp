@@ -2,9 +2,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "fuzz/ImageRun.h"
+#include "tests/model/ImageRun.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
-  quillanest::fuzz::run_image({bytes, size}, quillanest::fuzz::run_contended);
+  quillanest::model::run_image({bytes, size}, quillanest::model::run_contended);
   return 0;
 }

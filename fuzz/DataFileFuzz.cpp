@@ -4,14 +4,14 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Support.h"
 #include "quillanest/shm/FieldType.h"
+#include "tests/model/Support.h"
 
 namespace {
 
-using quillanest::fuzz::LastingImage;
-using quillanest::fuzz::records_of;
-using quillanest::fuzz::require;
+using quillanest::model::LastingImage;
+using quillanest::model::records_of;
+using quillanest::model::require;
 
 constexpr unsigned int kSystem = 1;
 constexpr unsigned int kPlain = 10;

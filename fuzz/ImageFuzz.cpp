@@ -2,11 +2,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "fuzz/ImageRun.h"
+#include "tests/model/ImageRun.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
-  quillanest::fuzz::Input input(bytes, size);
+  quillanest::model::Input input(bytes, size);
   const bool hostile = input.flag();
-  quillanest::fuzz::run_image(input, hostile ? quillanest::fuzz::run_hostile : quillanest::fuzz::run_with_model);
+  quillanest::model::run_image(input, hostile ? quillanest::model::run_hostile : quillanest::model::run_with_model);
   return 0;
 }

@@ -4,14 +4,14 @@
 #include <cstring>
 #include <vector>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
 namespace {
 
-using quillanest::fuzz::Input;
-using quillanest::fuzz::LastingImage;
-using quillanest::fuzz::require;
+using quillanest::model::Input;
+using quillanest::model::LastingImage;
+using quillanest::model::require;
 
 constexpr unsigned int kKeysOnly = 10;
 constexpr unsigned int kUnaligned = 11;

@@ -3,15 +3,15 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
 namespace {
 
-using quillanest::fuzz::Input;
-using quillanest::fuzz::LastingImage;
-using quillanest::fuzz::records_of;
-using quillanest::fuzz::require;
+using quillanest::model::Input;
+using quillanest::model::LastingImage;
+using quillanest::model::records_of;
+using quillanest::model::require;
 
 constexpr unsigned int kSystem = 1;
 constexpr unsigned int kAlarm = 10;

@@ -6,21 +6,21 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/FieldType.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
 namespace {
 
 using quillanest::PasswordCipher;
 using quillanest::TzDes;
-using quillanest::fuzz::exact_copy;
-using quillanest::fuzz::Input;
-using quillanest::fuzz::require;
+using quillanest::model::exact_copy;
+using quillanest::model::Input;
+using quillanest::model::require;
 
 // What SimpleEncrypt and SimpleDecrypt call, with the built-in key and with one of a file.
-struct Ciphers : quillanest::fuzz::RootsInMemory {
+struct Ciphers : quillanest::model::RootsInMemory {
   TestRoot root;
   PasswordCipher built_in = PasswordCipher::from_configuration(root.path("conf/fix_Rtdb.ini"));
   PasswordCipher with_file = make_with_file();

@@ -6,19 +6,19 @@
 #include <string_view>
 #include <sys/resource.h>
 
-#include "fuzz/Support.h"
 #include "quillanest/persist/IncludeFile.h"
+#include "tests/model/Support.h"
 
 namespace {
 
-using quillanest::fuzz::MemoryFile;
-using quillanest::fuzz::require;
+using quillanest::model::MemoryFile;
+using quillanest::model::require;
 
 constexpr std::string_view kManagerKeyText = "333";
 constexpr int kMostTables = 64;
 constexpr int kMostFields = 64;
 
-struct Surroundings : quillanest::fuzz::RootsInMemory {
+struct Surroundings : quillanest::model::RootsInMemory {
   Surroundings() {
     // Larger segments are refused by the system, which costs less than laying them out.
     constexpr rlim_t kLargestSegment = 1 << 22;

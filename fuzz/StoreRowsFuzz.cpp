@@ -9,15 +9,15 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
 #include "quillanest/persist/RtdbMedia.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
 namespace {
 
-using quillanest::fuzz::Input;
-using quillanest::fuzz::LastingImage;
-using quillanest::fuzz::require;
+using quillanest::model::Input;
+using quillanest::model::LastingImage;
+using quillanest::model::require;
 
 constexpr int kCapacity = 8;
 constexpr std::size_t kApart = 40;  // from one field to the next; the bytes behind a value belong to no field

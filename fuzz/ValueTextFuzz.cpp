@@ -9,21 +9,21 @@
 #include <string_view>
 #include <vector>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/NumberText.h"
 #include "quillanest/sql/ComError.h"
 #include "quillanest/sql/Variant.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
 namespace {
 
 using quillanest::Variant;
-using quillanest::fuzz::exact_copy;
-using quillanest::fuzz::Input;
-using quillanest::fuzz::LastingImage;
-using quillanest::fuzz::require;
+using quillanest::model::exact_copy;
+using quillanest::model::Input;
+using quillanest::model::LastingImage;
+using quillanest::model::require;
 
 constexpr unsigned int kTypes = 10;
 
@@ -47,10 +47,10 @@ std::string shown(const CRtField &field, char *value) {
 
 // Stores a text in a field of the middle record, of which nothing else may change.
 void store(CRtTable &table, const CRtField &field, const std::string &text) {
-  const std::string before = quillanest::fuzz::records_of(table);
+  const std::string before = quillanest::model::records_of(table);
   const std::unique_ptr<char[]> copy = exact_copy(text);
   require(table.SetFieldByText(1, field.GetIndexInTable(), copy.get()) == 1, "a text can be stored in any type");
-  const std::string after = quillanest::fuzz::records_of(table);
+  const std::string after = quillanest::model::records_of(table);
   const auto start = static_cast<std::size_t>(table.GetTableSize() + field.GetFieldOffset());
   const std::size_t end = start + static_cast<std::size_t>(field.GetFieldSize());
   require(before.substr(0, start) == after.substr(0, start), "nothing in front of the field changes");

@@ -46,7 +46,7 @@ long difference(const std::string &left, const std::string &right) {
 TEST(Image, DatabaseSegmentIsLaidOutByteForByte) {
   const Image image({account_table()}, {{7, "Pump", 100, {"ID UINT 4", "Name STRING 24 none", "Flow DOUBLE 8"}},
                                         {9, "Line", 10, {"ID UINT 4", "Level INT 4 12"}}});
-  std::string expected = descriptor(96, {2, 7, 2, 5, 4624, 96, 304, 944}, "plant", "PlantData");
+  std::string expected = descriptor(96, {2, 7, 2, 5, 4624, 96, 304, 944}, "plant", "Cplant");
   expected += descriptor(104, {2, 7, 0, 36, 100, 3, 304, 944, 0, 1}, "Pump", "CPump");
   expected += descriptor(104, {2, 9, 1, 8, 10, 2, 688, 4544, 0, 1}, "Line", "CLine");
   expected += descriptor(128, {2, 7, 1, 0, 6, 4, 4, 0}, "ID", "CID");

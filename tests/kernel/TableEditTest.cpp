@@ -3,8 +3,6 @@
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <map>
-#include <random>
 #include <string>
 #include <thread>
 
@@ -201,67 +199,4 @@ TEST(ByDesign, PositionNotRechecked) {
   const auto remove = [](CRtTable &table) { return table.Delete(5, -1, 0); };
   EXPECT_EQ(1, edit_that_waits(accounts, remove, delete_first));
   EXPECT_EQ(Keys{5}, accounts.keys());
-}
-
-// A record in the wrong place, a gap, a freed slot with old bytes, a hint that is trusted, a stamp that base edits
-// leave or project edits miss, a counter that moves when it should stay, a refused edit that changes something.
-TEST(TableEdit, RandomEditsAgreeWithAMap) {
-  constexpr std::size_t kMost = 40;
-  const unsigned int seed = std::random_device{}();
-  SCOPED_TRACE(seed);
-  std::mt19937 random(seed);
-  const auto below = [&](std::size_t limit) { return static_cast<std::int32_t>(random() % limit); };
-  const auto stamp = [](std::string &record, int project, int action) {
-    poke(record.data(), kModified, 1);
-    if (project == 0) return;
-    poke(record.data(), kProject, project);
-    if (action == 2 || action == 4) poke(record.data(), kStatus, action);
-    if (action == 3 && peek(record.data(), kStatus) == 1) poke(record.data(), kStatus, 3);
-  };
-  Accounts accounts(kMost);
-  std::map<std::uint32_t, std::string> model;
-  std::uint32_t next = 1;
-  for (int step = 0; step < 5000; ++step) {
-    SCOPED_TRACE(step);
-    const bool takes_known = !model.empty() && below(2) == 0;
-    const std::uint32_t any_key = static_cast<std::uint32_t>(below(30)) + (below(2) == 0 ? 0 : 0x80000000U);
-    std::uint32_t key = takes_known ? std::next(model.begin(), below(model.size()))->first : any_key;
-    std::string record = account(key, below(1000), 3, below(5)), stored = record;
-    const int project = below(2) * (below(9) - 4), hint = below(45) - 3;
-    const bool known = model.contains(key);
-    const auto place = std::distance(model.begin(), model.lower_bound(key));
-    if (const int event = below(5); event < 2) {
-      const int position = accounts.table.Insert(record.data(), project);
-      if (model.size() == kMost || known) {
-        ASSERT_EQ(model.size() == kMost ? -1 : -2, position);
-      } else {
-        ASSERT_EQ(key == 0 ? static_cast<std::ptrdiff_t>(model.size()) : place, position);
-        if (key == 0) put(stored.data(), kKey, key = next);
-        if (position == static_cast<int>(model.size())) next = key + 1;
-        stamp(model[key] = stored, project, 2);
-      }
-    } else if (event == 2) {
-      ASSERT_EQ(known ? place : -1, accounts.table.Update(record.data(), hint, project));
-      if (known) stamp(model[key] = stored, project, 3);
-    } else if (event == 3 && key != 0) {
-      ASSERT_EQ(known ? 1 : 0, accounts.table.Delete(key, hint, project));
-      if (known && project != 0) stamp(model[key], project, 4);
-      if (known && project == 0) {
-        model.erase(key);
-        if (key == next - 1) next = model.empty() ? 1 : model.rbegin()->first + 1;
-      }
-    } else if (event == 4) {
-      const int action = below(6);
-      const bool there = hint >= 0 && hint < static_cast<int>(model.size());
-      ASSERT_EQ(there ? 1 : 0, accounts.table.SetRecordVersionInfo(hint, project, action));
-      if (there) stamp(std::next(model.begin(), hint)->second, project, action);
-    }
-    ASSERT_EQ(value_at<std::uint32_t>(stored.data(), kKey), value_at<std::uint32_t>(record.data(), kKey));
-    ASSERT_EQ(model.size(), static_cast<std::size_t>(accounts.table.GetRecordCount()));
-    ASSERT_EQ(next, accounts.next_key());
-    std::string area;
-    for (const auto &[_, known_record] : model) area += known_record;
-    area.resize(kMost * kAccountSize, '\0');
-    ASSERT_TRUE(area == accounts.area(kMost));
-  }
 }

@@ -54,11 +54,11 @@ TEST(DataFileSave, NamesOfFilesAndColumns) {
   const std::string captions = "CID;CName;CLevel;CValue;CSince;CbModified;CiProjectID;CiEditStatus\r\n";
   const std::tuple<const char *, const char *, std::string> rows[] = {
       {"", kFile, names},
-      {"UseCName=1\n", "data/SystemData_CAccount.txt", captions},
+      {"UseCName=1\n", "data/Csystem_CAccount.txt", captions},
       {"UseCName=2\n", kFile, names},
       {"DataFileExt=.abcdefg\n", "data/system_Account.abcd", names},
       {"DataFileExt=\n", "data/system_Account", names},
-      {"UseCName=1x\nDataFileExt=.q\n", "data/SystemData_CAccount.q", captions},
+      {"UseCName=1x\nDataFileExt=.q\n", "data/Csystem_CAccount.q", captions},
       {"SystemDataFolder=data/sub\n", "data/sub/system_Account.txt", names},
   };
   for (const auto &[configuration, file, header] : rows) {

@@ -1,4 +1,4 @@
-// An installation root of a test's own, in a temporary folder, and the short schema most tests work with.
+// An installation root of a test's own, in a temporary folder.
 //
 // The root is named to the library through QUILLANEST_ROOT for the life of the object and removed afterwards.
 #pragma once
@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "tests/support/SchemaText.h"
 
 class TestRoot {
  public:
@@ -33,19 +35,3 @@ class TestRoot {
  private:
   std::string folder_;
 };
-
-// Describes a table of a schema text: fields as "NAME TYPE SIZE" or "NAME TYPE SIZE default".
-struct TableSpec {
-  int id;
-  std::string name;
-  int capacity;
-  std::vector<std::string> fields;
-};
-
-// A schema text of one system database (ID 1) and, when there are other tables, a database "plant" (ID 2).
-[[nodiscard]] std::string schema_text(const std::vector<TableSpec> &system_tables,
-                                      const std::vector<TableSpec> &plant_tables = {});
-
-// The table that most tests use: 10 Account(ID UINT 4, Name STRING 8, Level INT 4, Value DOUBLE 8, Since TIME 16,
-// bModified INT 4, iProjectID INT 4, iEditStatus INT 4), record size 52, capacity 5.
-[[nodiscard]] TableSpec account_table(int capacity = 5);

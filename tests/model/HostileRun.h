@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/ImageRun.h"
-#include "fuzz/RandomSchema.h"
+#include "tests/model/ImageRun.h"
+#include "tests/model/RandomSchema.h"
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 
 class HostileRun {
  public:
@@ -112,4 +112,4 @@ inline constexpr const char *kNewNames[] = {
 inline constexpr const char *kNewCaptions[] = {"Csystem", "caption", "", "a caption of thirty-nine characters 789",
                                                "a caption of forty-one characters 789012"};
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

@@ -1,6 +1,6 @@
 // Values taken from the front of a fuzzer's bytes.
 //
-// Behind the last byte every number is 0 and every text empty, so each input means something.
+// After the last byte every number is 0 and every text empty, so each input means something.
 // Lifetime: refers to the bytes, which must outlive the object. Threads: one object belongs to one thread.
 #pragma once
 
@@ -11,8 +11,25 @@
 #include <iterator>
 #include <span>
 #include <string>
+#include <type_traits>
+#include <utility>
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
+
+// A call with a weight, for Input::make_one_of.
+template <std::size_t kWeight, class Call>
+struct Weighted {
+  Call call;
+  void operator()() { call(); }
+};
+template <std::size_t kWeight, class Call>
+Weighted<kWeight, Call> times(Call call) {
+  return {std::move(call)};
+}
+template <class Call>
+inline constexpr std::size_t weight_of = 1;
+template <std::size_t kWeight, class Call>
+inline constexpr std::size_t weight_of<Weighted<kWeight, Call>> = kWeight;
 
 class Input {
  public:
@@ -35,6 +52,19 @@ class Input {
     return (count <= 256 ? number<std::uint8_t>() : number<std::uint16_t>()) % count;
   }
   bool flag() { return choice(2) != 0; }
+
+  // Makes one of the calls. One that is wrapped in times() is as likely as that many others.
+  template <class... Calls>
+  void make_one_of(Calls... calls) {
+    std::size_t chosen = choice((weight_of<Calls> + ...));
+    const auto make = [&](auto &call) {
+      const bool is_chosen = chosen < weight_of<std::decay_t<decltype(call)>>;
+      if (is_chosen) call();
+      chosen -= weight_of<std::decay_t<decltype(call)>>;
+      return is_chosen;
+    };
+    (void)(make(calls) || ...);
+  }
 
   template <class Values>
   auto pick(const Values &values) {
@@ -88,4 +118,4 @@ class Input {
   std::span<const std::uint8_t> rest_;
 };
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

@@ -1,4 +1,4 @@
-#include "fuzz/HostileRun.h"
+#include "tests/model/HostileRun.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,7 +8,7 @@
 #include <latch>
 #include <thread>
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 namespace {
 
 constexpr std::size_t kNamesEnd = offsetof(_db_attr, DBID);
@@ -192,28 +192,25 @@ bool HostileRun::all_are_cheap() {
 
 void HostileRun::call() {
   CRtTable table;
-  switch (input_.choice(8)) {
-    case 0:
-      return write_over();
-    case 1:
-      return call_database(any_mapped().database);
-    case 2: {
-      CRtDataBase copy(any_mapped().database);
-      if (input_.flag()) (void)copy.AttachShareMemory();
-      return call_database(copy);
-    }
-    case 3:
-      return call_manager(input_.flag() ? builder_ : second_);
-    case 4:
-      (void)builder_.GetSystemTable(table, any_id());
-      return call_table(table);
-    case 5:
-      (void)any_mapped().database.GetDBTableFromIndex(table, input_.wild());
-      return call_table(table);
-    default:
-      (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
-      return call_table(table);
-  }
+  input_.make_one_of([&] { write_over(); }, [&] { call_database(any_mapped().database); },
+                     [&] {
+                       CRtDataBase copy(any_mapped().database);
+                       if (input_.flag()) (void)copy.AttachShareMemory();
+                       call_database(copy);
+                     },
+                     [&] { call_manager(input_.flag() ? builder_ : second_); },
+                     [&] {
+                       (void)builder_.GetSystemTable(table, any_id());
+                       call_table(table);
+                     },
+                     [&] {
+                       (void)any_mapped().database.GetDBTableFromIndex(table, input_.wild());
+                       call_table(table);
+                     },
+                     times<2>([&] {
+                       (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
+                       call_table(table);
+                     }));
 }
 
 void HostileRun::run() {
@@ -243,20 +240,17 @@ void HostileRun::expect_contention() {
 
 void HostileRun::change_descriptor() {
   CRtTable table;
-  switch (input_.choice(4)) {
-    case 0:
-      return write_over();
-    case 1:
-      (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
-      return set_descriptor(table);
-    case 2: {
-      CRtDataBase copy(any_mapped().database);
-      (void)copy.AttachShareMemory();
-      return set_number(copy);
-    }
-    default:
-      return write_number();
-  }
+  input_.make_one_of([&] { write_over(); },
+                     [&] {
+                       (void)any_mapped().database.GetDBTableFromIndex(table, static_cast<int>(input_.choice(4)));
+                       set_descriptor(table);
+                     },
+                     [&] {
+                       CRtDataBase copy(any_mapped().database);
+                       (void)copy.AttachShareMemory();
+                       set_number(copy);
+                     },
+                     [&] { write_number(); });
 }
 
 void HostileRun::disturb(const std::stop_token &stop) {
@@ -301,4 +295,4 @@ void run_contended(const ImageSurroundings &surroundings, Input input) {
   client.run();
 }
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/Input.h"
+#include "tests/model/Input.h"
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 
 struct RandomField {
   std::string name;
@@ -55,4 +55,4 @@ enum class FieldSizes {
 // One to three databases of one to three tables each; the tables of users and rights may come in addition.
 [[nodiscard]] RandomSchema random_schema(Input &input, FieldSizes sizes);
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

@@ -1,10 +1,10 @@
-#include "fuzz/TableModel.h"
+#include "tests/model/TableModel.h"
 
 #include <cstring>
 #include <iterator>
 #include <string_view>
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 namespace {
 
 enum Action { kInsertAction = 2, kUpdateAction = 3, kDeleteAction = 4 };
@@ -137,4 +137,4 @@ bool TableModel::adopt(CRtTable &table) {
   return next_key_ == 0 || next_key_ > last;
 }
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

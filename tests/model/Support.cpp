@@ -1,4 +1,4 @@
-#include "fuzz/Support.h"
+#include "tests/model/Support.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 namespace {
 
 const std::vector<TableSpec> kGuardTables{{7, "Guard", 9, {"ID UINT 4", "Text STRING 400"}}};
@@ -77,4 +77,4 @@ std::unique_ptr<char[]> exact_copy(std::string_view text) {
   return copy;
 }
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

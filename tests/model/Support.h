@@ -10,7 +10,7 @@
 
 #include "tests/kernel/TableFixture.h"
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 
 // Ends the process with the claim as its message when it does not hold.
 void require(bool holds, const char *claim);
@@ -73,4 +73,4 @@ struct LastingImage : RootsInMemory, Image {
 // A text with its terminator in a block of its own size, so that a step beyond it is noticed.
 [[nodiscard]] std::unique_ptr<char[]> exact_copy(std::string_view text);
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

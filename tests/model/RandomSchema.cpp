@@ -1,11 +1,12 @@
-#include "fuzz/RandomSchema.h"
+#include "tests/model/RandomSchema.h"
 
 #include <algorithm>
 #include <iterator>
-#include <sstream>
 #include <utility>
 
-namespace quillanest::fuzz {
+#include "tests/support/SchemaText.h"
+
+namespace quillanest::model {
 namespace {
 
 struct TypeOfField {
@@ -99,28 +100,17 @@ RandomSchema random_schema(Input &input, FieldSizes sizes) {
 }
 
 std::string RandomSchema::text() const {
-  std::ostringstream databases;
-  std::ostringstream table_lines;
-  std::ostringstream fields;
-  std::vector<unsigned int> used(database_count, 0);
+  std::vector<DatabaseSpec> databases;
+  for (std::size_t i = 0; i < database_count; ++i) databases.push_back({kDatabaseNames[i]});
   for (const RandomTable &table : tables) {
-    table_lines << "#DBID=" << table.database << " NAME=" << table.name << " CNAME=C" << table.name
-                << " ID=" << table.id << " INDEX=" << used[table.database - 1]++ << " MAX=" << table.capacity
-                << " FIELDNUM=" << table.fields.size() << '\n';
-    int index = 0;
+    TableSpec described{static_cast<int>(table.id), table.name, table.capacity, {}};
     for (const RandomField &field : table.fields) {
-      fields << "#DBID=" << table.database << " TABLEID=" << table.id << " NAME=" << field.name << " CNAME=C"
-             << field.name << " ID=" << index + 1 << " INDEX=" << index << " TYPE=" << field.keyword
-             << " SIZE=" << field.size << " Default=" << field.default_text << '\n';
-      ++index;
+      described.fields.push_back(field.name + ' ' + field.keyword + ' ' + std::to_string(field.size) + ' ' +
+                                 field.default_text);
     }
+    databases[table.database - 1].tables.push_back(std::move(described));
   }
-  for (std::size_t i = 0; i < database_count; ++i) {
-    databases << "#Name=" << kDatabaseNames[i] << " Describe=C" << kDatabaseNames[i] << " ID=" << i + 1
-              << " Type=0 TableCount=" << used[i] << '\n';
-  }
-  return "#Database_Start\n" + databases.str() + "#Database_Finish\n#Table_Start\n" + table_lines.str() +
-         "#Table_Finish\n#Field_Start\n" + fields.str() + "#Field_Finish\n";
+  return schema_of(databases);
 }
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

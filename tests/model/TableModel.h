@@ -9,10 +9,10 @@
 #include <map>
 #include <string>
 
-#include "fuzz/RandomSchema.h"
 #include "quillanest/kernel/RtTable.h"
+#include "tests/model/RandomSchema.h"
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 
 class TableModel {
  public:
@@ -57,4 +57,4 @@ class TableModel {
   std::uint32_t next_key_ = 1;
 };
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

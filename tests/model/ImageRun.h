@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <string>
 
-#include "fuzz/Input.h"
-#include "fuzz/Support.h"
+#include "tests/model/Input.h"
+#include "tests/model/Support.h"
 
-namespace quillanest::fuzz {
+namespace quillanest::model {
 
 // The surroundings of all runs of a process.
 struct ImageSurroundings : RootsInMemory {
@@ -32,4 +32,4 @@ void run_contended(const ImageSurroundings &surroundings, Input input);
 // Runs an input in surroundings that last. Ends the process when something is left of its image.
 void run_image(Input input, void (*run)(const ImageSurroundings &, Input));
 
-}  // namespace quillanest::fuzz
+}  // namespace quillanest::model

@@ -8,7 +8,7 @@
 
 namespace {
 
-// A manager that attaches while another one builds the image sees nothing of it, or a whole directory.
+// Catches: a manager that attaches while another one builds the image sees nothing of it, or a whole directory.
 TEST(ConcurrentStart, AttachingSeesAWholeDirectory) {
   for (int round = 0; round < 20; ++round) {
     const TestRoot root;
@@ -41,7 +41,7 @@ int edit_by_number(CRtTable &table, int number) {
   return number % 3 == 1 ? table.Update(record.data(), -1, 0) : table.Delete(1, 0, 0);
 }
 
-// An edit that did not wait would show, in most rounds, while the mutex is held.
+// Catches: an edit that does not wait while the mutex is held, in most rounds.
 TEST(ConcurrentEdit, EditWaitsForTheHolderOfTheMutex) {
   LockedAccounts accounts;
   const auto state = [&] { return accounts.area() + std::to_string(accounts.table.GetRecordCount()); };

@@ -18,7 +18,7 @@ struct Plant : Image {
   char *record;  // of the directory; the manager keeps its segment mapped
 };
 
-// The array of a database without fields is empty; it begins where it would.
+// Catches: an array of a database without fields that does not begin where it would.
 TEST(DataBase, FieldAddressWithoutFields) {
   Image image({{11, "Bare", 2, {}}});
   CRtDataBase &system = *image.manager.GetSystemDB();
@@ -27,7 +27,7 @@ TEST(DataBase, FieldAddressWithoutFields) {
   EXPECT_EQ(system.GetFieldAddress(), nullptr);
 }
 
-// A name that is read while it is written would be measured twice, and once be too long.
+// Catches: a name that is read while it is written would be measured twice, and once be too long.
 TEST(DataBase, NameOfItsOwnDescriptor) {
   Image image({{11, "Bare", 2, {}}});
   CRtDataBase &system = *image.manager.GetSystemDB();
@@ -40,48 +40,49 @@ TEST(DataBase, NameOfItsOwnDescriptor) {
 
 }  // namespace
 
-// A getter or a table walk that reads the other copy of the descriptor.
+// Catches: a getter or a table walk that reads the other copy of the descriptor.
 TEST(DataBase, EachOperationReadsItsOwnCopy) {
   Plant image;
   CRtDataBase &plant = image.plant;
   std::memcpy(image.segment(), "image\0", 6);
   const std::int32_t numbers[] = {20, 21, 1, 23, 24, 0, 0, 0};
   std::memcpy(image.segment() + 64, numbers, sizeof numbers);
-  EXPECT_STREQ("image", plant.GetDBName());
-  EXPECT_EQ(20U, plant.GetDBID());
-  EXPECT_EQ(21U, plant.GetDBType());
-  EXPECT_EQ(1, plant.GetDBTableNum());
+  EXPECT_STREQ(plant.GetDBName(), "image");
+  EXPECT_EQ(plant.GetDBID(), 20U);
+  EXPECT_EQ(plant.GetDBType(), 21U);
+  EXPECT_EQ(plant.GetDBTableNum(), 1);
   EXPECT_EQ(image.segment() + 96, reinterpret_cast<char *>(plant.GetTableAddress()));
   EXPECT_EQ(image.segment() + 304, reinterpret_cast<char *>(plant.GetFieldAddress()));
 
   // The directory record is found by the local ID and name.
   plant.SetDBType(9);
-  EXPECT_EQ(20, value_at<std::int32_t>(image.record, 64));
-  EXPECT_EQ(9, value_at<std::int32_t>(image.record, 68));
+  EXPECT_EQ(value_at<std::int32_t>(image.record, 64), 20);
+  EXPECT_EQ(value_at<std::int32_t>(image.record, 68), 9);
 
   // One table by the segment's count, two by the local one.
   CRtTable table;
   int position = 1;
-  EXPECT_EQ(1, plant.GetDBTableFromName(table, "Line"));
-  EXPECT_EQ(1, plant.GetDBTableFromCName(table, "CLine"));
-  EXPECT_EQ(1, plant.GetDBTableFromID(table, 7));
-  EXPECT_EQ(1, plant.GetDBTableFromIndex(table, 1));
+  EXPECT_EQ(plant.GetDBTableFromName(table, "Line"), 1);
+  EXPECT_EQ(plant.GetDBTableFromCName(table, "CLine"), 1);
+  EXPECT_EQ(plant.GetDBTableFromID(table, 7), 1);
+  EXPECT_EQ(plant.GetDBTableFromIndex(table, 1), 1);
   EXPECT_TRUE(plant.GetNextTable(table, position));
   table.SetRecordCount(2);
-  EXPECT_EQ(nullptr, plant.GetTableDataAddress(7U));
-  EXPECT_EQ(nullptr, plant.GetTableDataAddress("Line"));
-  EXPECT_EQ(nullptr, plant.GetTableDataAddressAt(1));
-  EXPECT_EQ(0, plant.GetTableRecordCount(7));
-  EXPECT_EQ(1, plant.IfHasTable());
+  EXPECT_EQ(plant.GetTableDataAddress(7U), nullptr);
+  EXPECT_EQ(plant.GetTableDataAddress("Line"), nullptr);
+  EXPECT_EQ(plant.GetTableDataAddressAt(1), nullptr);
+  EXPECT_EQ(plant.GetTableRecordCount(7), 0);
+  EXPECT_EQ(plant.IfHasTable(), 1);
   put(image.segment(), 72, 0);
-  EXPECT_EQ(0, plant.IfHasTable());
+  EXPECT_EQ(plant.IfHasTable(), 0);
 
-  EXPECT_EQ(1, plant.DetachShareMemory());
-  EXPECT_STREQ("plant", plant.GetDBName());
-  EXPECT_EQ(nullptr, plant.GetTableAddress());
+  EXPECT_EQ(plant.DetachShareMemory(), 1);
+  EXPECT_STREQ(plant.GetDBName(), "plant");
+  EXPECT_EQ(plant.GetTableAddress(), nullptr);
 }
 
-// A setter that misses a copy, writes another member, or looks its directory record up by what it has just changed.
+// Catches: a setter that misses a copy, writes another member, or looks its directory record up by what it has just
+// changed.
 TEST(DataBase, SettersWriteAllThreeCopies) {
   Plant image;
   CRtDataBase &plant = image.plant;
@@ -98,13 +99,13 @@ TEST(DataBase, SettersWriteAllThreeCopies) {
   plant.SetDBSize(0x01020307);
   expected.replace(0, 5, std::string("mill\0", 5)).replace(24, 5, std::string("Mill\0", 5));
   expected.replace(64, 20, std::string("\5\1\0\0\4\3\2\1\5\3\2\1\6\3\2\1\7\3\2\1", 20));
-  EXPECT_EQ(expected, bytes_at(&plant, 96));
-  EXPECT_EQ(expected, bytes_at(image.segment(), 96));
-  EXPECT_EQ(expected, bytes_at(image.record, 96));
+  EXPECT_EQ(bytes_at(&plant, 96), expected);
+  EXPECT_EQ(bytes_at(image.segment(), 96), expected);
+  EXPECT_EQ(bytes_at(image.record, 96), expected);
   EXPECT_EQ(system, bytes_at(image.record - 96, 96));
 }
 
-// A copy that believes its flag and follows a null view, or shares the view.
+// Catches: a copy that believes its flag and follows a null view, or shares the view.
 TEST(DataBase, CopyOfAMappedObjectIsNotMapped) {
   Plant image;
   const std::string segment = bytes_at(image.segment(), 304);
@@ -114,19 +115,19 @@ TEST(DataBase, CopyOfAMappedObjectIsNotMapped) {
     CRtTable table;
     EXPECT_EQ(bytes_at(&image.plant, 96), bytes_at(&copy, 96));
     EXPECT_EQ(&image.manager, copy.GetRtdbManager());
-    EXPECT_EQ(nullptr, copy.GetStartAddress());
-    EXPECT_EQ(nullptr, copy.GetTableDataAddressAt(0));
-    EXPECT_EQ(0, copy.GetDBTableFromID(table, 7));
+    EXPECT_EQ(copy.GetStartAddress(), nullptr);
+    EXPECT_EQ(copy.GetTableDataAddressAt(0), nullptr);
+    EXPECT_EQ(copy.GetDBTableFromID(table, 7), 0);
     copy.SetDBType(99);
     EXPECT_EQ(segment, bytes_at(image.segment(), 304));
-    EXPECT_EQ(1, copy.AttachShareMemory());
-    EXPECT_EQ(1, copy.GetDBTableFromID(table, 7));
-    EXPECT_EQ(1, copy.DetachShareMemory());
+    EXPECT_EQ(copy.AttachShareMemory(), 1);
+    EXPECT_EQ(copy.GetDBTableFromID(table, 7), 1);
+    EXPECT_EQ(copy.DetachShareMemory(), 1);
   }
-  EXPECT_EQ(1, image.plant.IsInShareMemory());
+  EXPECT_EQ(image.plant.IsInShareMemory(), 1);
 }
 
-// A comparison that minds case, a range that is off by one, a table that a failure touches.
+// Catches: a comparison that minds case, a range that is off by one, a table that a failure touches.
 TEST(DataBase, TableLookups) {
   Plant image;
   CRtDataBase &plant = image.plant;
@@ -135,18 +136,18 @@ TEST(DataBase, TableLookups) {
        {plant.GetDBTableFromName(table, "Lin"), plant.GetDBTableFromName(table, nullptr),
         plant.GetDBTableFromCName(table, "Line"), plant.GetDBTableFromCName(table, nullptr),
         plant.GetDBTableFromID(table, 8), plant.GetDBTableFromIndex(table, 2), plant.GetDBTableFromIndex(table, -1)}) {
-    EXPECT_EQ(0, result);
+    EXPECT_EQ(result, 0);
   }
-  EXPECT_EQ(0xFFFFFFFF, table.GetTableID());
-  EXPECT_EQ(1, plant.GetDBTableFromName(table, "lINE"));
-  EXPECT_EQ(7U, table.GetTableID());
-  EXPECT_EQ(1, plant.GetDBTableFromCName(table, "CACCOUNT"));
-  EXPECT_EQ(10U, table.GetTableID());
-  EXPECT_EQ(1, plant.GetDBTableFromIndex(table, 1));
+  EXPECT_EQ(table.GetTableID(), 0xFFFFFFFF);
+  EXPECT_EQ(plant.GetDBTableFromName(table, "lINE"), 1);
+  EXPECT_EQ(table.GetTableID(), 7U);
+  EXPECT_EQ(plant.GetDBTableFromCName(table, "CACCOUNT"), 1);
+  EXPECT_EQ(table.GetTableID(), 10U);
+  EXPECT_EQ(plant.GetDBTableFromIndex(table, 1), 1);
   EXPECT_EQ(plant.GetTableDataAddress(7U), table.GetDataAddress());
 }
 
-// An iteration that ends early, late, or not at all.
+// Catches: an iteration that ends early, late, or not at all.
 TEST(DataBase, TablesEndLate) {
   Plant image;
   CRtTable table;
@@ -155,18 +156,18 @@ TEST(DataBase, TablesEndLate) {
     EXPECT_TRUE(image.plant.GetNextTable(table, position));
     EXPECT_EQ(id, table.GetTableID());
   }
-  EXPECT_EQ(2, position);
+  EXPECT_EQ(position, 2);
   EXPECT_FALSE(image.plant.GetNextTable(table, position));
-  EXPECT_EQ(-1, position);
+  EXPECT_EQ(position, -1);
   EXPECT_FALSE(image.plant.GetNextTable(table, position));
 
   CRtDataBase fresh;
-  EXPECT_EQ(-1, fresh.GetFirstTablePostion());
+  EXPECT_EQ(fresh.GetFirstTablePostion(), -1);
   EXPECT_FALSE(fresh.GetNextTable(table, position) || fresh.IsModified() || fresh.SaveData(0));
   EXPECT_TRUE(fresh.DeleteAllRecord() && fresh.CommitProject());
 }
 
-// A catalogue under construction that loses tables; which slots it takes, schemas show.
+// Catches: a catalogue under construction that loses tables; which slots it takes, schemas show.
 TEST(DataBase, CatalogueTakesTablesAndFieldsBySlot) {
   const TestRoot root;
   CRtdbManager manager;
@@ -174,34 +175,34 @@ TEST(DataBase, CatalogueTakesTablesAndFieldsBySlot) {
   CRtDataBase *database = owned.get();
   database->SetDBID(5);
   database->SetDBTableNum(2);
-  ASSERT_EQ(1, database->CreateTableMemory());
-  ASSERT_EQ(1, manager.AddDataBase(owned.release()));
+  ASSERT_EQ(database->CreateTableMemory(), 1);
+  ASSERT_EQ(manager.AddDataBase(owned.release()), 1);
   CRtTable table, found;
   table.SetDataBaseID(5);
   table.SetTableID(30);
   table.SetIndexInDB(1);
-  EXPECT_EQ(1, manager.AddTable(table));
+  EXPECT_EQ(manager.AddTable(table), 1);
   CRtField field;
   field.SetDataBaseID(5);
   field.SetTableID(30);
-  EXPECT_EQ(1, manager.AddField(field)) << "a slot that the table has not counts all the same";
-  EXPECT_EQ(1, database->GetDBTableFromID(found, 30));
-  EXPECT_EQ(1, found.GetIndexInDB());
-  EXPECT_EQ(1, database->GetDBTableFromIndex(found, 0));
-  EXPECT_EQ(0xFFFFFFFF, found.GetTableID()) << "a fresh slot";
-  EXPECT_EQ(nullptr, database->GetTableRecordAt(30, 0));
-  EXPECT_EQ(1, database->ReleaseTableMemory());
-  EXPECT_EQ(0, database->GetDBTableFromID(found, 30));
+  EXPECT_EQ(manager.AddField(field), 1) << "a slot that the table has not counts all the same";
+  EXPECT_EQ(database->GetDBTableFromID(found, 30), 1);
+  EXPECT_EQ(found.GetIndexInDB(), 1);
+  EXPECT_EQ(database->GetDBTableFromIndex(found, 0), 1);
+  EXPECT_EQ(found.GetTableID(), 0xFFFFFFFF) << "a fresh slot";
+  EXPECT_EQ(database->GetTableRecordAt(30, 0), nullptr);
+  EXPECT_EQ(database->ReleaseTableMemory(), 1);
+  EXPECT_EQ(database->GetDBTableFromID(found, 30), 0);
 }
 
-// A record area of another table, a function that reads or writes the wrong table or record.
+// Catches: a record area of another table, a function that reads or writes the wrong table or record.
 TEST(DataBase, RecordFunctionsReachTheirTable) {
   Plant image;
   CRtDataBase &plant = image.plant;
   CRtTable line;
-  ASSERT_EQ(1, plant.GetDBTableFromID(line, 7));
-  ASSERT_EQ(0, line.Insert(5, 0, 0));
-  ASSERT_EQ(1, line.Insert(6, 0, 0));
+  ASSERT_EQ(plant.GetDBTableFromID(line, 7), 1);
+  ASSERT_EQ(line.Insert(5, 0, 0), 0);
+  ASSERT_EQ(line.Insert(6, 0, 0), 1);
   char *records = line.GetDataAddress();
   EXPECT_EQ(image.segment() + 1844, records);
   EXPECT_EQ(image.segment() + 1584, plant.GetTableDataAddress(10U));
@@ -212,24 +213,24 @@ TEST(DataBase, RecordFunctionsReachTheirTable) {
   for (const char *absent :
        {plant.GetTableDataAddress(8U), plant.GetTableDataAddress("Lin"), plant.GetTableDataAddressAt(2),
         plant.GetTableRecordAt(7, 2), plant.GetTableRecordAt(8, 0), plant.GetTableRecord(10, 6)}) {
-    EXPECT_EQ(nullptr, absent);
+    EXPECT_EQ(absent, nullptr);
   }
   char value[4] = {9, 0, 0, 0};
-  EXPECT_EQ(1, plant.SetTableFieldData(7, 1, 6, value));
-  EXPECT_EQ(0, plant.SetTableFieldData(7, 1, 4, value));
-  EXPECT_EQ(9, value_at<std::int32_t>(records, 12));
-  EXPECT_EQ(0, plant.GetTableFieldData(8, 0, 6, value));
+  EXPECT_EQ(plant.SetTableFieldData(7, 1, 6, value), 1);
+  EXPECT_EQ(plant.SetTableFieldData(7, 1, 4, value), 0);
+  EXPECT_EQ(value_at<std::int32_t>(records, 12), 9);
+  EXPECT_EQ(plant.GetTableFieldData(8, 0, 6, value), 0);
 }
 
-// A modification in a later table that goes unseen, a table that keeps its records.
+// Catches: a modification in a later table that goes unseen, a table that keeps its records.
 TEST(DataBase, WholeDatabaseOperationsVisitEveryTable) {
   Image image({account_table()}, {{7, "Line", 2, {"ID UINT 4"}}, account_table()});
   CRtTable line, accounts;
-  ASSERT_EQ(1, image.plant.GetDBTableFromID(line, 7));
-  ASSERT_EQ(1, image.plant.GetDBTableFromID(accounts, 10));
-  ASSERT_EQ(0, line.Insert(1, 0, 0));
+  ASSERT_EQ(image.plant.GetDBTableFromID(line, 7), 1);
+  ASSERT_EQ(image.plant.GetDBTableFromID(accounts, 10), 1);
+  ASSERT_EQ(line.Insert(1, 0, 0), 0);
   EXPECT_FALSE(image.plant.IsModified());
-  ASSERT_EQ(0, accounts.Insert(1, 0, 0));
+  ASSERT_EQ(accounts.Insert(1, 0, 0), 0);
   EXPECT_TRUE(image.plant.IsModified());
   EXPECT_FALSE(image.manager.IsSysTableModified());
   EXPECT_TRUE(image.plant.DeleteAllRecord());

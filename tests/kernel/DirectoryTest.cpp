@@ -42,7 +42,7 @@ struct Directory : testing::Test, Image {
   char *bytes = static_cast<char *>(segment.Attach());
 };
 
-// A lookup that compares only part of a name, minds its case or takes a later slot finds the wrong database.
+// Catches: a lookup that compares only part of a name, minds its case or takes a later slot finds the wrong database.
 TEST_F(Directory, Lookups) {
   const std::pair<const char *, unsigned int> names[] = {{"SyStEm", 1}, {"plant", 2}, {"PLANT", 2}, {"plan", 0},
                                                          {"plants", 0}, {"", 0},      {nullptr, 0}};
@@ -63,7 +63,7 @@ TEST_F(Directory, Lookups) {
   EXPECT_EQ(manager.GetDataBaseFromID(database, 4), 0);
 }
 
-// The databases appear in slot order whatever the gaps; an iteration that stops at one loses the rest.
+// Catches: an iteration that stops at a gap and loses the databases after it.
 TEST_F(Directory, IterationSkipsGaps) {
   const std::pair<std::vector<std::size_t>, const char *> rows[] = {{{}, "0: 1/1 2/2 3/3 -1"},
                                                                     {{0}, "1: 2/2 3/3 -1"},
@@ -89,7 +89,7 @@ TEST_F(Directory, IterationSkipsGaps) {
   EXPECT_EQ(walk(), "0: 1/1 3/3 -1");
 }
 
-// Lookups that went on would read descriptors that are not there yet.
+// Catches: lookups that went on would read descriptors that are not there yet.
 TEST_F(Directory, NothingBeforeTheLayout) {
   const auto attr = value_at<_db_attr>(bytes, 296);
   manager.SetRtdbStatus(0);
@@ -106,7 +106,7 @@ TEST_F(Directory, NothingBeforeTheLayout) {
   EXPECT_EQ(walk(), "0: 1/1 2/2 3/3 -1");
 }
 
-// A table handed out with its database unmapped, or with another one, reads nothing or foreign records.
+// Catches: a table handed out with its database unmapped, or with another one, reads nothing or foreign records.
 TEST_F(Directory, FindTable) {
   CRtDataBase database;
   CRtTable table;
@@ -126,7 +126,7 @@ TEST_F(Directory, FindTable) {
   EXPECT_EQ(manager.GetSystemTable(table, "ACCOUNT"), 1);
 }
 
-// A record in the wrong slot, or only part of one, makes lookups map the wrong segment.
+// Catches: a record in the wrong slot, or only part of one, makes lookups map the wrong segment.
 TEST_F(Directory, UpdateDBInfo) {
   _db_attr attr;
   std::memset(&attr, 'x', sizeof attr);

@@ -39,7 +39,7 @@ std::string assigned(const std::string &bytes, bool from_object) {
 
 }  // namespace
 
-// A limit that is off by one, a terminator that is left out, a longer text that is cut instead of refused.
+// Catches: a limit that is off by one, a terminator that is left out, a longer text that is cut instead of refused.
 TEST(ByDesign, FullWidthText) {
   struct Guarded {
     CRtField field;
@@ -71,12 +71,13 @@ TEST(ByDesign, FullWidthText) {
       if (length <= row.width) expected.replace(row.offset, length + 1, text + '\0');
       // The terminator of a default value of full width would stand behind the object.
       if (length == 32) expected[128] = '\x11';
-      EXPECT_EQ(expected, bytes_at(row.object, row.size));
+      EXPECT_EQ(bytes_at(row.object, row.size), expected);
     }
   }
 }
 
-// A descriptor that does not lead its object, an assignment that copies a text field whole, mixes or forgets members.
+// Catches: a descriptor that does not lead its object, an assignment that copies a text field whole, mixes or forgets
+// members.
 TEST(Field, AssignmentKeepsBytesBehindTerminators) {
   std::string bytes(128, '\0');
   std::iota(bytes.begin(), bytes.end(), '\1');
@@ -91,7 +92,7 @@ TEST(Field, AssignmentKeepsBytesBehindTerminators) {
   }
 }
 
-// A table of names that was put right, a name without its padding, a code that reads outside the table.
+// Catches: a table of names that was put right, a name without its padding, a code that reads outside the table.
 TEST(ByDesign, TypeNameTable) {
   const struct {
     int code;
@@ -110,7 +111,7 @@ TEST(ByDesign, TypeNameTable) {
   }
 }
 
-// A wrong width or sign, a number form other than "%f", a code that is not refused.
+// Catches: a wrong width or sign, a number form other than "%f", a code that is not refused.
 TEST(Field, DisplayTextOfEveryType) {
   const struct {
     int type;
@@ -139,13 +140,13 @@ TEST(Field, DisplayTextOfEveryType) {
   for (const auto &row : rows) {
     SCOPED_TRACE("type " + std::to_string(row.type) + " shown as " + row.text);
     put(value, 1, row.bits);
-    EXPECT_EQ(row.text, display(row.type, value + 1));
-    EXPECT_EQ(row.bits, value_at<std::uint64_t>(value, 1));
+    EXPECT_EQ(display(row.type, value + 1), row.text);
+    EXPECT_EQ(value_at<std::uint64_t>(value, 1), row.bits);
   }
-  for (const int type : {0, 7, 8, 16, -1}) EXPECT_EQ("", display(type, value + 1)) << type;
+  for (const int type : {0, 7, 8, 16, -1}) EXPECT_EQ(display(type, value + 1), "") << type;
 }
 
-// Six decimals of the exact value, a tie to the even one, as the C library writes them.
+// Catches: a decimal that is not rounded as the C library does, a tie to the even one.
 TEST(Field, DecimalsAreTheCLibrarys) {
   const auto expect = [](double value) {
     std::array<char, 400> expected;
@@ -170,7 +171,7 @@ TEST(Field, DecimalsAreTheCLibrarys) {
   }
 }
 
-// A range that is off by one or checks the calendar, a stamp that does not reach the record, text that pads.
+// Catches: a range that is off by one or checks the calendar, a stamp that does not reach the record, text that pads.
 TEST(ByDesign, TimeStamped) {
   const struct {
     std::uint16_t month, day;
@@ -185,12 +186,12 @@ TEST(ByDesign, TimeStamped) {
     GetLocalTime(now);
     const std::string text = display(kTime, &time);
     if (row.text != nullptr) {
-      EXPECT_EQ(row.text, text);
+      EXPECT_EQ(text, row.text);
       EXPECT_EQ(bytes_at(&before, sizeof before), bytes_at(&time, sizeof time));
       continue;
     }
     EXPECT_EQ(display(kTime, &time), text) << "the stamp is what is shown, and stays";
-    EXPECT_EQ(0, time.wMilliseconds);
+    EXPECT_EQ(time.wMilliseconds, 0);
     // A minute may end between the two readings of the clock.
     const int minutes = (time.wHour * 60 + time.wMinute) - (now.wHour * 60 + now.wMinute);
     EXPECT_TRUE(minutes == 0 || minutes == 1 || minutes == 1 - 24 * 60) << minutes;
@@ -198,11 +199,11 @@ TEST(ByDesign, TimeStamped) {
   }
 }
 
-// A password that shows in clear, or whose stored form the display changes.
+// Catches: a password that shows in clear, or whose stored form the display changes.
 TEST(Field, DisplayTextHidesPasswords) {
   char stored[16] = "secret";
   const std::string text = display(kPasswd, stored);
-  EXPECT_NE("", text);
+  EXPECT_NE(text, "");
   EXPECT_EQ(std::string::npos, text.find("secret"));
-  EXPECT_STREQ("secret", stored);
+  EXPECT_STREQ(stored, "secret");
 }

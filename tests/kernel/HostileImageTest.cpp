@@ -91,8 +91,8 @@ TEST(RandomImage, EditsAgreeWithAModel) {
   }
 }
 
-// An offset, size, count or index of the image that is used without a check, a directory that is followed out of the
-// manager segment, two wrong numbers that pass the checks together.
+// Catches: an offset, size, count or index of the image that is used without a check, a directory that is followed out
+// of the manager segment, two wrong numbers that pass the checks together.
 TEST(HostileImage, AnyCallOnAnyNumbers) {
   std::mt19937 random = told_random();
   for (int run = 0; run < 1500; ++run) {
@@ -102,8 +102,8 @@ TEST(HostileImage, AnyCallOnAnyNumbers) {
   }
 }
 
-// A number of the image that is looked at twice, once for the check and once for the use. The committed inputs change
-// the numbers that matter to their calls; some bytes of each are made others.
+// Catches: a number of the image that is looked at twice, once for the check and once for the use. The committed inputs
+// change the numbers that matter to their calls; some bytes of each are made others.
 TEST(HostileImage, AnyCallWhileNumbersChange) {
   std::mt19937 random = told_random();
   const std::vector<Bytes> inputs = contention_inputs();
@@ -117,31 +117,31 @@ TEST(HostileImage, AnyCallWhileNumbersChange) {
   }
 }
 
-// A text that is read beyond the segment's end, where nothing can be read.
+// Catches: a text that is read beyond the segment's end, where nothing can be read.
 TEST(HostileImage, UnterminatedTextEndsWithTheSegment) {
   const Walls walls;
   Hostile image;
   char *end = image.start + Hostile::kPage;
   int channel[2];
-  ASSERT_EQ(0, pipe(channel));
-  EXPECT_EQ(-1, write(channel[1], end, 1)) << "the byte behind the segment can be read";
+  ASSERT_EQ(pipe(channel), 0);
+  EXPECT_EQ(write(channel[1], end, 1), -1) << "the byte behind the segment can be read";
   close(channel[0]);
   close(channel[1]);
   CRtTable &table = image.last;
   std::string text(300, '?');
-  EXPECT_EQ(1, table.GetFieldDataAt(8, 4, text.data()));
-  EXPECT_EQ(std::string(104, 'T'), text.c_str());
-  EXPECT_EQ(1, table.GetFieldData(9, 4, text.data()));
-  EXPECT_EQ(nullptr, table.FindRecordbyStringField(4, std::string(105, 't').c_str()));
+  EXPECT_EQ(table.GetFieldDataAt(8, 4, text.data()), 1);
+  EXPECT_EQ(text.c_str(), std::string(104, 'T'));
+  EXPECT_EQ(table.GetFieldData(9, 4, text.data()), 1);
+  EXPECT_EQ(table.FindRecordbyStringField(4, std::string(105, 't').c_str()), nullptr);
   for (const int type : {12, 15, 13}) CRtField::GetDisplayText(type, end - 3, text.data());
-  EXPECT_STREQ("TTT", text.c_str());
+  EXPECT_STREQ(text.c_str(), "TTT");
   CRtField::GetDisplayText(14, end - 3, text.data());
-  EXPECT_EQ(1, table.SetFieldDataAt(8, 4, std::string(200, 'U').c_str()));
-  EXPECT_EQ('U', end[-1]);
+  EXPECT_EQ(table.SetFieldDataAt(8, 4, std::string(200, 'U').c_str()), 1);
+  EXPECT_EQ(end[-1], 'U');
   EXPECT_TRUE(table.SaveData(0));
 }
 
-// Texts and buffers that clients give may lie in a segment, too; texts there need no terminator.
+// Catches: a text or buffer of the caller in a segment that is read or written beyond its end.
 TEST(HostileImage, ArgumentsEndWithTheSegment) {
   const Walls walls;
   Hostile image;

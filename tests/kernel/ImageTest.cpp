@@ -42,7 +42,7 @@ long difference(const std::string &left, const std::string &right) {
 
 }  // namespace
 
-// A wrong offset, width or order of any member, padding, or garbage behind a text.
+// Catches: a wrong offset, width or order of any member, padding, or garbage after a text.
 TEST(Image, DatabaseSegmentIsLaidOutByteForByte) {
   const Image image({account_table()}, {{7, "Pump", 100, {"ID UINT 4", "Name STRING 24 none", "Flow DOUBLE 8"}},
                                         {9, "Line", 10, {"ID UINT 4", "Level INT 4 12"}}});
@@ -55,10 +55,10 @@ TEST(Image, DatabaseSegmentIsLaidOutByteForByte) {
   expected += descriptor(128, {2, 9, 1, 0, 6, 4, 4, 0}, "ID", "CID");
   expected += descriptor(128, {2, 9, 2, 1, 5, 4, 4, 4}, "Level", "CLevel", "12");
   expected.resize(4624);
-  EXPECT_EQ(-1, difference(expected, segment(2, 4624)));
+  EXPECT_EQ(difference(expected, segment(2, 4624)), -1);
 }
 
-// A directory or flag at the wrong place, an attribute that is not copied, a record that is not its segment's.
+// Catches: a directory or flag at the wrong place, an attribute that is not copied, a record that is not its segment's.
 TEST(Image, ManagerSegmentIsLaidOutByteForByte) {
   const Image image({account_table()}, {{7, "Pump", 100, {"ID UINT 4"}}});
   std::string expected(1296, '\0');
@@ -66,16 +66,16 @@ TEST(Image, ManagerSegmentIsLaidOutByteForByte) {
   put_text(expected, 20, image.root.folder() + "conf/fix_Rtdb.ini");
   put_text(expected, 116, image.root.folder() + "data/");
   char host[256] = {};
-  ASSERT_EQ(0, gethostname(host, sizeof host - 1));
+  ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
   put_text(expected, 212, std::string_view(host).substr(0, 23));
   put_numbers(expected, 236, {10, 2});
   put_text(expected, 296, segment(1, 96));
   put_text(expected, 392, segment(2, 96));
   put_numbers(expected, 1256, {1, 1});
-  EXPECT_EQ(-1, difference(expected, segment(kManagerKey, 1296)));
+  EXPECT_EQ(difference(expected, segment(kManagerKey, 1296)), -1);
 }
 
-// A slot that nobody filled is left out of the layout, or is all zero instead of a fresh object's bytes.
+// Catches: a slot that no line filled is left out of the layout, or is all zero instead of a fresh object's bytes.
 TEST(Image, UnfilledSlotsHoldFreshDescriptors) {
   const Image image(
       "#Database_Start\n#Name=system Describe=S ID=1 Type=0 TableCount=3\n#Database_Finish\n#Table_Start\n"
@@ -85,13 +85,13 @@ TEST(Image, UnfilledSlotsHoldFreshDescriptors) {
       "#DBID=1 TABLEID=1 NAME=Tail CNAME=T ID=3 INDEX=2 TYPE=INT SIZE=4\n"
       "#DBID=1 TABLEID=2 NAME=ID CNAME=I ID=1 INDEX=0 TYPE=UINT SIZE=4\n#Field_Finish\n");
   const std::string bytes = segment(1, 940);
-  EXPECT_EQ(-1, difference(descriptor(104, {-1, -1, -1, 0, 0, 0, 792, 936, 0, 1}), bytes.substr(200, 104)));
-  EXPECT_EQ(-1, difference(descriptor(128, {-1, -1, -1, 0, 0, 0, 0, 4}), bytes.substr(536, 128)));
-  EXPECT_EQ(4, value_at<std::int32_t>(bytes.data(), 756)) << "offset of the field behind";
-  EXPECT_EQ(936, value_at<std::int32_t>(bytes.data(), 396)) << "record area of the last table";
+  EXPECT_EQ(difference(descriptor(104, {-1, -1, -1, 0, 0, 0, 792, 936, 0, 1}), bytes.substr(200, 104)), -1);
+  EXPECT_EQ(difference(descriptor(128, {-1, -1, -1, 0, 0, 0, 0, 4}), bytes.substr(536, 128)), -1);
+  EXPECT_EQ(value_at<std::int32_t>(bytes.data(), 756), 4) << "offset of the field behind";
+  EXPECT_EQ(value_at<std::int32_t>(bytes.data(), 396), 936) << "record area of the last table";
 }
 
-// Members that a constructor forgets, or that stand elsewhere in the object.
+// Catches: members that a constructor forgets, or that stand elsewhere in the object.
 TEST(Image, FreshObjectsHoldTheirStartValues) {
   const CRtDataBase database;
   const CRtTable table;

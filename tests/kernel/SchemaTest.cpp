@@ -59,7 +59,7 @@ std::string plant_lines(int first_id, int count) {
 
 const std::string kPlain = schema(kSystem, kStation, kKey + kText + "\n");
 
-// A line taken into the wrong section, skipped or rejected would change which schemas start.
+// Catches: a line taken into the wrong section, skipped or rejected would change which schemas start.
 TEST(Schema, LinesAndSections) {
   const std::string long_comment(1023, '-');
   const std::tuple<const char *, std::string, bool> rows[] = {
@@ -99,7 +99,7 @@ TEST(Schema, LinesAndSections) {
   }
 }
 
-// The second layout takes the common segment; one that does not fit into it must not be written beyond its end.
+// Catches: a second layout of a common segment that is written beyond its end.
 TEST(ByDesign, SameIDSharesSegment) {
   for (const int slots : {1, 2, 3}) {
     SCOPED_TRACE(slots);
@@ -117,7 +117,7 @@ TEST(ByDesign, SameIDSharesSegment) {
   }
 }
 
-// A field slot outside the table that is written all the same lands in another table's descriptors.
+// Catches: a field slot outside the table that is written all the same lands in another table's descriptors.
 TEST(Schema, FieldSlotOutsideTheTable) {
   const std::string line = "#DBID=1 TABLEID=10 NAME=Out CNAME=Out ID=9 INDEX=";
   for (const char *index : {"2", "2147483647"}) {
@@ -130,7 +130,7 @@ TEST(Schema, FieldSlotOutsideTheTable) {
   EXPECT_FALSE(Start(schema(kSystem, kStation, kKey + line + "-1 TYPE=INT SIZE=4\n")).done);
 }
 
-// A wrong code or element width breaks every conversion of that type.
+// Catches: a wrong code or element width breaks every conversion of that type.
 TEST(Schema, TypeKeywords) {
   const std::tuple<const char *, int, int> rows[] = {
       {"CHAR", 1, 1},  {"uchar", 2, 1},   {"Short", 3, 2},  {"USHORT", 4, 2}, {"int", 5, 4},
@@ -147,7 +147,8 @@ TEST(Schema, TypeKeywords) {
   }
 }
 
-// Defaults decide what new records hold; each row is the end of a field line behind one whose default is "prev".
+// Catches: a default text that new records do not get; each row is the end of a field line behind one whose default is
+// "prev".
 TEST(Schema, DefaultTexts) {
   const std::string width32(32, 'd');
   const std::pair<std::string, std::string> rows[] = {{" Default=x", "x"},
@@ -195,8 +196,8 @@ TEST(ByDesign, ValuesInherited) {
   EXPECT_STREQ(start.field(1)->DefaultValue, "prev");
 }
 
-// The terminator of a full caption name falls on the low byte of the database ID that follows it: a line whose ID was
-// set first named another database, and the start failed.
+// Catches: a terminator of a full caption name that falls on the low byte of the database ID that follows it: a line
+// whose ID was set first named another database, and the start failed.
 TEST(Schema, FullWidthNames) {
   const std::string name24(24, 'n');
   const std::string caption40(40, 'c');
@@ -240,7 +241,7 @@ TEST(ByDesign, LastLineTwice) {
   }
 }
 
-// A negative or overflowing number would give a small segment with offsets far outside it.
+// Catches: a negative or overflowing number would give a small segment with offsets far outside it.
 TEST(Schema, AbsurdNumbers) {
   // Tables, records, fields and size. Products that pass 2^32: 41297763 * 104, 536870913 * 8 and 33554433 * 128.
   const std::pair<std::array<long, 4>, bool> rows[] = {{{100000, 4, 2, 4}, true},      {{1, 0, 2, 4}, true},
@@ -274,7 +275,7 @@ TEST(Schema, AbsurdNumbers) {
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 200 * 1024);
 }
 
-// Databases of a failed reading that were dropped, or entered twice, would change what the next start builds.
+// Catches: databases of a failed reading that were dropped, or entered twice, would change what the next start builds.
 TEST(Schema, FailedReadingKeepsItsDatabases) {
   for (const int kept : {9, 10}) {
     SCOPED_TRACE(kept);

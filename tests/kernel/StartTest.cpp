@@ -60,7 +60,7 @@ struct Started {
   std::unique_ptr<CRtdbManager> manager;
 };
 
-// A status that is set too early lets lookups read descriptors that are not there yet.
+// Catches: a status that is set too early lets lookups read descriptors that are not there yet.
 TEST(Start, StatusShowsHowFarAStartCame) {
   TestRoot root;
   {
@@ -91,7 +91,7 @@ TEST(Start, StatusShowsHowFarAStartCame) {
   for (const int key : {333, 1, 2}) EXPECT_FALSE(segment_exists(key)) << key;
 }
 
-// A second manager that built anew would wipe the records of the first one.
+// Catches: a second manager that built anew would wipe the records of the first one.
 TEST(Start, SecondManagerAttaches) {
   Started image;
   CRtdbManager &first = *image.manager;
@@ -112,7 +112,8 @@ TEST(Start, SecondManagerAttaches) {
   EXPECT_EQ(accounts(first), 1);
 }
 
-// A start over an image that lacks its system database reuses the segments; stale records would survive in them.
+// Catches: a start over an image that lacks its system database reuses the segments; stale records would survive in
+// them.
 TEST(Start, BuildsOverAnImageWithoutSystemDatabase) {
   Started image;
   CRtdbManager &first = *image.manager;
@@ -159,7 +160,7 @@ int start_in_child(const std::vector<std::string> &) {
 }
 const RegisterChild kStarter{"start", start_in_child};
 
-// A database under the manager's own key overlays the directory; nothing may be read or written outside.
+// Catches: a database under the manager's own key, which overlays the directory, that is read or written outside.
 TEST(Start, DatabaseUnderTheManagersKey) {
   for (const int capacity : {1, 200}) {
     TestRoot root("FileKey_Manager=2\n");
@@ -170,7 +171,8 @@ TEST(Start, DatabaseUnderTheManagersKey) {
   }
 }
 
-// The lock on a mutex's file was held as long as the mutex was mapped, so a second process waited for the first to end.
+// Catches: the lock on a mutex's file was held as long as the mutex was mapped, so a second process waited for the
+// first to end.
 TEST(Start, ProcessesStartSideBySide) {
   const Started image;
   EXPECT_EQ(Child("start").wait(), 0);
@@ -191,7 +193,7 @@ TEST(ByDesign, DestroyKeepsDatabases) {
   EXPECT_EQ(manager.AttachShareMemory(), 0);
 }
 
-// A wrong key finds no image, a wrong path no data.
+// Catches: a wrong key, which finds no image, and a wrong path, which finds no data.
 TEST(Start, KeyAndDataPath) {
   TestRoot root;
   root.configure("FileKey_Manager=12\nRtdbDataPath=/abs/\n");
@@ -201,13 +203,13 @@ TEST(Start, KeyAndDataPath) {
   EXPECT_EQ(manager.GetDataPath(), root.path("/abs/"));
 }
 
-// Paths that do not fit their 96 bytes must not run into the next member.
+// Catches: a path that does not fit its 96 bytes and runs into the next member.
 TEST(Start, InstallationRoots) {
   TestRoot root("FileKey_Manager=444\n");
   const std::string without_slash = root.folder().substr(0, root.folder().size() - 1);
   setenv("QUILLANEST_ROOT", without_slash.c_str(), 1);
-  EXPECT_EQ(std::string(CRtdbManager().GetSysIniFile()), root.path("conf/fix_Rtdb.ini"));
-  EXPECT_EQ(std::string(CRtdbManager().GetDataPath()), root.path("data/"));
+  EXPECT_EQ(root.path("conf/fix_Rtdb.ini"), std::string(CRtdbManager().GetSysIniFile()));
+  EXPECT_EQ(root.path("data/"), std::string(CRtdbManager().GetDataPath()));
 
   // "conf/fix_Rtdb.ini" takes 17 of the 95 characters, and so may the data path.
   const std::tuple<std::size_t, std::size_t, bool> rows[] = {
@@ -222,8 +224,8 @@ TEST(Start, InstallationRoots) {
     std::ofstream(folder + "conf/fix_Rtdb.ini") << "[Quillanest]\nDataInFile=1\nRtdbDataPath=" << data_path;
     setenv("QUILLANEST_ROOT", folder.c_str(), 1);
     CRtdbManager manager;
-    EXPECT_EQ(std::string(manager.GetSysIniFile()), root_size <= 78 ? folder + "conf/fix_Rtdb.ini" : "");
-    EXPECT_EQ(std::string(manager.GetDataPath()), fits ? folder + data_path : "");
+    EXPECT_EQ(root_size <= 78 ? folder + "conf/fix_Rtdb.ini" : "", std::string(manager.GetSysIniFile()));
+    EXPECT_EQ(fits ? folder + data_path : "", std::string(manager.GetDataPath()));
     for (const int key : {-1, kManagerKey}) {
       EXPECT_EQ(start(manager, root), fits);  // every time
       EXPECT_EQ(segment_exists(key), fits && key == kManagerKey);
@@ -231,8 +233,8 @@ TEST(Start, InstallationRoots) {
   }
 }
 
-// A number of slots that another word of the rights overwrote must not reach the computing of sizes; a segment of
-// another kind under the key is too small for the manager's.
+// Catches: a number of slots that a word of the rights overwrote and that sizes are computed from; a segment of another
+// kind under the key is too small for the manager's.
 TEST(Start, OverForeignNumbersAndSegments) {
   TestRoot root;
   for (const unsigned int slots : {0x7FFFFFFFU, 0xFFFFFFFFU, 11U}) {
@@ -247,7 +249,7 @@ TEST(Start, OverForeignNumbersAndSegments) {
   EXPECT_FALSE(start(manager, root));
 }
 
-// A copy that owned the databases as well would free them twice; one that did not share them would lose them.
+// Catches: a copy that owned the databases as well would free them twice; one that did not share them would lose them.
 TEST(Start, CopyOutlivesTheOriginal) {
   Started image;
   CRtdbManager copy(*image.manager);
@@ -264,7 +266,7 @@ TEST(Start, CopyOutlivesTheOriginal) {
   EXPECT_EQ(accounts(assigned), 2);
 }
 
-// Two images of one process share segments of equal database IDs, never the directory.
+// Catches: a directory that two images of one process share.
 TEST(Start, ManagersWithDifferentKeys) {
   Started image;
   CRtdbManager &first = *image.manager;

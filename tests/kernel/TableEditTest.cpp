@@ -29,7 +29,7 @@ void wait_until_blocked(const std::atomic<int> &started) {
 // The result of an edit on another thread that meets the held mutex; `meanwhile` runs once the edit waits for it.
 int edit_that_waits(LockedAccounts &accounts, const std::function<int(CRtTable &)> &edit,
                     const std::function<void()> &meanwhile) {
-  EXPECT_EQ(0, accounts.mutex.Wait(-1));
+  EXPECT_EQ(accounts.mutex.Wait(-1), 0);
   std::atomic<int> started = 0;
   std::atomic<int> result = -99;
   std::thread editor([&] {
@@ -38,7 +38,7 @@ int edit_that_waits(LockedAccounts &accounts, const std::function<int(CRtTable &
     result = edit(view);
   });
   wait_until_blocked(started);
-  EXPECT_EQ(-99, result) << "the edit does not wait";
+  EXPECT_EQ(result, -99) << "the edit does not wait";
   meanwhile();
   EXPECT_TRUE(accounts.mutex.Release());
   editor.join();
@@ -46,7 +46,7 @@ int edit_that_waits(LockedAccounts &accounts, const std::function<int(CRtTable &
   return result;
 }
 
-// A negative count is no table that could take a record.
+// Catches: a table with a negative count that takes a record.
 TEST(TableEdit, NegativeCountTakesNoRecord) {
   Accounts accounts({1}, 2);
   accounts.table.SetRecordCount(-3);
@@ -56,15 +56,15 @@ TEST(TableEdit, NegativeCountTakesNoRecord) {
 
 }  // namespace
 
-// A counter that only ever rises.
+// Catches: a counter that only ever rises.
 TEST(ByDesign, ExplicitKeyMovesCounter) {
   Accounts accounts({1, 2}, 50);
   std::string record = account(10);
-  EXPECT_EQ(2, accounts.table.Insert(record.data(), 0));
-  EXPECT_EQ(11U, accounts.next_key());
+  EXPECT_EQ(accounts.table.Insert(record.data(), 0), 2);
+  EXPECT_EQ(accounts.next_key(), 11U);
 }
 
-// A key 0 that is searched, or a position that is off by one.
+// Catches: a key 0 that is searched, or a position that is off by one.
 TEST(ByDesign, KeyZeroDeletesByPosition) {
   const struct {
     int hint, result;
@@ -74,13 +74,13 @@ TEST(ByDesign, KeyZeroDeletesByPosition) {
   for (const auto &row : rows) {
     SCOPED_TRACE(row.hint);
     accounts.fill({1, 5, 9}, 10);
-    EXPECT_EQ(row.result, accounts.table.Delete(0, row.hint, 0));
-    EXPECT_EQ(row.keys_after, accounts.keys());
+    EXPECT_EQ(accounts.table.Delete(0, row.hint, 0), row.result);
+    EXPECT_EQ(accounts.keys(), row.keys_after);
     EXPECT_EQ(row.result == 1, account(0) == bytes_at(accounts.slot(2), kAccountSize)) << "the freed slot";
   }
 }
 
-// An update that judges by the record it replaces, or raises any status but 1.
+// Catches: an update that judges by the record it replaces, or raises any status but 1.
 TEST(ByDesign, UpdateKeepsStatus) {
   Accounts accounts;
   for (const int stored : {1, 2}) {
@@ -89,23 +89,23 @@ TEST(ByDesign, UpdateKeepsStatus) {
       accounts.fill({5}, 6);
       put(accounts.slot(0), kStatus, stored);
       const std::string record = account(5, 0, 0, status);
-      EXPECT_EQ(0, accounts.table.Update(record.data(), 0, 7));
+      EXPECT_EQ(accounts.table.Update(record.data(), 0, 7), 0);
       EXPECT_EQ(status == 1 ? 3 : status, accounts.number(0, kStatus));
     }
   }
 }
 
-// Version fields that are found by exact case or written in their declared width. Tables without them, and with some,
-// are those of the fuzz target's model.
+// Catches: version fields that are found by exact case or written in their declared width. Tables without them, and
+// with some, are those of the fuzz target's model.
 TEST(TableEdit, VersionFieldsAreFoundByNameInAnyCase) {
   Image image({{11, "Odd", 2, {"ID UINT 4", "BMODIFIED CHAR 4", "iprojectid SHORT 4", "IEditStatus UINT 4"}}});
   CRtTable odd = image.table(11);
-  EXPECT_EQ(0, odd.Insert(5, 0x12345678, 0));
+  EXPECT_EQ(odd.Insert(5, 0x12345678, 0), 0);
   const std::int32_t expected[] = {5, 1, 0x12345678, 2};
   EXPECT_EQ(bytes_at(expected, 16), bytes_at(odd.GetAt(0), 16));
 }
 
-// Defaults that come without being asked for or not at all; a default text that loses against the key.
+// Catches: defaults that come without being asked for or not at all; a default text that loses against the key.
 TEST(ByDesign, DefaultReplacesKey) {
   Image image({{10, "Keyed", 9, {"ID UINT 4 40", "Level INT 4 12"}}, {11, "Free", 9, {"ID UINT 4", "Level INT 4 12"}}});
   const struct {
@@ -118,14 +118,14 @@ TEST(ByDesign, DefaultReplacesKey) {
   for (const auto &row : rows) {
     SCOPED_TRACE(std::to_string(row.table) + " key " + std::to_string(row.key));
     CRtTable table = image.table(row.table);
-    ASSERT_EQ(row.position, table.Insert(row.key, 0, row.fill));
+    ASSERT_EQ(table.Insert(row.key, 0, row.fill), row.position);
     if (row.position < 0) continue;
-    EXPECT_EQ(row.stored, value_at<std::uint32_t>(table.GetAt(row.position), 0));
-    EXPECT_EQ(row.level, value_at<std::int32_t>(table.GetAt(row.position), 4));
+    EXPECT_EQ(value_at<std::uint32_t>(table.GetAt(row.position), 0), row.stored);
+    EXPECT_EQ(value_at<std::int32_t>(table.GetAt(row.position), 4), row.level);
   }
 }
 
-// An edit that can be refused without the mutex and waits for it: the test would not end.
+// Catches: an edit that can be refused without the mutex and waits for it: the test would not end.
 TEST(TableEdit, RefusalsNeedNoMutex) {
   LockedAccounts accounts;
   const struct {
@@ -142,61 +142,61 @@ TEST(TableEdit, RefusalsNeedNoMutex) {
   for (const auto &row : rows) {
     SCOPED_TRACE(&row - rows);
     accounts.fill(row.keys, 6);
-    ASSERT_EQ(0, accounts.mutex.Wait(-1));
-    EXPECT_EQ(row.result, on_other_thread([&] { return row.edit(accounts.table); }));
+    ASSERT_EQ(accounts.mutex.Wait(-1), 0);
+    EXPECT_EQ(on_other_thread([&] { return row.edit(accounts.table); }), row.result);
     EXPECT_TRUE(accounts.mutex.Release());
-    EXPECT_EQ(row.keys, accounts.keys());
+    EXPECT_EQ(accounts.keys(), row.keys);
     EXPECT_TRUE(accounts.is_mutex_free());
   }
 }
 
-// A mutex that blocks its owner, or is released by the first edit inside.
+// Catches: a mutex that blocks its owner, or is released by the first edit inside.
 TEST(TableEdit, OwnerOfTheMutexEditsOn) {
   LockedAccounts accounts;
   accounts.fill({1}, 2);
-  ASSERT_EQ(0, accounts.mutex.Wait(-1));
-  EXPECT_EQ(1, accounts.table.Insert(5, 0, 0));
-  EXPECT_EQ(-2, accounts.table.Insert(5, 0, 0));
-  EXPECT_EQ(1, accounts.table.Update(account(5).data(), -1, 0));
-  EXPECT_EQ(1, accounts.table.Delete(1, -1, 0));
+  ASSERT_EQ(accounts.mutex.Wait(-1), 0);
+  EXPECT_EQ(accounts.table.Insert(5, 0, 0), 1);
+  EXPECT_EQ(accounts.table.Insert(5, 0, 0), -2);
+  EXPECT_EQ(accounts.table.Update(account(5).data(), -1, 0), 1);
+  EXPECT_EQ(accounts.table.Delete(1, -1, 0), 1);
   EXPECT_FALSE(accounts.is_mutex_free());
   EXPECT_TRUE(accounts.mutex.Release());
   EXPECT_TRUE(accounts.is_mutex_free());
 }
 
-// A duplicate that is searched before the mutex is taken, so that two threads insert one key.
+// Catches: a duplicate that is searched before the mutex is taken, so that two threads insert one key.
 TEST(TableEdit, DuplicateIsFoundUnderTheMutex) {
   LockedAccounts accounts;
   const auto insert = [](CRtTable &table) { return table.Insert(5, 0, 0); };
-  EXPECT_EQ(-2, edit_that_waits(accounts, insert, [&] { EXPECT_EQ(0, accounts.table.Insert(5, 0, 0)); }));
-  EXPECT_EQ(Keys{5}, accounts.keys());
+  EXPECT_EQ(edit_that_waits(accounts, insert, [&] { EXPECT_EQ(0, accounts.table.Insert(5, 0, 0)); }), -2);
+  EXPECT_EQ(accounts.keys(), Keys{5});
 }
 
-// A count that is read again under the mutex.
+// Catches: a count that is read again under the mutex.
 TEST(ByDesign, CountBeforeLock) {
   LockedAccounts accounts;
   const auto insert = [](CRtTable &table) { return table.Insert(9, 0, 0); };
-  EXPECT_EQ(-1, edit_that_waits(accounts, insert, [&] { accounts.fill({3, 5}, 6); }));
-  EXPECT_EQ((Keys{3, 5}), accounts.keys());
+  EXPECT_EQ(edit_that_waits(accounts, insert, [&] { accounts.fill({3, 5}, 6); }), -1);
+  EXPECT_EQ(accounts.keys(), (Keys{3, 5}));
 
   accounts.fill({3, 5}, 6);
   const auto insert_before = [](CRtTable &table) { return table.Insert(4, 0, 0); };
-  const auto delete_first = [&] { EXPECT_EQ(1, accounts.table.Delete(3, -1, 0)); };
-  EXPECT_EQ(0, edit_that_waits(accounts, insert_before, delete_first));
-  EXPECT_EQ((Keys{4, 5, 0}), accounts.keys());
+  const auto delete_first = [&] { EXPECT_EQ(accounts.table.Delete(3, -1, 0), 1); };
+  EXPECT_EQ(edit_that_waits(accounts, insert_before, delete_first), 0);
+  EXPECT_EQ(accounts.keys(), (Keys{4, 5, 0}));
 }
 
-// A position that is looked for again under the mutex.
+// Catches: a position that is looked for again under the mutex.
 TEST(ByDesign, PositionNotRechecked) {
   LockedAccounts accounts;
-  const auto delete_first = [&] { EXPECT_EQ(1, accounts.table.Delete(1, -1, 0)); };
+  const auto delete_first = [&] { EXPECT_EQ(accounts.table.Delete(1, -1, 0), 1); };
   accounts.fill({1, 5, 9}, 10);
   const auto update = [](CRtTable &table) { return table.Update(account(5).data(), -1, 0); };
-  EXPECT_EQ(1, edit_that_waits(accounts, update, delete_first));
-  EXPECT_EQ((Keys{5, 5}), accounts.keys());
+  EXPECT_EQ(edit_that_waits(accounts, update, delete_first), 1);
+  EXPECT_EQ(accounts.keys(), (Keys{5, 5}));
 
   accounts.fill({1, 5, 9}, 10);
   const auto remove = [](CRtTable &table) { return table.Delete(5, -1, 0); };
-  EXPECT_EQ(1, edit_that_waits(accounts, remove, delete_first));
-  EXPECT_EQ(Keys{5}, accounts.keys());
+  EXPECT_EQ(edit_that_waits(accounts, remove, delete_first), 1);
+  EXPECT_EQ(accounts.keys(), Keys{5});
 }

@@ -20,7 +20,7 @@ struct Twins : Image {
 
 }  // namespace
 
-// A setter that writes another member, the private copy instead of the image, or both.
+// Catches: a setter that writes another member, the private copy instead of the image, or both.
 TEST(TableFields, SettersWriteTheDescriptorInForce) {
   Twins image;
   CRtTable &table = image.table;
@@ -41,26 +41,26 @@ TEST(TableFields, SettersWriteTheDescriptorInForce) {
   table.SetRecordCount(-3);
   table.SetIDExclusive(41);
   table.SetIndexInDB(7);
-  EXPECT_EQ(expected, bytes_at(shared, 104));
+  EXPECT_EQ(bytes_at(shared, 104), expected);
   EXPECT_EQ(own, bytes_at(&table, 104));
   EXPECT_EQ((std::vector<unsigned int>{0x80000001, 0x80000002}),
             (std::vector<unsigned int>{other.GetDataBaseID(), other.GetTableID()}));
   EXPECT_EQ((std::vector<int>{7, 8, 1, 2, -3}),
             (std::vector<int>{other.GetIndexInDB(), other.GetTableSize(), other.GetRecordMaxCount(),
                               other.GetTableFieldNum(), other.GetRecordCount()}));
-  EXPECT_EQ(41U, table.GetIDExclusive());
-  EXPECT_EQ(42U, table.GetIDExclusive());
+  EXPECT_EQ(table.GetIDExclusive(), 41U);
+  EXPECT_EQ(table.GetIDExclusive(), 42U);
   table.SetTableName("Other");
-  EXPECT_STREQ("Other", shared);
+  EXPECT_STREQ(shared, "Other");
 
   image.manager.GetSystemDB()->DetachShareMemory();
   CRtTable detached = table;
   detached.SetTableSize(99);
-  EXPECT_EQ(99, value_at<std::int32_t>(&detached, 76));
-  EXPECT_STREQ("Twins", detached.GetTableName());
+  EXPECT_EQ(value_at<std::int32_t>(&detached, 76), 99);
+  EXPECT_STREQ(detached.GetTableName(), "Twins");
 }
 
-// A comparison that minds case or takes the last match, a caption taken for a name, a null that is followed.
+// Catches: a comparison that minds case or takes the last match, a caption taken for a name, a null that is followed.
 TEST(TableFields, LookupsTakeTheFirstMatch) {
   const Twins image;
   const CRtTable &table = image.table;
@@ -76,13 +76,13 @@ TEST(TableFields, LookupsTakeTheFirstMatch) {
     const int found = row.caption ? table.GetFieldFromCName(field, row.name) : table.GetFieldFromName(field, row.name);
     EXPECT_EQ(row.slot >= 0, found == 1);
     EXPECT_EQ(row.slot >= 0 ? static_cast<unsigned int>(row.slot) + 1 : 0xFFFFFFFF, field.GetFieldID());
-    EXPECT_EQ(row.slot, table.FindFieldFromName(row.name, row.caption));
-    EXPECT_EQ(row.slot,
-              image.slot_of(row.caption ? table.GetFieldFromCName(row.name) : table.GetFieldFromName(row.name)));
+    EXPECT_EQ(table.FindFieldFromName(row.name, row.caption), row.slot);
+    EXPECT_EQ(image.slot_of(row.caption ? table.GetFieldFromCName(row.name) : table.GetFieldFromName(row.name)),
+              row.slot);
   }
 }
 
-// A range that is off by one; a CRtField that is touched by a failure.
+// Catches: a range that is off by one; a CRtField that is touched by a failure.
 TEST(TableFields, LookupsByIDAndIndexKeepTheirRange) {
   const Twins image;
   for (const int slot : {-1, 0, 2, 3, 2147483647}) {
@@ -99,7 +99,7 @@ TEST(TableFields, LookupsByIDAndIndexKeepTheirRange) {
   }
 }
 
-// An iteration that reports the end together with the last field, or goes on from anywhere.
+// Catches: an iteration that reports the end together with the last field, or goes on from anywhere.
 TEST(ByDesign, FieldsEndLate) {
   const Twins image;
   CRtField field;
@@ -110,12 +110,12 @@ TEST(ByDesign, FieldsEndLate) {
   }
   for (int call = 0; call < 2; ++call) {
     EXPECT_FALSE(image.table.GetNextField(field, position));
-    EXPECT_EQ(-1, position);
-    EXPECT_STREQ("NAME", field.GetFieldName());
+    EXPECT_EQ(position, -1);
+    EXPECT_STREQ(field.GetFieldName(), "NAME");
   }
 }
 
-// A slot that is out of range, a member that is not taken over, a change that other views do not see.
+// Catches: a slot that is out of range, a member that is not taken over, a change that other views do not see.
 TEST(TableFields, SetFieldOverwritesTheSharedDescriptor) {
   Twins image;
   const std::string before = image.descriptor();

@@ -40,8 +40,8 @@ std::vector<std::uint32_t> ascending_keys(std::mt19937 &generator, int kind, std
   return keys;
 }
 
-// A search that is off by one, signed, wrong about the insertion point, or fails for some number of records: whatever
-// places are looked at first, the answer is that of halving, also among equal keys. An area that is not
+// Catches: a search that is off by one, signed, wrong about the insertion point, or fails for some number of records:
+// whatever places are looked at first, the answer is that of halving, also among equal keys. An area that is not
 // ascending is searched within its bounds.
 TEST(TableLookup, SearchIsThatOfHalving) {
   constexpr int kMost = 3000;
@@ -77,7 +77,7 @@ TEST(TableLookup, SearchIsThatOfHalving) {
   }
 }
 
-// Bytes behind a record that are taken for a part of its key.
+// Catches: bytes after a record that are taken for a part of its key.
 TEST(TableLookup, RecordsShorterThanAKey) {
   for (const std::size_t size : {1U, 2U, 3U}) {
     Image image({{10, "Short", 5, {"Key STRING " + std::to_string(size)}}});
@@ -93,23 +93,23 @@ TEST(TableLookup, RecordsShorterThanAKey) {
   }
 }
 
-// A record of key 0 that the search by key alone delivers, or the one with a buffer misses.
+// Catches: a record of key 0 that the search by key alone delivers, or the one with a buffer misses.
 TEST(ByDesign, KeyZeroNamesNothing) {
   Accounts accounts({0, 5}, 6);
   std::string buffer(kAccountSize + 1, '?');
   int position = -1;
-  EXPECT_EQ(0, accounts.table.FindIDExclusive(4, buffer.data()));
-  EXPECT_EQ(std::string(kAccountSize + 1, '?'), buffer);
-  EXPECT_EQ(nullptr, accounts.table.FindIDExclusive(0));
-  EXPECT_EQ(1, accounts.table.FindIDExclusive(0, buffer.data()));
+  EXPECT_EQ(accounts.table.FindIDExclusive(4, buffer.data()), 0);
+  EXPECT_EQ(buffer, std::string(kAccountSize + 1, '?'));
+  EXPECT_EQ(accounts.table.FindIDExclusive(0), nullptr);
+  EXPECT_EQ(accounts.table.FindIDExclusive(0, buffer.data()), 1);
   EXPECT_EQ(account(0) + '?', buffer);
-  EXPECT_EQ(1, accounts.table.FindIDExclusive(0, position));
-  EXPECT_EQ(0, position);
-  EXPECT_EQ(nullptr, accounts.table.GetRecordAddr(0, -1));
+  EXPECT_EQ(accounts.table.FindIDExclusive(0, position), 1);
+  EXPECT_EQ(position, 0);
+  EXPECT_EQ(accounts.table.GetRecordAddr(0, -1), nullptr);
   EXPECT_EQ(accounts.slot(0), accounts.table.GetRecordAddr(0, 0));
 }
 
-// A stale hint that misleads, or one past the end that is searched like a negative one.
+// Catches: a stale hint that misleads, or one past the end that is searched like a negative one.
 TEST(ByDesign, HintPastEnd) {
   Accounts accounts({3, 5, 9}, 10);
   const struct {
@@ -122,26 +122,26 @@ TEST(ByDesign, HintPastEnd) {
     EXPECT_EQ(accounts.record(row.position), accounts.table.GetRecordAddr(row.key, row.hint));
   }
   EXPECT_EQ(accounts.slot(2), accounts.table.GetAt(2));
-  EXPECT_EQ(nullptr, accounts.table.GetAt(3));
-  EXPECT_EQ(nullptr, accounts.table.GetAt(-1));
+  EXPECT_EQ(accounts.table.GetAt(3), nullptr);
+  EXPECT_EQ(accounts.table.GetAt(-1), nullptr);
 }
 
-// An iteration that reports the end one call late, as fields do, or reads behind the last record.
+// Catches: an iteration that reports the end one call late, as fields do, or reads after the last record.
 TEST(ByDesign, RecordsEndWithLast) {
   Accounts accounts({3, 5}, 6);
   int position = accounts.table.GetFirstPosition();
   EXPECT_EQ(accounts.slot(0), accounts.table.GetNextPosition(position));
-  EXPECT_EQ(1, position);
+  EXPECT_EQ(position, 1);
   EXPECT_EQ(accounts.slot(1), accounts.table.GetNextPosition(position));
-  EXPECT_EQ(-1, position);
+  EXPECT_EQ(position, -1);
   position = 2;
-  EXPECT_EQ(nullptr, accounts.table.GetNextPosition(position));
-  EXPECT_EQ(-1, position);
+  EXPECT_EQ(accounts.table.GetNextPosition(position), nullptr);
+  EXPECT_EQ(position, -1);
   accounts.fill({}, 1);
-  EXPECT_EQ(-1, accounts.table.GetFirstPosition());
+  EXPECT_EQ(accounts.table.GetFirstPosition(), -1);
 }
 
-// A mark that counts although it is not exactly 1; a record that is not looked at.
+// Catches: a mark that counts although it is not exactly 1; a record that is not looked at.
 TEST(TableLookup, OnlyTheMarkOneIsModified) {
   Accounts accounts({3, 5, 9}, 10);
   for (const std::size_t position : {0U, 2U, 3U}) {
@@ -156,20 +156,20 @@ TEST(TableLookup, OnlyTheMarkOneIsModified) {
   EXPECT_FALSE(accounts.table.IsModified()) << "a table without the field";
 }
 
-// Records that survive, bytes that do not, a copy of the counters that stays behind.
+// Catches: records that survive, bytes that do not, a copy of the counters that stays behind.
 TEST(TableLookup, DeleteAllRecordForgetsAndKeepsBytes) {
   Accounts accounts({3, 5, 9}, 10);
   const std::string bytes = accounts.area();
   CRtTable view = accounts.Image::table(10);
-  EXPECT_EQ(1, view.DeleteAllRecord());
+  EXPECT_EQ(view.DeleteAllRecord(), 1);
   EXPECT_TRUE(accounts.table.IsEmpty());
-  EXPECT_EQ(1U, accounts.next_key());
-  EXPECT_EQ(-1, accounts.table.FindRecordIndex(5));
+  EXPECT_EQ(accounts.next_key(), 1U);
+  EXPECT_EQ(accounts.table.FindRecordIndex(5), -1);
   EXPECT_EQ(bytes, accounts.area());
-  EXPECT_EQ(0, view.GetTableInfo()->RecordCount);
+  EXPECT_EQ(view.GetTableInfo()->RecordCount, 0);
 }
 
-// A default on the wrong field, one that is cut, one that touches a field without a default.
+// Catches: a default on the wrong field, one that is cut, one that touches a field without a default.
 TEST(TableLookup, InitRecordDefaultFillsFieldsWithDefaults) {
   const std::string longest = "a default of thirty-two letters.";
   Image image({{10,
@@ -179,22 +179,22 @@ TEST(TableLookup, InitRecordDefaultFillsFieldsWithDefaults) {
                  "When TIME 16 2008-3-7", "Text STRING 40 x"}}});
   CRtTable table = image.table(10);
   CRtField text;
-  ASSERT_EQ(1, table.GetFieldFromIndex(text, 5));
+  ASSERT_EQ(table.GetFieldFromIndex(text, 5), 1);
   text.SetDefaultValue(longest.c_str());
   ASSERT_TRUE(table.SetField(text));
   std::string expected(78, '?'), record = expected;
   CRtTable().InitRecordDefault(record.data());
-  EXPECT_EQ(expected, record) << "a detached table";
+  EXPECT_EQ(record, expected) << "a detached table";
   put(expected.data(), 4, std::uint16_t{4464});
   expected.replace(6, 5, std::string("note") + '\0');
   put(expected.data(), 14, -1.5);
   put(expected.data(), 22, SYSTEMTIME{2008, 3, 0, 7, 0, 0x3F3F, 0x3F3F, 0x3F3F});
   expected.replace(38, 33, longest + '\0');
   table.InitRecordDefault(record.data());
-  EXPECT_EQ(expected, record);
+  EXPECT_EQ(record, expected);
 }
 
-// A table that is not attached and works on its own copy, or follows a null image.
+// Catches: a table that is not attached and works on its own copy, or follows a null image.
 TEST(TableLookup, DetachedTableAnswersNothing) {
   CRtTable table;
   table.SetRecordCount(3);
@@ -205,11 +205,11 @@ TEST(TableLookup, DetachedTableAnswersNothing) {
   for (const char *address :
        {table.GetDataAddress(), table.FindIDExclusive(1), table.GetAt(0), table.GetRecordAddr(1, -1),
         table.FindRecordbyStringField(0, ""), table.GetNextPosition(at)}) {
-    EXPECT_EQ(nullptr, address);
+    EXPECT_EQ(address, nullptr);
   }
   for (const int result : {table.FindRecordIndex(1), table.GetFirstPosition(), table.FindFieldFromName("", false),
                            table.Insert(buffer.data(), 0), table.Insert(1, 0, 1), table.Update(buffer.data(), 0, 0)}) {
-    EXPECT_EQ(-1, result);
+    EXPECT_EQ(result, -1);
   }
   for (const int result : {table.FindIDExclusive(1, buffer.data()), table.GetFieldFromName(field, ""),
                            table.GetFieldFromID(field, 0xFFFFFFFF), table.Delete(1, 0, 0), table.DeleteAllRecord(),
@@ -217,8 +217,8 @@ TEST(TableLookup, DetachedTableAnswersNothing) {
                            table.GetFieldDataAt(0, 0, buffer.data()), table.SetFieldData(5, 0, buffer.data()),
                            table.SetFieldDataAt(0, 0, buffer.data()), table.SetFieldByText(0, 0, buffer.data()),
                            table.SetColumnValueAt(0, buffer.data(), 0, 1)}) {
-    EXPECT_EQ(0, result);
+    EXPECT_EQ(result, 0);
   }
   EXPECT_FALSE(table.GetNextField(field, at = 0) || table.IsModified() || table.SaveData(0));
-  EXPECT_EQ(3, table.GetRecordCount());
+  EXPECT_EQ(table.GetRecordCount(), 3);
 }

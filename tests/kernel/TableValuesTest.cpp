@@ -19,38 +19,38 @@ struct Neighbours : Image {
 
 }  // namespace
 
-// Index checks that are made alike; the descriptor of the next table that is not reached.
+// Catches: index checks that are made alike; the descriptor of the next table that is not reached.
 TEST(ByDesign, SetFieldDataIndex) {
   Neighbours tables;
   const std::string before = bytes_at(tables.first.GetDataAddress(), 40);
   char buffer[8] = {'?'};
   const std::uint32_t value = 0x01020304;
   const auto *bytes = reinterpret_cast<const char *>(&value);
-  EXPECT_EQ(0, tables.first.SetFieldData(5, 3, bytes));
-  EXPECT_EQ(0, tables.first.GetFieldData(5, 2, buffer));
-  EXPECT_EQ('?', buffer[0]);
+  EXPECT_EQ(tables.first.SetFieldData(5, 3, bytes), 0);
+  EXPECT_EQ(tables.first.GetFieldData(5, 2, buffer), 0);
+  EXPECT_EQ(buffer[0], '?');
   EXPECT_EQ(before, bytes_at(tables.first.GetDataAddress(), 40));
 
   // Slot 2 of the first table is slot 0 of the second: 4 bytes at offset 0.
-  EXPECT_EQ(1, tables.first.SetFieldData(5, 2, bytes));
+  EXPECT_EQ(tables.first.SetFieldData(5, 2, bytes), 1);
   EXPECT_EQ(value, value_at<std::uint32_t>(tables.first.GetDataAddress(), 0));
   EXPECT_EQ(before.substr(4), bytes_at(tables.first.GetDataAddress() + 4, 36));
 
   // A negative slot of the second table is one of the first.
-  EXPECT_EQ(1, tables.second.SetFieldData(6, -1, bytes));
+  EXPECT_EQ(tables.second.SetFieldData(6, -1, bytes), 1);
   EXPECT_EQ(value, value_at<std::uint32_t>(tables.second.GetDataAddress(), 4));
-  EXPECT_EQ(1, tables.second.GetFieldData(6, -2, buffer));
-  EXPECT_EQ(6U, value_at<std::uint32_t>(buffer, 0));
+  EXPECT_EQ(tables.second.GetFieldData(6, -2, buffer), 1);
+  EXPECT_EQ(value_at<std::uint32_t>(buffer, 0), 6U);
 
   // Where no descriptor lies nothing is written; the last table's index is accepted all the same.
   const std::string untouched = bytes_at(tables.first.GetDataAddress(), 40);
-  EXPECT_EQ(1, tables.second.SetFieldData(6, 2, bytes));
-  EXPECT_EQ(0, tables.second.SetFieldData(7, 2, bytes)) << "no such record";
-  EXPECT_EQ(0, tables.second.GetFieldData(6, -3, buffer)) << "nothing to read";
+  EXPECT_EQ(tables.second.SetFieldData(6, 2, bytes), 1);
+  EXPECT_EQ(tables.second.SetFieldData(7, 2, bytes), 0) << "no such record";
+  EXPECT_EQ(tables.second.GetFieldData(6, -3, buffer), 0) << "nothing to read";
   EXPECT_EQ(untouched, bytes_at(tables.first.GetDataAddress(), 40));
 }
 
-// A range that is off by one, a key that is not looked for, a failure that writes.
+// Catches: a range that is off by one, a key that is not looked for, a failure that writes.
 TEST(TableValues, RefusalsWriteNothing) {
   Accounts accounts({0, 5}, 6);
   CRtTable &table = accounts.table;
@@ -60,21 +60,22 @@ TEST(TableValues, RefusalsWriteNothing) {
                         table.GetFieldData(5, 2, nullptr),   table.SetFieldData(4, 2, buffer),
                         table.SetFieldData(5, 2, nullptr),   table.GetFieldDataAt(0, 2, nullptr),
                         table.SetFieldDataAt(0, 2, nullptr), table.SetFieldByText(0, 2, nullptr)};
-  for (const int &result : absent) EXPECT_EQ(0, result) << &result - absent;
+  for (const int &result : absent) EXPECT_EQ(result, 0) << &result - absent;
   const int places[][2] = {{0, 8}, {0, -1}, {2, 2}, {-1, 2}};
   for (const auto &[record, field] : places) {
     SCOPED_TRACE("record " + std::to_string(record) + " field " + std::to_string(field));
-    EXPECT_EQ(0, table.GetFieldDataAt(record, field, buffer));
-    EXPECT_EQ(0, table.SetFieldDataAt(record, field, buffer));
-    EXPECT_EQ(0, table.SetFieldByText(record, field, buffer));
+    EXPECT_EQ(table.GetFieldDataAt(record, field, buffer), 0);
+    EXPECT_EQ(table.SetFieldDataAt(record, field, buffer), 0);
+    EXPECT_EQ(table.SetFieldByText(record, field, buffer), 0);
   }
-  EXPECT_STREQ("untouched", buffer);
+  EXPECT_STREQ(buffer, "untouched");
   EXPECT_EQ(before, accounts.area());
-  EXPECT_EQ(1, table.SetFieldData(0, 2, "\x07\0\0")) << "writing looks a key 0 up, reading does not";
-  EXPECT_EQ(7, accounts.number(0, kLevel));
+  EXPECT_EQ(table.SetFieldData(0, 2, "\x07\0\0"), 1) << "writing looks a key 0 up, reading does not";
+  EXPECT_EQ(accounts.number(0, kLevel), 7);
 }
 
-// A width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do not get.
+// Catches: a width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do
+// not get.
 TEST(TableValues, CopiesFieldSizeOrText) {
   Accounts accounts({0, 5}, 6);
   const struct {
@@ -92,29 +93,30 @@ TEST(TableValues, CopiesFieldSizeOrText) {
     std::string expected = bytes_at(accounts.slot(1), kAccountSize);
     expected.replace(row.offset, row.stored.size(), row.stored);
     std::string by_key(8, '?'), by_position(8, '?');
-    EXPECT_EQ(1, row.field == 1 ? accounts.table.SetFieldData(5, row.field, row.value.data())
-                                : accounts.table.SetFieldDataAt(1, row.field, row.value.data()));
-    EXPECT_EQ(1, accounts.table.GetFieldData(5, row.field, by_key.data()));
-    EXPECT_EQ(1, accounts.table.GetFieldDataAt(1, row.field, by_position.data()));
-    EXPECT_EQ(expected, bytes_at(accounts.slot(1), kAccountSize));
-    EXPECT_EQ(row.read, by_key);
-    EXPECT_EQ(row.read, by_position);
+    EXPECT_EQ(row.field == 1 ? accounts.table.SetFieldData(5, row.field, row.value.data())
+                             : accounts.table.SetFieldDataAt(1, row.field, row.value.data()),
+              1);
+    EXPECT_EQ(accounts.table.GetFieldData(5, row.field, by_key.data()), 1);
+    EXPECT_EQ(accounts.table.GetFieldDataAt(1, row.field, by_position.data()), 1);
+    EXPECT_EQ(bytes_at(accounts.slot(1), kAccountSize), expected);
+    EXPECT_EQ(by_key, row.read);
+    EXPECT_EQ(by_position, row.read);
   }
 }
 
-// A text copy that stops at the field's end; the same code serves keys and positions.
+// Catches: a text copy that stops at the field's end; the same code serves keys and positions.
 TEST(ByDesign, TextCopyUnbounded) {
   Accounts accounts({5, 6}, 7);
   std::string expected = accounts.area(1);
   expected.replace(kName, 11, std::string("0123456789") + '\0');
-  EXPECT_EQ(1, accounts.table.SetFieldData(5, 1, "0123456789"));
-  EXPECT_EQ(expected, accounts.area(1));
+  EXPECT_EQ(accounts.table.SetFieldData(5, 1, "0123456789"), 1);
+  EXPECT_EQ(accounts.area(1), expected);
   char buffer[16];
-  EXPECT_EQ(1, accounts.table.GetFieldDataAt(0, 1, buffer));
-  EXPECT_STREQ("0123456789", buffer);
+  EXPECT_EQ(accounts.table.GetFieldDataAt(0, 1, buffer), 1);
+  EXPECT_STREQ(buffer, "0123456789");
 }
 
-// An end that is off by one, a text that is not copied plainly.
+// Catches: an end that is off by one, a text that is not copied plainly.
 TEST(ByDesign, EndPositionExclusive) {
   const struct {
     int first, end;
@@ -129,15 +131,15 @@ TEST(ByDesign, EndPositionExclusive) {
     for (std::size_t i = 0; i < 5; ++i) {
       if (row.changed[i] == 'X') expected.replace(i * kAccountSize + kName, 8, std::string("X\0YYYYYY", 8));
     }
-    EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "X\0YYYYYYZ", row.first, row.end));
-    EXPECT_EQ(expected, accounts.area());
+    EXPECT_EQ(accounts.table.SetColumnValueAt(1, "X\0YYYYYYZ", row.first, row.end), 1);
+    EXPECT_EQ(accounts.area(), expected);
   }
   accounts.fill({1}, 2);
-  EXPECT_EQ(1, accounts.table.SetColumnValueAt(1, "XXXXXXXX", 0, -1));
+  EXPECT_EQ(accounts.table.SetColumnValueAt(1, "XXXXXXXX", 0, -1), 1);
   EXPECT_EQ(account(1, 1), accounts.area(1));
 }
 
-// A conversion of the wrong width, sign, or number syntax; one that minds FieldSize.
+// Catches: a conversion of the wrong width, sign, or number syntax; one that minds FieldSize.
 TEST(TableValues, SetFieldByTextConvertsEveryType) {
   Image image({{10,
                 "Types",
@@ -145,7 +147,7 @@ TEST(TableValues, SetFieldByTextConvertsEveryType) {
                 {"ID UINT 4", "C CHAR 8", "U UCHAR 8", "S SHORT 8", "W USHORT 8", "I INT 8", "D UINT 8", "L LONG 8",
                  "M ULONG 8", "F FLOAT 8", "E DOUBLE 8", "T TIME 16", "P SHORT 1", "Q CHAR 7"}}});
   CRtTable table = image.table(10);
-  ASSERT_EQ(0, table.Insert(5, 0, 0));
+  ASSERT_EQ(table.Insert(5, 0, 0), 0);
   // The value's bytes, little-endian; '_' is a byte that stays.
   const struct {
     int field;
@@ -172,25 +174,25 @@ TEST(TableValues, SetFieldByTextConvertsEveryType) {
     std::memcpy(table.GetDataAddress(), blank.data(), blank.size());
     std::string expected = blank, text = row.text;
     expected.replace(offsets[row.field], row.stored.size(), row.stored);
-    EXPECT_EQ(1, table.SetFieldByText(0, row.field, text.data()));
-    EXPECT_EQ(expected, bytes_at(table.GetDataAddress(), blank.size()));
-    EXPECT_EQ(row.text, text);
+    EXPECT_EQ(table.SetFieldByText(0, row.field, text.data()), 1);
+    EXPECT_EQ(bytes_at(table.GetDataAddress(), blank.size()), expected);
+    EXPECT_EQ(text, row.text);
   }
   for (const int type : {0, 7, 8, 16, -1}) {
     SCOPED_TRACE(type);
     table.GetFieldAddress()[5].FieldType = type;
     std::memcpy(table.GetDataAddress(), blank.data(), blank.size());
     char text[] = "12";
-    EXPECT_EQ(0, table.SetFieldByText(0, 5, text));
+    EXPECT_EQ(table.SetFieldByText(0, 5, text), 0);
     EXPECT_EQ(blank, bytes_at(table.GetDataAddress(), blank.size()));
   }
 }
 
-// A cut that is off by one, or a caller's text that stays longer than what was stored.
+// Catches: a cut that is off by one, or a caller's text that stays longer than what was stored.
 TEST(ByDesign, CallerTextCut) {
   Image image({{10, "Texts", 1, {"ID UINT 4", "Name STRING 8", "Key PASSWD 8"}}});
   CRtTable table = image.table(10);
-  ASSERT_EQ(0, table.Insert(5, 0, 0));
+  ASSERT_EQ(table.Insert(5, 0, 0), 0);
   const struct {
     const char *text;
     std::string stored;
@@ -204,8 +206,8 @@ TEST(ByDesign, CallerTextCut) {
       std::memset(table.GetDataAddress(), '_', 20);
       std::string expected(20, '_'), text = row.text;
       expected.replace(field == 1 ? 4 : 12, 8, row.stored);
-      EXPECT_EQ(1, table.SetFieldByText(0, field, text.data()));
-      EXPECT_EQ(expected, bytes_at(table.GetDataAddress(), 20));
+      EXPECT_EQ(table.SetFieldByText(0, field, text.data()), 1);
+      EXPECT_EQ(bytes_at(table.GetDataAddress(), 20), expected);
       EXPECT_STREQ(row.stored.c_str(), text.c_str());
     }
   }

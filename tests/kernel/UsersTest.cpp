@@ -50,7 +50,8 @@ struct Users : Image {
   CRtTable rights;
 };
 
-// A comparison that stops early, minds the wrong case or takes a later user opens or refuses the wrong account.
+// Catches: a comparison that stops early, minds the wrong case or takes a later user opens or refuses the wrong
+// account.
 TEST(UsersTest, Login) {
   const std::string full_name = "sixteen_letters_";
   const struct {
@@ -86,7 +87,8 @@ TEST(UsersTest, Login) {
   }
 }
 
-// A text form in the image is what an unknown key left of a password; it stands in the data file for all to read.
+// Catches: a text form that logs in: it is what an unknown key left of a password, and is in the data file for all to
+// read.
 TEST(UsersTest, EncipheredTextOpensNothing) {
   Users image;
   image.add(14, "sealed", "qnp1.AAAA", 7);
@@ -118,7 +120,7 @@ TEST(UsersTest, IdentityIsSharedAndLoginTimeStays) {
   }
 }
 
-// A setter that writes the image or the object alone.
+// Catches: a setter that writes the image or the object alone.
 TEST(UsersTest, SettersWriteImageAndObject) {
   Users image;
   SYSTEMTIME time{2024, 2, 4, 29, 1, 2, 3, 4}, read{};
@@ -134,7 +136,7 @@ TEST(UsersTest, SettersWriteImageAndObject) {
   }
 }
 
-// What stands behind the users' area is no user, whatever the record count says.
+// Catches: bytes after the users' area that are taken for a user.
 TEST(UsersTest, FaultyCountDoesNotReachTheNextTable) {
   Users image;
   char *behind = image.users.GetDataAddress() + 5 * 92;
@@ -224,7 +226,8 @@ TEST(ByDesign, RightBoundary) {
   for (const unsigned int n : {128U, 4096U, ~0U}) EXPECT_FALSE(image.manager.CheckRights(n));
 }
 
-// Word 4 is the start of the login time, word -5 the user's ID; what lies outside the attributes is left alone.
+// Catches: word 4 is the start of the login time, word -5 the user's ID; what lies outside the attributes is left
+// alone.
 TEST(ByDesign, RightWordUnbounded) {
   Users image;
   image.manager.SetRights(4, 2024U | 6U << 16);

@@ -74,8 +74,8 @@ TEST(NamedMutex, ClosedHandleFailsAndNeverMeansAnotherMutex) {
   }
 }
 
-// The names are fixed, so other runs of this test may hold them for a moment; the order of taking them excludes that
-// two runs wait for each other.
+// Catches: a name that means another mutex. The names are fixed, so other runs may hold them for a moment; the order of
+// taking them excludes that two runs wait for each other.
 TEST(NamedMutex, DifferentTextsAreDifferentMutexes) {
   const std::string stem(299, 'x');
   const std::vector<std::string> names{"",  "qt a", "qt A",     "qt/a",     "qt%2fa",   "qt%20a",      "../qt a",
@@ -128,7 +128,7 @@ const RegisterChild kOpener{"open_mutex", [](const std::vector<std::string> &arg
                               return 0;
                             }};
 
-// A file of another layout was made anew while its mutex was held. One that was never finished is made anew.
+// Catches: a file of another layout was made anew while its mutex was held. One that was never finished is made anew.
 TEST(NamedMutex, FileThatIsNoMutexOfThisBuildIsLeftAlone) {
   const struct {
     std::string start;

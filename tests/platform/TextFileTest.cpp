@@ -70,7 +70,7 @@ TEST(FileReplacement, FormerFileStandsUntilTheCommit) {
   EXPECT_EQ(root.files("data"), (Names{"file", "first"}));
 }
 
-// No file of this process grows beyond 4096 bytes; a write past them fails as on a full disk.
+// Catches: a save on a full disk that loses the former file: no file of this process grows beyond 4096 bytes.
 TEST(FileReplacement, FormerFileStandsAfterAFailedWrite) {
   const TestRoot root;
   const std::string path = root.write("data/file", "old");
@@ -149,7 +149,8 @@ TEST(FileReplacement, RefusesWhatItCannotReplace) {
   EXPECT_EQ(root.files("data"), Names{"kept"});
 }
 
-// What others put in the place of the temporary file costs no save, and gets neither content nor permissions.
+// Catches: a save that fails, or gives content or permissions away, for what others put in the place of the temporary
+// file.
 TEST(FileReplacement, PassesByATemporaryFileThatIsNotItsOwn) {
   const TestRoot root;
   const std::string victim = root.write("data/victim", "untouched");
@@ -177,8 +178,8 @@ TEST(FileReplacement, PassesByATemporaryFileThatIsNotItsOwn) {
   EXPECT_EQ(permissions(planted), fs::perms{0666});
 }
 
-// Whoever held the lock of a left-over file blocked all saves for as long as it pleased. A replacement under way is
-// waited for to its end: otherwise its older content would come last.
+// Catches: whoever held the lock of a left-over file blocked all saves for as long as it pleased. A replacement under
+// way is waited for to its end: otherwise its older content would come last.
 TEST(FileReplacement, LockedLeftOverCostsTheLongestWaitOnly) {
   const TestRoot root;
   FileReplacement slow(root.path("data/slow"));
@@ -201,7 +202,8 @@ TEST(FileReplacement, LockedLeftOverCostsTheLongestWaitOnly) {
   EXPECT_EQ(root.files("data"), Names{"file"});
 }
 
-// The signal of a file that is too long ended the program, at once or where the program let its signals in again.
+// Catches: the signal of a file that is too long ended the program, at once or where the program let its signals in
+// again.
 TEST(FileSizeSignal, IsTakenAwayUnlessItCameBefore) {
   sigset_t signals;
   sigemptyset(&signals);

@@ -28,7 +28,7 @@ TEST(ShareMemory, RefusesSizesAndTheMissingKey) {
   EXPECT_EQ(keyless.Attach(), nullptr);
 }
 
-// A larger size was refused; now clearing would run out of the segment.
+// Catches: a larger size was refused; now clearing would run out of the segment.
 TEST(ShareMemory, SegmentLivesAsLongAsAViewAndIsOpenedAsItIs) {
   CShareMemory owner(333), view(333);
   void *bytes = std::memset(owner.Create(100, false, true), 'x', 100);
@@ -72,8 +72,8 @@ TEST(ShareMemory, CopiesTakeTheKeyForTheNextMappingButNoView) {
   EXPECT_EQ(mapped.Attach(), nullptr) << "a copy kept the segment";
 }
 
-// Names were found in the child as well: its identifier is a neighbour of the parent's, so are keys, and a start in the
-// child could clear a segment of the parent.
+// Catches: names were found in the child as well: its identifier is a neighbour of the parent's, so are keys, and a
+// start in the child could clear a segment of the parent.
 TEST(ShareMemory, ForkedChildStartsWithoutTheParentsSegments) {
   const TestRoot root;
   const std::string schema = root.write("schema.txt", schema_text({account_table()}));
@@ -96,7 +96,7 @@ TEST(ShareMemory, ForkedChildStartsWithoutTheParentsSegments) {
   for (const void *view : views) EXPECT_EQ(text_at(view, 20'000), std::string(20'000, 'x'));
 }
 
-// The file was readable by everybody, and a link to another one was followed.
+// Catches: the file was readable by everybody, and a link to another one was followed.
 TEST(ShareMemory, FileBackedSegmentIsItsOwnersAlone) {
   namespace fs = std::filesystem;
   const TestRoot root;
@@ -115,7 +115,7 @@ TEST(ShareMemory, FileBackedSegmentIsItsOwnersAlone) {
   unsetenv("MAP_FILE_PATH");
 }
 
-// Whoever made a segment's file shorter through /proc ended the program at its next access.
+// Catches: whoever made a segment's file shorter through /proc ended the program at its next access.
 TEST(ShareMemory, SizeOfASegmentIsFixed) {
   CShareMemory segment(333);
   ASSERT_NE(segment.Create(10'000, false, true), nullptr);

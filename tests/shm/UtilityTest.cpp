@@ -168,7 +168,7 @@ unsigned long end_by_itself(void *) {
   return 0;
 }
 
-// What a killed thread kept for itself must not turn up in the next thread, which may get its stack.
+// Catches: what a killed thread kept for itself and the next thread, which may get its stack, finds.
 TEST(Utility, KillThreadExAbandonsMutexesAndHitsNobodyThroughAStaleHandle) {
   const MutexName name;
   std::string text = name.text();
@@ -196,7 +196,7 @@ unsigned long runs_on(void *) {
   for (;;) pause();
 }
 
-// A thread that was ended before it had begun took the lock of all threads along.
+// Catches: a thread that was ended before it had begun took the lock of all threads along.
 TEST(Utility, ThreadEndedBeforeItHasBegun) {
   for (int i = 0; i < 100; ++i) EXPECT_TRUE(KillThreadEx(CreateThreadEx(runs_on, nullptr)));
 }
@@ -221,7 +221,7 @@ std::ptrdiff_t mappings() {
   return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
 }
 
-// A thread's own destructors run when it counts as ended already; it may not wait for itself then.
+// Catches: a thread that waits for itself in its own destructors, which run when it counts as ended already.
 TEST(Utility, CreateThreadExAtTheEndOfAThread) {
   for (int i = 0; i < 20; ++i) {
     ASSERT_NE(CreateThreadEx(starts_another_at_its_end, nullptr), nullptr);
@@ -229,7 +229,7 @@ TEST(Utility, CreateThreadExAtTheEndOfAThread) {
   }
 }
 
-// What a routine leaves open in pthread_exit is its stack.
+// Catches: what a routine leaves open in pthread_exit is its stack.
 TEST(Utility, ThreadsThatExitAreCleanedUp) {
   std::ptrdiff_t before = 0;
   void *handle = nullptr;
@@ -242,7 +242,7 @@ TEST(Utility, ThreadsThatExitAreCleanedUp) {
   EXPECT_TRUE(KillThreadEx(handle));
 }
 
-// A child waited for ever for a lock that a thread of the parent, just ending, had held at the fork.
+// Catches: a child waited for ever for a lock that a thread of the parent, just ending, had held at the fork.
 TEST(Utility, ForkedChildHasThreadsOfItsOwn) {
   void *of_parent = CreateThreadEx(runs_on, nullptr);
   for (int i = 0; i < 600; ++i) {

@@ -18,18 +18,16 @@
 #include <new>
 #include <pthread.h>
 #include <string>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
-#include "quillanest/base/Crypto.h"
 #include "quillanest/base/HandleTable.h"
 #include "quillanest/base/Loading.h"
 #include "quillanest/base/Neutral.h"
 #include "quillanest/platform/FileSizeSignal.h"
-#include "quillanest/platform/posix/MutexFolder.h"
+#include "quillanest/platform/posix/MutexFile.h"
 
 namespace quillanest {
 
@@ -73,7 +71,7 @@ struct MappedMutex {
 namespace {
 
 // What a mutex file holds. The magic number goes in last: a file without it was never finished and is made anew.
-struct MutexFile {
+struct MutexContent {
   std::atomic<std::uint64_t> magic;
   pthread_mutex_t mutex;
 };
@@ -81,8 +79,54 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 // Changes with the layout of the file. It is in the file's name too, so that programs of two builds never share a mutex
 // they read differently.
-constexpr unsigned int kLayout = 0x3100 + sizeof(MutexFile);
+constexpr unsigned int kLayout = 0x3100 + sizeof(MutexContent);
 constexpr std::uint64_t kMagic = 0x514E4D5554580000 + kLayout;
+
+bool initialise(pthread_mutex_t &mutex) {
+  pthread_mutexattr_t attributes;
+  if (pthread_mutexattr_init(&attributes) != 0) return false;
+  const bool done = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0 &&
+                    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                    pthread_mutex_init(&mutex, &attributes) == 0;
+  pthread_mutexattr_destroy(&attributes);
+  return done;
+}
+
+bool reserve(int descriptor) {
+  const FileSizeSignalBlock block;
+  int result = EINTR;
+  while (result == EINTR) result = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexContent)));
+  return result == 0;
+}
+
+// Maps the mutex in an open file whose lock the caller holds, and initialises it when that was never finished. A file
+// with the mark of something else is left alone: it may be in use.
+pthread_mutex_t *map_file(int descriptor) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return nullptr;
+  // A umask must not keep its owner from opening the file the next time.
+  if ((status.st_mode & 07777) != 0600 && fchmod(descriptor, 0600) != 0) return nullptr;
+  const bool is_whole = static_cast<std::size_t>(status.st_size) >= sizeof(MutexContent);
+  if (!is_whole && !reserve(descriptor)) return nullptr;
+  void *address = mmap(nullptr, sizeof(MutexContent), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  if (address == MAP_FAILED) return nullptr;
+  auto *content = static_cast<MutexContent *>(address);
+  const std::uint64_t magic = is_whole ? content->magic.load(std::memory_order_acquire) : 0;
+  if (magic == kMagic) return &content->mutex;
+  if (magic != 0 || !initialise(content->mutex)) {
+    munmap(address, sizeof(MutexContent));
+    return nullptr;
+  }
+  content->magic.store(kMagic, std::memory_order_release);
+  return &content->mutex;
+}
+
+// The mutex called `name`, mapped for the life of the process; null if the system refuses.
+pthread_mutex_t *map_mutex(std::string_view name) {
+  const MutexFile file(name, kLayout);
+  return file.descriptor() < 0 ? nullptr : map_file(file.descriptor());
+}
 
 class MutexTable {
  public:
@@ -116,7 +160,7 @@ class MutexTable {
     auto mapped = std::make_unique<MappedMutex>(name);
     std::atomic<MappedMutex *> &own_bucket = buckets_[bucket_of(mapped->ends)];
     if (MappedMutex *found = find_in(own_bucket, mapped->name, mapped->ends)) return found;
-    mapped->mutex = map(mapped->name);  // last of what can fail, because the mapping is never undone
+    mapped->mutex = map_mutex(mapped->name);  // last of what can fail, because the mapping is never undone
     if (mapped->mutex == nullptr) return nullptr;
     mapped->next = own_bucket.load(std::memory_order_relaxed);
     own_bucket.store(mapped.get(), std::memory_order_release);
@@ -137,97 +181,9 @@ class MutexTable {
     return mapped;
   }
 
-  static pthread_mutex_t *map(std::string_view name);
-
   std::array<std::atomic<MappedMutex *>, kBuckets> buckets_{};
   std::mutex growing_;
 };
-
-std::string hexadecimal(const std::string &bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
-}
-
-// A file name that no other text has: letters, digits and '_' as they are, every other byte as "%xx"; long texts by
-// their digest. The first character keeps the two kinds apart, and the layout comes last.
-std::string file_name_of(std::string_view name) {
-  constexpr std::size_t kLongest = 200;
-  std::string file(1, 'n');
-  for (const char c : name) {
-    const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-    if (!plain) file += '%';
-    file += plain ? std::string(1, c) : hexadecimal(std::string(1, c));
-  }
-  if (file.size() > kLongest) {
-    const Bytes digest = sha256(name);
-    file = 'd' + hexadecimal({digest.begin(), digest.end()});
-  }
-  return file + '.' + std::to_string(kLayout);
-}
-
-bool initialise(pthread_mutex_t &mutex) {
-  pthread_mutexattr_t attributes;
-  if (pthread_mutexattr_init(&attributes) != 0) return false;
-  const bool done = pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0 &&
-                    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
-                    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
-                    pthread_mutex_init(&mutex, &attributes) == 0;
-  pthread_mutexattr_destroy(&attributes);
-  return done;
-}
-
-bool reserve(int descriptor) {
-  const FileSizeSignalBlock block;
-  int result = EINTR;
-  while (result == EINTR) result = posix_fallocate(descriptor, 0, static_cast<off_t>(sizeof(MutexFile)));
-  return result == 0;
-}
-
-// Maps the mutex in an open file whose lock the caller holds, and initialises it when that was never finished. A file
-// with the mark of something else is left alone: it may be in use.
-pthread_mutex_t *map_file(int descriptor) {
-  struct stat status {};
-  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return nullptr;
-  // A umask must not keep its owner from opening the file the next time.
-  if ((status.st_mode & 07777) != 0600 && fchmod(descriptor, 0600) != 0) return nullptr;
-  const bool is_whole = static_cast<std::size_t>(status.st_size) >= sizeof(MutexFile);
-  if (!is_whole && !reserve(descriptor)) return nullptr;
-  void *address = mmap(nullptr, sizeof(MutexFile), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-  if (address == MAP_FAILED) return nullptr;
-  auto *file = static_cast<MutexFile *>(address);
-  const std::uint64_t magic = is_whole ? file->magic.load(std::memory_order_acquire) : 0;
-  if (magic == kMagic) return &file->mutex;
-  if (magic != 0 || !initialise(file->mutex)) {
-    munmap(address, sizeof(MutexFile));
-    return nullptr;
-  }
-  file->magic.store(kMagic, std::memory_order_release);
-  return &file->mutex;
-}
-
-pthread_mutex_t *MutexTable::map(std::string_view name) {
-  const std::string folder = mutex_folder("/dev/shm/quillanest-" + std::to_string(geteuid()));
-  const std::string path = folder + '/' + file_name_of(name);
-  const auto open_file = [&] { return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600); };
-  int descriptor = open_file();
-  // Another process may just have made it, under a umask that takes its owner's permissions away.
-  if (descriptor < 0 && errno == EACCES && chmod(path.c_str(), 0600) == 0) descriptor = open_file();
-  if (descriptor < 0) return nullptr;
-  int locked = flock(descriptor, LOCK_EX);
-  while (locked != 0 && errno == EINTR) locked = flock(descriptor, LOCK_EX);
-  pthread_mutex_t *mutex = locked == 0 ? map_file(descriptor) : nullptr;
-  // The mapping keeps the open file, and with it the lock, alive after the descriptor is closed: it is undone
-  // explicitly.
-  (void)flock(descriptor, LOCK_UN);
-  close(descriptor);
-  return mutex;
-}
 
 timespec deadline_after(int milliseconds) {
   timespec time{};

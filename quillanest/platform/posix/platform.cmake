@@ -1,7 +1,10 @@
 # Linux: the sources of this folder, and what the shared library asks of the linker.
 set(QUILLANEST_PLATFORM_SOURCES
+  Descriptor.cpp
+  FileReplacement.cpp
   FileSizeSignal.cpp
   InstallRoot.cpp
+  MutexFile.cpp
   MutexFolder.cpp
   NamedMutex.cpp
   NamedRegion.cpp

@@ -1,5 +1,5 @@
-// A context of our own keeps OpenSSL's at-exit handler away from what is used here. The handler is there when the
-// program used OpenSSL before this library was loaded; otherwise it is left out, which drivers of stores profit from.
+// A context of our own keeps OpenSSL's at-exit handler away from what is used here. The handler exists if the program
+// used OpenSSL before this library was loaded; otherwise it is left out, from which drivers of stores profit.
 #include "quillanest/base/Crypto.h"
 
 #include <algorithm>
@@ -23,8 +23,8 @@ struct Free {
 template <class Thing>
 using Owned = std::unique_ptr<Thing, Free>;
 
-// An empty text in place of an enciphered one would open the account, and a text that could not be deciphered would be
-// enciphered once more by the next save, so there is no result at all.
+// Raises instead of returning a text: an empty one in place of an enciphered one would open the account, and the next
+// save would encipher once more what could not be deciphered.
 [[noreturn]] void raise_failure() { throw ServiceFailure("OpenSSL lacks memory or a cipher"); }
 
 struct Algorithms {

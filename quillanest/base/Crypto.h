@@ -1,7 +1,8 @@
 // Digests, and the cipher of passwords.
 //
-// Lifetime: what they need is made when the library is loaded and never freed, so they work in the destructors of
-// static objects too, after OpenSSL has put its own things away. What memory was short for then is made on first use.
+// Lifetime: what the functions need is made when the library is loaded and never freed, so they also work in the
+// destructors of static objects, after OpenSSL has cleaned up. If memory was short at that time, it is made on first
+// use.
 // Threads: all functions may run on any thread.
 #pragma once
 
@@ -19,12 +20,12 @@ inline constexpr std::size_t kSivTagSize = 16;
 using SivKey = std::array<unsigned char, 64>;
 using SivTag = std::array<unsigned char, kSivTagSize>;
 
-// The digest of a text: 32 bytes and 64 bytes. ServiceFailure if memory is short.
+// The digest of a text, 32 or 64 bytes. Raises ServiceFailure if memory is short.
 [[nodiscard]] Bytes sha256(std::string_view text);
 [[nodiscard]] SivKey sha512(std::string_view text);
 
-// AES-SIV (RFC 5297) over one message without associated data. Enciphering fills in `tag`; deciphering gives nothing
-// for a message that does not belong to the tag. ServiceFailure if memory is short.
+// AES-SIV (RFC 5297) over one message without associated data. Enciphering fills in `tag`; deciphering returns nothing
+// for a message that does not belong to the tag. Both raise ServiceFailure if memory is short.
 [[nodiscard]] Bytes siv_encipher(const SivKey &key, const Bytes &message, SivTag &tag);
 [[nodiscard]] std::optional<Bytes> siv_decipher(const SivKey &key, const Bytes &message, const SivTag &tag);
 

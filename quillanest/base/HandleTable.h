@@ -1,8 +1,8 @@
 // Generation-checked handles: a stale handle is detected and never resolves to another object.
 //
-// A handle is a slot and the slot's generation; closing counts the generation up. Handles travel in the shape of
-// addresses; where these have 32 bits only, a handle repeats after its slot has been used 256 times. Opening and
-// closing allocate only if the table grows, and slots are reused.
+// A handle is the number of a slot and the slot's generation, which closing counts up. It has as many bits as an
+// address: with only 32, a handle repeats after its slot has been used 256 times. Slots are reused, and opening
+// allocates only if the table grows.
 // Threads: all members may run on any thread at the same time; none takes a lock.
 #pragma once
 
@@ -38,7 +38,7 @@ class HandleTable {
       return nullptr;
     }
     Thing *thing = slot->thing.load(std::memory_order_acquire);
-    // A slot that was closed and opened again in between shows another generation to whoever has seen its new thing.
+    // A thread that sees the object of a slot that was closed and opened again in between also sees its new generation.
     return short_form(slot->generation.load(std::memory_order_relaxed)) == generation_of(handle) ? thing : nullptr;
   }
 
@@ -61,7 +61,7 @@ class HandleTable {
   static constexpr std::uint32_t kChunks = 4096;
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;
   static constexpr int kHandleBits = std::numeric_limits<Handle>::digits;
-  static constexpr int kIndexBits = kHandleBits >= 64 ? 32 : 23;  // of the index + 1; the generation has the others
+  static constexpr int kIndexBits = kHandleBits >= 64 ? 32 : 23;  // of the index + 1; the others are the generation's
 
   struct Slot {
     std::atomic<Thing *> thing{nullptr};
@@ -93,7 +93,7 @@ class HandleTable {
     return chunk == nullptr ? nullptr : &chunk->slots[index % kChunk];
   }
 
-  // The free slots are a stack; its head carries a count of changes, so that a head that went and came back differs.
+  // The free slots are a stack. Its head has a count of changes, so that a head that was taken and put back differs.
   std::optional<std::uint32_t> take_slot() {
     std::uint64_t head = free_.load(std::memory_order_acquire);
     while (static_cast<std::uint32_t>(head) != 0) {

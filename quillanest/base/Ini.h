@@ -10,7 +10,7 @@
 
 namespace quillanest {
 
-// The value of a key, a view into `text`; nothing if there is no such section or key.
+// The value of a key, a part of `text`; nothing if there is no such section or key.
 [[nodiscard]] std::optional<std::string_view> ini_value(std::string_view text, std::string_view section,
                                                         std::string_view key);
 

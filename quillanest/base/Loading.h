@@ -1,11 +1,11 @@
-// Work that is done when the library is loaded: what a fork must not meet half made by another thread, and what must
-// not wait until a program ends. A function of it is marked [[gnu::constructor(kWhenLoaded)]]. It ends with a result
-// also if memory is short; the first use does the work then.
+// Work that is done when the library is loaded: a fork must not find its result half made by another thread, or it must
+// not wait until a program ends. A function that does such work is marked [[gnu::constructor(kWhenLoaded)]]. It returns
+// even if memory is short; the first use then does the work.
 #pragma once
 
 namespace quillanest {
 
-// Before the static objects of a program that this code is linked into, which may use the library.
+// Before the constructors of static objects, which may use the library if its code is linked into a program.
 inline constexpr int kWhenLoaded = 1000;
 
 }  // namespace quillanest

@@ -9,8 +9,8 @@
 
 namespace quillanest {
 
-// Shows a text without a line end, of the code page of the schema; it is valid during the call. Called on the thread
-// whose call failed, without any lock of the library held; it must not throw.
+// Shows a text, which has no line end, is in the code page of the schema and is valid during the call. Runs on the
+// thread whose call failed, with no lock of the library held; must not throw.
 using MessageHandler = void (*)(const char *text);
 
 // Messages go to `handler` from now on; null restores the standard error stream. Any thread may call it.

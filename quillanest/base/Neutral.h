@@ -14,8 +14,8 @@ class ServiceFailure : public std::runtime_error {
 };
 
 // The result of work(), or `neutral` if it runs out of memory or of another resource of the system, or if a service
-// fails. Every other exception passes: an error of the data-access layer is one that clients see, and anything else is
-// a fault of ours that a neutral result would hide.
+// fails. Every other exception passes: clients are meant to see an error of the data-access layer, and anything else is
+// a fault of the library that a neutral result would hide.
 template <class Result, class Work>
 [[nodiscard]] Result neutral_on_failure(Result neutral, Work work) {
   try {

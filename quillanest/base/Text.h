@@ -13,7 +13,7 @@ namespace quillanest {
          std::equal(left.begin(), left.end(), right.begin(), [&](char a, char b) { return lower(a) == lower(b); });
 }
 
-// The text without the given characters at its ends; a view into `text`.
+// The text without the given characters at its ends; a part of `text`.
 [[nodiscard]] inline std::string_view trimmed(std::string_view text, std::string_view blanks) {
   const std::size_t first = text.find_first_not_of(blanks);
   if (first == std::string_view::npos) return {};

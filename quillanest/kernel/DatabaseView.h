@@ -17,7 +17,7 @@
 
 namespace quillanest {
 
-// Descriptors are found by offset; one that would not be aligned or not lie in the segment is not there.
+// The descriptor at an offset; null if it would not be aligned or not lie in the segment.
 template <class Attr>
 Attr *attr_at(std::span<std::byte> segment, std::int64_t offset) {
   const auto size = static_cast<std::int64_t>(segment.size());
@@ -28,7 +28,7 @@ Attr *attr_at(std::span<std::byte> segment, std::int64_t offset) {
   return reinterpret_cast<Attr *>(segment.data() + offset);
 }
 
-// The address where an array of descriptors begins, which may be empty and then ends with the segment.
+// The address of an array of descriptors, which may be empty and then lie at the end of the segment; null as above.
 template <class Attr>
 Attr *attrs_at(std::span<std::byte> segment, std::int64_t offset) {
   const bool inside = offset >= 0 && !segment.empty() && offset <= static_cast<std::int64_t>(segment.size());

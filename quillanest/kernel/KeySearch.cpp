@@ -14,7 +14,7 @@ struct Range {
   std::int64_t high;
 };
 
-// `key_at`: the key at a position.
+// Finds a key by halving; `key_at(position)` returns the key at a position.
 template <class KeyAt>
 KeyPlace halve(const KeyAt &key_at, std::uint32_t key, Range range) noexcept {
   auto low = static_cast<std::int32_t>(range.low);
@@ -36,17 +36,17 @@ KeyPlace halve(KeyArea area, std::uint32_t key, Range range) noexcept {
   return halve([area](std::int32_t position) { return area.key_at(position); }, key, range);
 }
 
-// Records that are shorter than a key.
+// The same for records that are shorter than a key.
 KeyPlace halve_short(KeyArea area, std::uint32_t key, Range range) noexcept {
   return halve([area](std::int64_t position) { return area.key_of(area.records + position * area.record_size); }, key,
                range);
 }
 
-// Up to here the records lie in the processor's caches, and what costs time is guessing wrong which way to go.
+// Up to this number the records lie in the processor's caches, and mispredicted branches cost most of the time.
 constexpr std::int32_t kFewRecords = 2048;
 
-// Halving that compares only and never branches, down to the last record whose key is not larger. Each look depends on
-// the one before by an address alone, without a multiplication.
+// Halving without branches, down to the last record whose key is not larger. Each step depends on the one before only
+// by an address, without a multiplication.
 KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept {
   const std::byte *low = area.records;
   for (auto left = static_cast<std::uint32_t>(count); left > 1;) {
@@ -62,13 +62,13 @@ KeyPlace halve_few(KeyArea area, std::uint32_t key, std::int32_t count) noexcept
   return {found == key, found < key ? position + 1 : position};
 }
 
-// Estimates that are worth a cache miss: each one's error is about the square root of the one's before.
+// Estimates that are worth a cache miss: the error of each is about the square root of the error before.
 constexpr int kEstimates = 2;
 
-// So many records are then looked at one by one, which the processor fetches ahead, before the steps grow.
+// The number of records that are then looked at one by one, which the processor fetches ahead, before the steps grow.
 constexpr int kSteps = 64;
 
-// Draws the upper end of the range to the key, which is expected a little above the lower end.
+// Lowers the upper end of the range to the key, which is expected a little above the lower end.
 Range close_above(KeyArea area, std::uint32_t key, Range range) noexcept {
   const std::int64_t start = range.low;
   for (std::int64_t at = start, step = 1; at <= range.high; at += step) {

@@ -7,7 +7,7 @@
 
 namespace quillanest {
 
-// The position of a key in the record area, or the place where it belongs.
+// The position of a key in the record area, or the position at which it would be inserted.
 struct KeyPlace {
   bool found;
   std::int32_t position;

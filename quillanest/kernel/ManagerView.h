@@ -23,7 +23,7 @@ struct Directory {
   int *flags = nullptr;
   int slots = 0;
 
-  // False without a directory; nothing else may be asked of it then.
+  // False without a directory; no other member may be used then.
   explicit operator bool() const noexcept { return records != nullptr && flags != nullptr; }
   [[nodiscard]] bool is_present(int slot) const noexcept { return load_shared(flags[slot]) != 0; }
 

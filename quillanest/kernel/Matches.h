@@ -11,7 +11,8 @@
 
 namespace quillanest {
 
-// The text at an offset of the descriptor equals `text` without regard to case; `text` must outlive the condition.
+// True if the text at an offset of the descriptor equals `text` without regard to case; `text` must outlive the
+// condition.
 template <class Attr>
 auto text_is(std::size_t offset, const char *text) {
   return [offset, wanted = text_at(text)](const Attr &attr) {
@@ -19,7 +20,7 @@ auto text_is(std::size_t offset, const char *text) {
   };
 }
 
-// A number of the descriptor equals `id`.
+// True if a number of the descriptor equals `id`.
 template <class Attr>
 auto id_is(std::uint32_t Attr::*member, std::uint32_t id) {
   return [member, id](const Attr &attr) { return attr.*member == id; };

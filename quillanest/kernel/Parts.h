@@ -1,6 +1,7 @@
 // The private members of the public classes, for the kernel's own sources.
 //
-// What clients cannot use is written as free functions of the source that needs it, over these references.
+// Operations that clients cannot use are free functions in the source that needs them; they reach the members through
+// these references.
 #pragma once
 
 #include <map>

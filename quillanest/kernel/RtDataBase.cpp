@@ -30,11 +30,11 @@ void copy_attr(_db_attr &to, const _db_attr &from) {
   to.DataOffset = from.DataOffset;
 }
 
-// The key under which a database's directory record is found.
+// How the directory record of a database is found.
 enum class DirectoryKey { kByID, kByName };
 
-// Copies the segment's descriptor into the directory record that carries the object's own ID or name. The own
-// descriptor is written last by every setter, so that the record is found by what it still holds.
+// Copies the segment's descriptor into the directory record that has the object's own ID or name. Every setter writes
+// the object's own descriptor last, so that the record is found by the former value.
 void refresh_directory(CRtDataBase &database, DirectoryKey key) {
   CRtdbManager *manager = database.GetRtdbManager();
   if (manager == nullptr) return;
@@ -49,7 +49,7 @@ void refresh_directory(CRtDataBase &database, DirectoryKey key) {
 }
 
 void set_text(CRtDataBase &database, std::size_t offset, std::size_t width, const char *text) {
-  // A copy: the text may lie in the very descriptor that is written first.
+  // A copy, because the text may lie in the descriptor that is written first.
   std::array<char, RTDB_CNAME_SIZE + 1> copy{};
   if (text == nullptr) return;
   const std::string_view measured = quillanest::text_at(text);

@@ -59,16 +59,16 @@ class QUILLANEST_API CRtDataBase {
   _field_attr *GetFieldAddress() const;
 
   // --- Descriptor ---------------------------------------------------------------------------------------------------
-  // Getters read the segment's descriptor if mapped and this object's own otherwise. Setters write both and refresh
-  // the manager's directory. Names of more than 24, caption names of more than 40 characters are ignored; one of full
-  // width puts its terminator into the byte after it (for a caption name, the low byte of the ID).
+  // Getters read the segment's descriptor if mapped and this object's own otherwise. Setters write both and refresh the
+  // manager's directory. Names of more than 24, caption names of more than 40 characters are ignored; one of full width
+  // puts its terminator into the byte after it (for a caption name, the low byte of the ID).
   char *GetDBName();
   void SetDBName(const char *name);
   char *GetDBCName();
   void SetDBCName(const char *name);
   unsigned int GetDBID() const;
-  // On a mapped database the directory then carries the new ID, and lookups no longer reach the segment, whose name
-  // was made from the old one.
+  // On a mapped database the directory then carries the new ID, and lookups no longer reach the segment, whose name was
+  // made from the old one.
   void SetDBID(unsigned int id);
   unsigned int GetDBType() const;
   void SetDBType(unsigned int type);
@@ -94,8 +94,8 @@ class QUILLANEST_API CRtDataBase {
   bool GetNextTable(CRtTable &table, int &position);
 
   // --- Catalogue ----------------------------------------------------------------------------------------------------
-  // Gives the object DBTableNum fresh table slots; 0 if they could never be laid out (a negative number, or more than
-  // a segment of 2 GB holds).
+  // Gives the object DBTableNum fresh table slots; 0 if they could never be laid out (a negative number, or more than a
+  // segment of 2 GB holds).
   int CreateTableMemory();
   // Forgets the table slots; always 1.
   int ReleaseTableMemory();
@@ -125,10 +125,9 @@ class QUILLANEST_API CRtDataBase {
   // CommitProject on every table; always true.
   bool CommitProject();
   // Writes the C header `directory`/NAME.h of this database, which must be mapped for its tables to appear in it;
-  // docs/c-headers.md shows it. 1, also if the disk fills up on the way, which leaves a former file as it was; 0,
-  // with a message "Fail to create file PATH" (see base/MessageBox.h), if the file cannot be created, and without
-  // one for a null or empty directory. No thread may change names, captions and counts during the call; records do not
-  // matter.
+  // docs/c-headers.md shows it. 1, also if the disk fills up on the way, which leaves a former file as it was; 0, with
+  // a message "Fail to create file PATH" (see base/MessageBox.h), if the file cannot be created, and without one for a
+  // null or empty directory. No thread may change names, captions and counts during the call; records do not matter.
   int BuildIncludeFile(const char *directory);
 
  private:

@@ -13,7 +13,7 @@ namespace {
 // A segment's size and every offset in it are 32-bit numbers.
 constexpr std::int64_t kLargestSegment = std::numeric_limits<std::int32_t>::max();
 
-// Table descriptors that a segment has room for.
+// The number of table descriptors that fit into a segment.
 constexpr std::int64_t kMostTables =
     (kLargestSegment - std::int64_t{sizeof(_db_attr)}) / std::int64_t{sizeof(_table_attr)};
 
@@ -32,8 +32,8 @@ void visit_slots(CRtDataBase &database, Visit visit) {
   }
 }
 
-// Computes the record size of every table and the offsets and size of the segment. False, for a catalogue that no
-// segment can hold, when a number is negative or the size exceeds 2 GB.
+// Computes the record size of every table and the offsets and size of the segment. False if no segment can hold the
+// catalogue: a number is negative or the size exceeds 2 GB.
 bool compute_layout(CRtDataBase &database) {
   _db_attr &attr = Parts::attr(database);
   std::int64_t fields = 0;
@@ -134,7 +134,7 @@ int CRtDataBase::InitAddField(const CRtField &field) {
   for (auto &[slot, table] : *tables_) {
     if (id == quillanest::kNoID && fresh_slot < slot) break;
     if (table.attr_.TableID == id && slot < attr_.DBTableNum) {
-      // A table that does not take the field does not make the field an error.
+      // The field is accepted even if the table ignores it.
       (void)table.InitAddField(field);
       return 1;
     }
@@ -151,7 +151,7 @@ int CRtDataBase::CreateMem() {
   if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
   write_slots(*this);
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
-  quillanest::SegmentAccess::notes(segment_)->store(0);  // of an image that was here before
+  quillanest::SegmentAccess::notes(segment_)->store(0);  // an earlier image may have left some
   (void)ReleaseTableMemory();
   mapped_ = 1;
   return 1;

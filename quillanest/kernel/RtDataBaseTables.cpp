@@ -13,8 +13,8 @@ auto name_is(const char *name) { return quillanest::text_is<_table_attr>(offseto
 auto cname_is(const char *name) { return quillanest::text_is<_table_attr>(offsetof(_table_attr, TableCName), name); }
 auto table_id_is(unsigned int id) { return quillanest::id_is(&_table_attr::TableID, id); }
 
-// The descriptor in a slot: the image's when mapped, else that of the catalogue under construction, in which a slot
-// that was not filled is a fresh one. Null if there is no such slot.
+// The descriptor in a slot: the image's if mapped, else that of the catalogue under construction, in which an unfilled
+// slot has a fresh one. Null if there is no such slot.
 const _table_attr *slot_attr(const CRtDataBase &database, int slot) {
   if (slot < 0 || slot >= Parts::attr(database).DBTableNum) return nullptr;
   if (DatabaseView::is_mapped(database)) return DatabaseView::table(database, slot);
@@ -43,7 +43,8 @@ int find_table(CRtDataBase &database, CRtTable &table, Matches matches) {
   return 0;
 }
 
-// The first matching descriptor of the image, in as many slots as the segment's descriptor says; null if not mapped.
+// The first matching descriptor in the image, among as many slots as the segment's descriptor states; null if not
+// mapped.
 template <class Matches>
 const _table_attr *find_in_image(const CRtDataBase &database, Matches matches) {
   if (!DatabaseView::is_mapped(database)) return nullptr;

@@ -34,7 +34,8 @@ void copy_with_terminator(char *to, std::string_view text) {
   quillanest::copy_text({quillanest::as_bytes(to), quillanest::room_at(to, text.size() + 1)}, text);
 }
 
-// How many bytes of a number or time are read; the caller answers for them, except at the end of a segment.
+// The bytes that may be read for a number or time: those up to the end of a segment, else as many as the caller
+// guarantees.
 std::span<std::byte> value_bytes(char *address) {
   const std::span<std::byte> bytes = quillanest::NamedRegion::bytes_from(address);
   return bytes.empty() ? std::span(quillanest::as_bytes(address), sizeof(SYSTEMTIME)) : bytes;

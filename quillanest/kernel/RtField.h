@@ -68,15 +68,15 @@ class QUILLANEST_API CRtField {
   char *GetDefaultValue();
 
   // The name under which generated C headers declare a member of this type code, padded with blanks to 10 characters.
-  // From code 9 on the names are not those of the codes' own types.
-  // 14 gives "SYSTEMTIME", 15 "PASSWD"; a code that has no name gives the blank entry of code 0. A static text.
+  // Codes 9 to 13 have the names of other types; 14 gives "SYSTEMTIME", 15 "PASSWD", and a code that has no name the
+  // blank entry of code 0. A static text.
   const char *GetTypeStr() const;
 
   // Writes the text form of the value at `pValue`, read as a value of type code `nType`, and a terminator to `pszText`.
-  // Unknown codes give an empty text. The caller answers for the room: numbers need at most 330 bytes, texts their
-  // length, a PASSWD its enciphered form (4/3 of the length and 40 bytes).
-  // A TIME with a day outside 1 to 31 or a month outside 1 to 12 is overwritten in place with
-  // the current local time, which is then shown.
+  // Unknown codes give an empty text. The caller guarantees that `pszText` has enough bytes: at most 330 for a number,
+  // the length of a text, and 4/3 of the length and 40 bytes for a PASSWD, which is enciphered.
+  // A TIME with a day outside 1 to 31 or a month outside 1 to 12 is overwritten in place with the current local time,
+  // which is then shown.
   static void GetDisplayText(int nType, char *pValue, char *pszText);
 
  private:

@@ -105,8 +105,8 @@ class QUILLANEST_API CRtTable {
   int FindFieldFromName(const char *name, bool bCName) const;
 
   // Overwrites the descriptor in the slot that the argument's IndexInTable gives, offsets and sizes included: in the
-  // image if attached, for every object on it. The new values are not checked; a wrong one garbles the table's
-  // records. False if the slot does not exist.
+  // image if attached, for every object on it. The new values are not checked; a wrong one garbles the table's records.
+  // False if the slot does not exist.
   bool SetField(CRtField field);
 
   bool IfHasField() const;
@@ -128,8 +128,8 @@ class QUILLANEST_API CRtTable {
   int FindIDExclusive(unsigned int key, char *buffer) const;
   // The record at a position, or null outside 0 to RecordCount - 1.
   char *GetAt(int position) const;
-  // The record with that key, looked for at `hint` first. Null if there is none, if the hint is not below
-  // RecordCount (such a hint is an error), or if the hint is negative and the key 0.
+  // The record with that key, looked for at `hint` first. Null if there is none, if the hint is not below RecordCount
+  // (such a hint is an error), or if the hint is negative and the key 0.
   char *GetRecordAddr(unsigned int key, int hint) const;
   // The first record, in key order, whose field `fieldIndex`, read as text, equals `text` without regard to case; or
   // null. A linear scan.
@@ -145,15 +145,15 @@ class QUILLANEST_API CRtTable {
   // A record buffer holds TableSize bytes. Project 0 edits outside any project; another number stamps the record with
   // that project and an edit status, and a delete then only marks the record. Every edit sets "bModified" to 1.
 
-  // Inserts the record in its key's place and returns its position; -2 if the key is there already; -1 if the
-  // buffer is null, the table not attached or full, no key is left to issue, or the mutex cannot be opened. A record
-  // with key 0 gets the next key, which is written into the buffer, and goes to the end.
+  // Inserts the record in its key's place and returns its position; -2 if the key is there already; -1 if the buffer is
+  // null, the table not attached or full, no key is left to issue, or the mutex cannot be opened. A record with key 0
+  // gets the next key, which is written into the buffer, and goes to the end.
   int Insert(char *record, int projectID);
   // The same with a record of zeros and that key; with `fillDefaults` not 0 the fields' default values follow, which
   // replace the key too if the key field has one.
   int Insert(unsigned int key, int projectID, int fillDefaults);
-  // Overwrites the record whose key the buffer carries, looked for at `hint` first, and returns its position; -1 if
-  // the buffer is null, the table not attached, the key absent, or the mutex cannot be opened.
+  // Overwrites the record whose key the buffer carries, looked for at `hint` first, and returns its position; -1 if the
+  // buffer is null, the table not attached, the key absent, or the mutex cannot be opened.
   int Update(const char *record, int hint, int projectID);
   // Removes the record with that key, looked for at `hint` first; key 0 takes the record at `hint`. With a project the
   // record stays, marked EDIT_STATUS_DELETED. 1, or 0 if there is no such record or no mutex.
@@ -166,14 +166,14 @@ class QUILLANEST_API CRtTable {
   // others as FieldSize bytes. 1, or 0 if the buffer is null, the record absent or there is no such field.
   int GetFieldData(unsigned int key, int fieldIndex, char *buffer) const;
   // Refuses only an index above TableFieldNum; TableFieldNum itself, and negative indexes here and in GetFieldData,
-  // mean the field descriptors of the database's other tables that lie there in the image. Where none does, nothing is
-  // written and SetFieldData is 1; GetFieldData is 0.
+  // mean the field descriptors of the database's other tables that lie there in the image. If there is none, nothing is
+  // written and SetFieldData returns 1; GetFieldData returns 0.
   int SetFieldData(unsigned int key, int fieldIndex, const char *value);
   int GetFieldDataAt(int position, int fieldIndex, char *buffer) const;
   int SetFieldDataAt(int position, int fieldIndex, const char *value);
   // Writes FieldSize bytes of `value` into the field of the records from `first` up to but not including `end`; a
-  // negative `end` means RecordCount - 1, and slots after the table's record area are left alone. 1, also for an
-  // empty range; 0 if the table is not attached, the value null or `first` of a range no record.
+  // negative `end` means RecordCount - 1, and slots after the table's record area are left alone. 1, also for an empty
+  // range; 0 if the table is not attached, the value null, or `first` of a range not the position of a record.
   int SetColumnValueAt(int fieldIndex, const char *value, int first, int end);
   // Converts the text to the field's type and stores it. A text as long as the field or longer is first shortened in
   // the caller's buffer to the field's size less one. 1, or 0 for a null text, no record, no field or no type.

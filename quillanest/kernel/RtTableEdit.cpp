@@ -20,7 +20,8 @@ using quillanest::TableView;
 namespace quillanest {
 namespace {
 
-// The name of the mutex of a table's database: the one in the segment, at most to the descriptor's end.
+// The name of the mutex of a table's database: the database's name in the segment, which ends with the descriptor at
+// the latest.
 std::string_view mutex_name(const TableView &view) {
   return block_text(*attr_at<_db_attr>(view.segment, 0), offsetof(_db_attr, DBName));
 }
@@ -32,7 +33,8 @@ bool stamp_at(const TableView &view, std::int32_t position, int project, int act
   return true;
 }
 
-// Takes the record out of the area: later records move down, the freed slot is zeroed. False without such a record.
+// Removes the record from the area: later records move down, the freed slot is zeroed. False if there is no such
+// record.
 bool remove_record(const TableView &view, std::int32_t position) {
   const std::int32_t last = view.count() - 1;
   if (position < 0 || position > last) return false;  // another thread was faster
@@ -55,10 +57,10 @@ std::uint32_t issue_key(const TableView &view) {
   return key;
 }
 
-// In line, so that the view need not lie in memory.
+// Inlined, so that the view need not be in memory.
 [[gnu::always_inline]] inline int insert(const TableView &view, char *record, int project) {
   if (!view.is_record(record)) return -1;
-  // By design [CountBeforeLock]: the count that the insert works with is read before the mutex is taken.
+  // By design [CountBeforeLock]: the insert uses a count that is read before the mutex is taken.
   const std::int32_t count = view.count();
   if (count >= view.capacity() || load_shared(view.attr->RecordCount) < 0) return -1;
   const HeldMutex lock(mutex_name(view));
@@ -84,7 +86,7 @@ std::uint32_t issue_key(const TableView &view) {
   if (position < count) {
     std::memmove(slot + view.record_size, slot, static_cast<std::size_t>(count - position) * view.record_bytes());
   } else if (!issued) {
-    // By design [ExplicitKeyMovesCounter]: a key placed at the end moves the counter, also down to key + 1.
+    // By design [ExplicitKeyMovesCounter]: a key placed at the end sets the counter to key + 1, also downwards.
     store_shared(view.attr->IDExclusive, key + 1);
   }
   std::memmove(slot, buffer, view.record_bytes());
@@ -105,7 +107,7 @@ int CRtTable::Insert(unsigned int key, int projectID, int fillDefaults) {
   const TableView view = TableView::of(*this);
   if (!view || !view.holds(1)) return -1;
   try {
-    // One byte at least, so that the buffer has an address.
+    // At least one byte, so that the buffer has an address.
     std::vector<std::byte> record(std::max<std::size_t>(view.record_bytes(), 1));
     view.set_key(record.data(), key);
     // By design [DefaultReplacesKey]: defaults come after the key, so a default text on the key field replaces it.
@@ -124,7 +126,7 @@ int CRtTable::Update(const char *record, int hint, int projectID) {
   if (!place.found) return -1;
   const quillanest::HeldMutex lock(quillanest::mutex_name(view));
   if (!lock.is_open()) return -1;
-  // By design [PositionNotRechecked]: the position found before the mutex was taken is the one that is written.
+  // By design [PositionNotRechecked]: the record is written at the position that was found before the mutex was taken.
   std::memmove(view.record(place.position), buffer, view.record_bytes());
   (void)quillanest::stamp_at(view, place.position, projectID, quillanest::kUpdateAction);
   return place.position;

@@ -13,7 +13,7 @@ auto name_is(const char *name) { return quillanest::text_is<_field_attr>(offseto
 auto cname_is(const char *name) { return quillanest::text_is<_field_attr>(offsetof(_field_attr, FieldCName), name); }
 auto field_id_is(unsigned int id) { return quillanest::id_is(&_field_attr::FieldID, id); }
 
-// The descriptor in a slot of the field directory: the image's when attached, else that of the catalogue under
+// The descriptor in a slot of the field directory: the image's if attached, else that of the catalogue under
 // construction. Null if there is no such slot.
 const _field_attr *field_slot(const CRtTable &table, int index) {
   const _table_attr &attr = TableView::attr_of(table);

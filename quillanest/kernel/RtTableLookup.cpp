@@ -16,8 +16,8 @@ using quillanest::TableView;
 namespace quillanest {
 namespace {
 
-// The record with a key that has no dense_position(). With a view of its own, so that its caller, which most accesses
-// run through, has nothing to keep across a call.
+// The record with a key that has no dense_position(). Takes the table, not a view: the caller, through which most
+// accesses run, then keeps nothing live across this call.
 char *search_record(const CRtTable &table, std::uint32_t key) noexcept {
   const TableView view = TableView::of(table);
   if (!view) return nullptr;
@@ -72,7 +72,7 @@ char *CRtTable::GetAt(int position) const {
 
 char *CRtTable::GetRecordAddr(unsigned int key, int hint) const {
   const TableView view = TableView::of(*this);
-  // By design [HintPastEnd]: a hint that is not below the count is an error, even when the key is elsewhere.
+  // By design [HintPastEnd]: a hint that is not below the count is an error, even if the key is elsewhere.
   if (!view || hint >= view.count() || (hint < 0 && key == 0)) return nullptr;
   const KeyPlace place = find_key_near(view, key, hint);
   return place.found ? quillanest::as_chars(view.record(place.position)) : nullptr;

@@ -16,7 +16,7 @@ using quillanest::TableView;
 
 namespace {
 
-// How many of a field's bytes lie in `value`.
+// The number of a field's bytes that lie in `value`.
 std::size_t field_bytes(std::span<std::byte> value, const _field_attr &field) {
   return std::min(value.size(), static_cast<std::size_t>(std::max(quillanest::read_once(field.FieldSize), 0)));
 }
@@ -33,7 +33,7 @@ void read_value(const TableView &view, std::byte *record, const _field_attr &fie
   }
 }
 
-// Where a value begins in its record.
+// The offset of a value in its record.
 std::int64_t offset_in(const std::byte *record, std::span<const std::byte> value) {
   return value.empty() ? 0 : value.data() - record;
 }
@@ -52,7 +52,7 @@ void write_value(const TableView &view, std::byte *record, const _field_attr &fi
   view.check_order(record, offset_in(record, value), static_cast<std::int64_t>(size));
 }
 
-// Stores a text in a field and cuts the caller's text to what was stored. False for a field without room for one.
+// Stores a text in a field and cuts the caller's text to what was stored. False for a field too small for one.
 bool store_text(std::span<std::byte> value, const _field_attr &field, char *text) {
   const std::int32_t field_size = quillanest::read_once(field.FieldSize);
   if (field_size < 1) return false;
@@ -142,7 +142,7 @@ int CRtTable::SetColumnValueAt(int fieldIndex, const char *value, int first, int
   if (first >= end) return 1;
   const _field_attr *field = view.field_unchecked(fieldIndex);
   if (field == nullptr || view.at(first) == nullptr) return 0;
-  end = std::min(end, view.capacity());  // slots past the area belong to another table
+  end = std::min(end, view.capacity());  // slots after the area belong to another table
   for (int i = first; i < end; ++i) {
     const std::span<std::byte> place = view.value(view.record(i), *field);
     const std::size_t size = quillanest::room_at(value, field_bytes(place, *field));
@@ -160,7 +160,7 @@ int CRtTable::SetFieldByText(int position, int fieldIndex, char *text) {
   if (record == nullptr || field == nullptr) return 0;
   const std::span<std::byte> value = view.value(record, *field);
   const bool stored = store_field_text(value, *field, text);
-  // A number has its type's width, a text its own; the larger of both is looked at.
+  // A number has its type's width, a text its own length; the larger of the two is used.
   const std::size_t size = std::max(sizeof(SYSTEMTIME), quillanest::text_at(text).size() + 1);
   view.check_order(record, offset_in(record, value), static_cast<std::int64_t>(size));
   return stored ? 1 : 0;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kDefaultManagerKey = 333;
 
-// Copies a path with its terminator; false, with `to` empty, for one that does not fit.
+// Copies a path with its terminator. False, with `to` empty, if it does not fit.
 bool copy_path(char (&to)[RTDB_PATH_SIZE], std::string_view path) {
   std::fill(std::begin(to), std::end(to), '\0');
   if (path.size() >= sizeof to) return false;
@@ -27,7 +27,7 @@ bool copy_path(char (&to)[RTDB_PATH_SIZE], std::string_view path) {
   return true;
 }
 
-// Lets the databases of the catalogue forget the manager: another one may go on sharing them.
+// Makes the databases of the catalogue forget the manager: another one may still share them.
 void release_catalogue(CRtdbManager &manager) {
   for (std::shared_ptr<CRtDataBase> &database : Parts::catalogue(manager)) {
     if (database != nullptr && Parts::manager(*database) == &manager) Parts::manager(*database) = nullptr;
@@ -65,8 +65,8 @@ int CRtdbManager::ReadConfigInfo() {
   const std::string folder = root + path;
   const int key =
       quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey);
-  // What can fail for lack of a resource is done by now. A path that does not fit its member is refused, because a cut
-  // one would name another place; a manager without a data path does not start.
+  // All work that can fail for lack of a resource is done by now. A path that does not fit its member is refused,
+  // because a cut path would name another place; a manager without a data path does not start.
   if (root.empty() || !copy_path(attr_.SysIniFile, file) || !copy_path(attr_.DataPath, folder)) return 0;
   segment_.SetKey(key);
   return 1;

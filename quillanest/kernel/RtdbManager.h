@@ -46,9 +46,9 @@ class QUILLANEST_API CRtdbManager {
   // --- Start-up -----------------------------------------------------------------------------------------------------
   // Attaches to an image that this process has already. Otherwise builds one: from the schema file and loading the
   // system database (`bReopen` false), or re-opening the segments of an existing directory (`bReopen` true, the file is
-  // not used and no data is loaded). False if a step fails; the state reached by then stays, so that a second call
-  // may attach to an image whose data was never loaded: check GetRtdbStatus. May throw _com_error if a relational
-  // store delivers a value that does not convert.
+  // not used and no data is loaded). False if a step fails; the state reached by then stays, so that a second call may
+  // attach to an image whose data was never loaded: check GetRtdbStatus. May throw _com_error if a relational store
+  // delivers a value that does not convert.
   bool RtdbManagerInit(bool bReopen, const char *pszSchemaFile);
   // Maps an existing manager segment and the system database in it; 1 or 0.
   int AttachShareMemory();
@@ -67,9 +67,9 @@ class QUILLANEST_API CRtdbManager {
   char *GetDataPath();    // folder of the data files, as configured
 
   // --- Directory ----------------------------------------------------------------------------------------------------
-  // The lookups deliver the first match in slot order: `database` bound to it, not mapped. 1, or 0 if there is none
-  // or the image is not laid out yet. `database` must not be mapped when it is passed in: matching reads the name in
-  // the segment that the object has mapped. Names compare without regard to ASCII case.
+  // The lookups deliver the first match in slot order: `database` bound to it, not mapped. 1, or 0 if there is none or
+  // the image is not laid out yet. `database` must not be mapped when it is passed in: matching reads the name in the
+  // segment that the object has mapped. Names compare without regard to ASCII case.
   int GetDataBaseFromName(CRtDataBase &database, const char *name);
   int GetDataBaseFromCName(CRtDataBase &database, const char *name);
   int GetDataBaseFromID(CRtDataBase &database, unsigned int id);
@@ -79,7 +79,7 @@ class QUILLANEST_API CRtdbManager {
   int GetNext(CRtDataBase &database, int &position);
   // The first table with that ID in any database; `database` is delivered mapped.
   int FindTable(unsigned int tableID, CRtDataBase &database, CRtTable &table);
-  // Overwrites the directory record of the database with that name or ID; 1, or 0 if there is none.
+  // Overwrites the directory record of the database with that name or ID. 1, or 0 if there is no such database.
   int UpdateDBInfo(const char *name, const _db_attr *attr);
   int UpdateDBInfo(unsigned int id, const _db_attr *attr);
 
@@ -103,10 +103,10 @@ class QUILLANEST_API CRtdbManager {
   // The rights are set in this object only: while the image is mapped, CheckRights and GetRights go on reading the
   // image's. A program that wants them there hands them on with SetRights.
   int UserLogin(const char *name, const char *password);
-  // Forgets who is logged in and all rights; the login time stays.
+  // Clears the user's identity and all rights; the login time stays.
   void UserLogout();
-  // Whether the user has right `n`: 0 to 32 are in word 0, 33 to 64 in word 1, 65 to 96 in word 2, 97 to 127 in word
-  // 3, each in bit `n` modulo 32. So 32 is the same bit as 0. False from 128 on.
+  // Whether the user has right `n`: 0 to 32 are in word 0, 33 to 64 in word 1, 65 to 96 in word 2, 97 to 127 in word 3,
+  // each in bit `n` modulo 32. So 32 is the same bit as 0. False from 128 on.
   bool CheckRights(unsigned int n) const;
   // Right word 0 to 3. Other words are other bytes of the attributes, 4 x `word` from the rights on; of those outside
   // the attributes the getter gives 0 and the setter sets none.
@@ -142,13 +142,13 @@ class QUILLANEST_API CRtdbManager {
   bool SaveData(int projectID);
   // Saves everything to text data files (`bToFile`) or to the relational store, regardless of the configuration.
   int SaveDataTo(bool bToFile);
-  // Merges a partial-update file into existing records: columns are found by name (by caption name if `bUseCName`),
-  // the first one selects the record, `separator` separates values. True also if the file does not exist; false
-  // if database or table do not, if the file is not text, or if it is not known whether there is a file.
+  // Merges a partial-update file into existing records: columns are found by name (by caption name if `bUseCName`), the
+  // first one selects the record, `separator` separates values. True also if the file does not exist; false if database
+  // or table do not, if the file is not text, or if it is not known whether there is a file.
   bool LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName, char separator);
   // Replaces a table's records by those of a text data file. True, with the table unchanged, if the file does not
-  // exist; false if database or table do not exist, if the file has no header or is not text, or if it cannot be
-  // told whether there is a file.
+  // exist; false if database or table do not exist, if the file has no header or is not text, or if it is not known
+  // whether there is a file.
   bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
   // Commits all projects of all tables. False if there is no database.
   bool CommitProject();

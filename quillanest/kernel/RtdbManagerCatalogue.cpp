@@ -24,8 +24,7 @@ CRtDataBase *catalogue_database(CRtdbManager &manager, unsigned int id) {
 int CRtdbManager::AddDataBase(CRtDataBase *database) {
   if (database == nullptr || database == &system_) return 0;  // the manager's own object has an owner
   return quillanest::neutral_on_failure(0, [&] {
-    // Allocates all that ownership takes before the object has an owner: who keeps it after a failure is never in
-    // doubt.
+    // Allocates everything before the object changes owner, so that after a failure it still belongs to the caller.
     const auto holder = std::make_shared<std::unique_ptr<CRtDataBase>>();
     const quillanest::HeldMutex lock("mdb");
     if (!lock.is_open()) return 0;
@@ -35,7 +34,7 @@ int CRtdbManager::AddDataBase(CRtDataBase *database) {
     const auto same =
         std::find_if(catalogue_.begin(), catalogue_.end(), [&](const auto &entry) { return entry.get() == database; });
     if (same != catalogue_.end()) {
-      *free = *same;  // one object in two slots has one owner all the same
+      *free = *same;  // an object in two slots still has one owner
     } else {
       holder->reset(database);
       *free = std::shared_ptr<CRtDataBase>(holder, database);

@@ -15,13 +15,13 @@ using quillanest::text_is;
 
 namespace {
 
-// The descriptor in the segment that a database object has mapped; it must have one.
+// The descriptor in the segment of a database object, which must be mapped.
 const _db_attr &mapped_attr(const CRtDataBase &database) {
   return *quillanest::attr_at<_db_attr>(DatabaseView::segment(database), 0);
 }
 
 // The first present database whose own segment matches. The target is detached afterwards.
-// By design [MappedTarget]: a target that comes in mapped keeps its mapping for the first comparison.
+// By design [MappedTarget]: a target that is passed in mapped keeps its mapping for the first comparison.
 template <class Matches>
 int find_database(CRtdbManager &manager, CRtDataBase &database, Matches matches) {
   const Directory entries = ManagerView::directory(manager);

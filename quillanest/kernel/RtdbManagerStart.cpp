@@ -25,7 +25,7 @@ namespace {
 
 constexpr const char *kSystemName = "system";
 
-// Copies the attributes; the status, which another thread may read at the same time, as a whole.
+// Copies the attributes. The status is written in one step, because another thread may read it at the same time.
 void write_attributes(_rtdb_attr &to, const _rtdb_attr &from) {
   constexpr std::size_t kStatus = offsetof(_rtdb_attr, RtdbStatus);
   constexpr std::size_t kAfter = kStatus + sizeof from.RtdbStatus;
@@ -59,8 +59,8 @@ void record_host_name(CRtdbManager &manager) {
   }
 }
 
-// Maps the database with ID 1, which has the name of the system database in the directory or, where another one of its
-// ID was laid out over it, in its segment.
+// Maps the database with ID 1. It must have the name of the system database in the directory or, if another database of
+// that ID was laid out over it, in its segment.
 bool bind_system_database(CRtdbManager &manager) {
   CRtDataBase &system = Parts::system(manager);
   const auto has_name = [&] {
@@ -79,7 +79,7 @@ bool bind_system_database(CRtdbManager &manager) {
 
 int CRtdbManager::AttachShareMemory() {
   if (segment_.Attach() == nullptr) return 0;
-  if (ManagerView::segment(*this).empty()) {  // some other segment lies under the key
+  if (ManagerView::segment(*this).empty()) {  // some other segment has the key
     segment_.Detach();
     return 0;
   }

@@ -1,4 +1,4 @@
-// Who is logged in, and the rights.
+// The logged-in user, and the rights.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -25,7 +25,8 @@ namespace {
 constexpr unsigned int kUsersTable = 104;
 constexpr unsigned int kRightsTable = 106;
 
-// What a login reads of a user record. The name ends at the password at the latest, the password with the record.
+// The parts of a user record that a login reads. The name ends at the password at the latest, the password with the
+// record.
 // By design [UserRecordStride]: users are 92 bytes apart; a table with records of another size counts as missing.
 constexpr std::int64_t kUserSize = 92;
 constexpr std::size_t kUserName = 4;
@@ -42,7 +43,7 @@ using RightWords = std::array<std::uint32_t, kRightWordCount>;
 // Records in use that lie in the table's own area.
 std::int32_t records_in(const TableView &view) { return std::min(view.count(), view.capacity()); }
 
-// A copy, so that name, password and rights are those of one moment.
+// A copy, so that name, password and rights belong together.
 using UserRecord = std::array<std::byte, static_cast<std::size_t>(kUserSize)>;
 
 UserRecord user_record(const TableView &users, std::int32_t position) {
@@ -62,11 +63,12 @@ std::optional<UserRecord> find_user(const TableView &users, std::string_view nam
   return std::nullopt;
 }
 
-// Every byte of the record from the password on takes part, so that the time does not show where two texts differ.
+// Compares every byte of the record from the password on, so that the time does not show at which byte two texts
+// differ.
 bool password_matches(const UserRecord &user, std::string_view password) {
   const std::span<const std::byte> room = std::span<const std::byte>(user).subspan(kUserPassword);
   const std::string_view stored = quillanest::text_in(room);
-  // A text form in the image is one that no key opened; whoever reads the data file knows it.
+  // A text form in the image is one that no key opened; everyone who can read the data file knows it.
   if (quillanest::PasswordCipher::is_text_form(stored)) return false;
   std::size_t difference = stored.size() ^ password.size();
   for (std::size_t i = 0; i < room.size(); ++i) {
@@ -77,7 +79,7 @@ bool password_matches(const UserRecord &user, std::string_view password) {
   return difference == 0;
 }
 
-// All zero without that record; key 0 names none.
+// The rights of the record with that key, all zero if there is no such record. Key 0 names no record.
 RightWords rights_of(const TableView &rights, std::uint32_t key) {
   RightWords words{};
   if (key == 0) return words;
@@ -86,7 +88,7 @@ RightWords rights_of(const TableView &rights, std::uint32_t key) {
   return quillanest::load<RightWords>(rights.record(place.position) + kRightWords);
 }
 
-// The bytes of a right word, also of one before or after the four, as long as it lies in the block; else null.
+// The bytes of a right word; also of one before or after the four if it lies in the block, else null.
 // By design [RightWordUnbounded]: the index reaches the whole block, not only the four words.
 template <class Attr>
 auto right_word(Attr &attr, int word) -> decltype(as_bytes(&attr)) {
@@ -97,7 +99,7 @@ auto right_word(Attr &attr, int word) -> decltype(as_bytes(&attr)) {
 static_assert(offsetof(_rtdb_attr, Rights) % sizeof(std::uint32_t) == 0 &&
               sizeof(_rtdb_attr) % sizeof(std::uint32_t) == 0);
 
-// A name ends in the block, whose last byte is left for its terminator.
+// Stores a name, which ends in the block: the last byte is left for its terminator.
 // By design [UserNameSpills]: a name of more than 15 characters runs on into the rights and the login time.
 void set_user_name(_rtdb_attr &attr, std::string_view name) {
   const std::span<std::byte> room(as_bytes(attr.SysUserName), sizeof attr - offsetof(_rtdb_attr, SysUserName));
@@ -126,7 +128,7 @@ int CRtdbManager::UserLogin(const char *name, const char *password) {
   (void)quillanest::read_local_time(now);
   for (_rtdb_attr *attr : {&ManagerView::attr(*this), &attr_}) {
     attr->SysUserID = quillanest::load<std::uint32_t>(user->data());
-    // A name that fills its field is cut: its end would fall into the rights, which are none of its business here.
+    // A name that fills its field is cut, because its terminator would overwrite the rights.
     set_user_name(*attr, name_of(*user).substr(0, RTDB_USER_SIZE - 1));
     attr->LoginUseTime = now;
   }
@@ -144,7 +146,8 @@ void CRtdbManager::UserLogout() {
 bool CRtdbManager::CheckRights(unsigned int n) const {
   constexpr unsigned int kBits = 32;
   if (n >= kBits * kRightWordCount) return false;
-  // By design [RightBoundary]: 32, 64 and 96 are the first bit of the word below, and the first bit of word 3 is none.
+  // By design [RightBoundary]: 32, 64 and 96 are the first bit of the word below, and the first bit of word 3 is not a
+  // right.
   const unsigned int word = n == 0 ? 0 : (n - 1) / kBits;
   return (GetRights(static_cast<int>(word)) >> (n % kBits) & 1U) != 0;
 }
@@ -171,7 +174,7 @@ char *CRtdbManager::GetSysUserName() { return ManagerView::attr(*this).SysUserNa
 
 void CRtdbManager::SetSysUserName(const char *name) {
   if (name == nullptr) return;
-  // A copy: the text may be the very name that is written first.
+  // A copy, because the text may be the name that is written first.
   std::array<char, sizeof(_rtdb_attr)> copy{};
   const std::string_view text = quillanest::text_at(name).substr(0, copy.size());
   std::copy(text.begin(), text.end(), copy.begin());

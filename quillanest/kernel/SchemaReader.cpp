@@ -23,7 +23,7 @@ enum class Section { kNone, kDatabase, kTable, kField };
 
 struct Marker {
   std::string_view text;
-  Section section;  // kNone ends one
+  Section section;  // kNone ends the current one
 };
 constexpr std::array<Marker, 6> kMarkers{{{"#Database_Start", Section::kDatabase},
                                           {"#Database_Finish", Section::kNone},
@@ -56,10 +56,10 @@ class RecordLine {
     return value.value_or(0);
   }
 
-  // The same for a signed number.
+  // The signed decimal number after `key`.
   [[nodiscard]] int integer(std::string_view key) { return static_cast<int>(number(key)); }
 
-  // False once a key or its value was missing.
+  // False after a key or its value was missing.
   [[nodiscard]] bool is_complete() const noexcept { return complete_; }
 
  private:
@@ -76,7 +76,7 @@ class RecordLine {
   bool complete_ = true;
 };
 
-// The default text of a field line, when the line has one.
+// The default text of a field line, if the line has one.
 // By design [DefaultAnywhere]: the word counts anywhere in the line, in a name too; the text starts after the one
 // character that follows it.
 std::optional<std::string> default_of(std::string_view line) {
@@ -134,7 +134,7 @@ class SchemaReader {
     database->SetDBTableNum(line.integer(" TableCount="));
     if (!line.is_complete() || database->CreateTableMemory() == 0) return false;
     if (manager_.AddDataBase(database.get()) == 0) return false;
-    (void)database.release();  // the manager's
+    (void)database.release();  // the manager owns it
     return true;
   }
 

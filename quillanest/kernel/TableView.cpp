@@ -9,14 +9,14 @@
 
 namespace quillanest {
 
-// How many of the `stated` records of `size` bytes fit into `bytes`. Of records without bytes one counts for each byte.
+// The number of the `stated` records of `size` bytes that fit into `bytes`. Records of no size count as one byte each.
 std::int32_t TableView::cut_to_room(std::int32_t stated, std::int64_t bytes, std::int64_t size) noexcept {
   if (stated < 0) return 0;
   return static_cast<std::int32_t>(std::min<std::int64_t>(stated, size > 0 ? bytes / size : bytes));
 }
 
-// The keys of the records from the one at `start` to that which holds the last of `bytes`, with a neighbour on each
-// side.
+// Checks the keys of the records from the one at `start` to the one that holds the last of `bytes`, and of a neighbour
+// on each side.
 void TableView::check_keys(TableView view, const std::byte *start, std::int64_t bytes) noexcept {
   if (view.record_size <= 0) return;
   const std::int64_t position = (start - view.records) / view.record_size;
@@ -31,7 +31,7 @@ void set_defaults(const TableView &view, std::span<std::byte> record) noexcept {
   for (const _field_attr &field : view.all_fields()) {
     const std::int32_t offset = read_once(field.FieldOffset);
     if (offset < 0 || static_cast<std::size_t>(offset) >= record.size()) continue;
-    // A copy: a number is looked at more than once while it is read.
+    // A copy, because a number is looked at more than once while it is read.
     std::array<char, RTDB_DEFAULT_SIZE> value{};
     std::copy(std::begin(field.DefaultValue), std::end(field.DefaultValue), value.begin());
     const std::string_view text = text_in({as_bytes(static_cast<const void *>(value.data())), value.size()});

@@ -18,12 +18,12 @@
 
 namespace quillanest {
 
-// The keys of a record area: what a search needs, small enough for registers.
+// The keys of a record area: all that a search needs, small enough for registers.
 struct KeyArea {
   const std::byte *records;
   std::int64_t record_size;
 
-  // False for records shorter than a key, of which only key_of() may be asked.
+  // False for records shorter than a key, for which only key_of() may be called.
   [[nodiscard]] bool has_whole_keys() const noexcept { return record_size >= std::int64_t{sizeof(std::uint32_t)}; }
 
   [[nodiscard]] std::uint32_t key_at(std::int64_t position) const noexcept {
@@ -51,7 +51,7 @@ struct TableView {
   std::atomic<std::uint64_t> *notes = nullptr;  // of the process about the segment: a bit per slot, see has_order()
   std::int32_t slot = 0;
 
-  // False for a table that is not attached; nothing else may be asked of it.
+  // False for a table that is not attached; no other member may be used then.
   explicit operator bool() const noexcept { return records != nullptr; }
 
   static TableView of(const CRtTable &table) noexcept {
@@ -61,7 +61,8 @@ struct TableView {
     view.segment = DatabaseView::segment(*table.database_);
     view.notes = DatabaseView::notes(*table.database_);
     view.slot = table.attr_.IndexInDB;
-    // Plain loads, because those that the caller has no use for vanish; the fence keeps the others from being repeated.
+    // Plain loads, because the compiler drops those whose value is not used; the fence keeps it from repeating the
+    // others.
     const std::int64_t offset = view.attr->DataOffset;
     view.record_size = view.attr->TableSize;
     view.field_offset = view.attr->FieldOffset;
@@ -108,8 +109,8 @@ struct TableView {
 
   [[nodiscard]] std::size_t record_bytes() const noexcept { return static_cast<std::size_t>(record_size); }
 
-  // Whether the keys ascend, as far as the library knows: an area that a load or a counter set too low left out of
-  // order is noted. Slots from kLastNote on share a bit, which is never taken back.
+  // Whether the keys ascend, as far as the library knows: it notes an area that a load, or a counter that was set too
+  // low, left out of order. Slots from kLastNote on share a bit, which is never cleared.
   static constexpr std::int32_t kLastNote = 63;
   [[nodiscard]] std::uint64_t order_note() const noexcept { return std::uint64_t{1} << std::clamp(slot, 0, kLastNote); }
   [[nodiscard]] bool has_order() const noexcept {
@@ -121,8 +122,8 @@ struct TableView {
     if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
   }
 
-  // To be called after a write of `size` bytes at `offset` of the record at `start`: notes if keys that it covers,
-  // of this record or, where it runs on, of the following ones, are out of order now.
+  // Call it after a write of `size` bytes at `offset` of the record at `start`. If the write covers keys, of this
+  // record or of those after it, and they are out of order now, that is noted.
   void check_order(const std::byte *start, std::int64_t offset, std::int64_t size) const noexcept {
     if (offset < std::int64_t{sizeof(std::uint32_t)} || offset + size > record_size) {
       check_keys(*this, start, offset + size);
@@ -145,8 +146,8 @@ struct TableView {
 
   void set_key(std::byte *bytes, std::uint32_t key) const noexcept { store_part({bytes, record_bytes()}, key); }
 
-  // The descriptor at a position that callers give without a check against the table's number of fields: it may be one
-  // of the database's other tables. Null where no descriptor lies, whose place and size would mean anything.
+  // The descriptor at a position that is not checked against the table's number of fields: it may belong to another
+  // table of the database. Null if no descriptor lies there, because its place and size would be arbitrary.
   [[nodiscard]] _field_attr *field_unchecked(int index) const noexcept {
     const auto &database = *attr_at<_db_attr>(segment, 0);
     const std::int64_t first = read_once(database.FieldOffset);
@@ -164,7 +165,7 @@ struct TableView {
   // The address of the first field descriptor, also if the table has none; null outside the segment.
   [[nodiscard]] _field_attr *fields() const noexcept { return attrs_at<_field_attr>(segment, field_offset); }
 
-  // The field descriptors that are there: the table's number of fields, cut to what the segment holds.
+  // The table's field descriptors, as many as its number of fields says, cut to what the segment holds.
   [[nodiscard]] std::span<const _field_attr> all_fields() const noexcept {
     const _field_attr *const first = fields();
     if (first == nullptr) return {};
@@ -188,13 +189,14 @@ struct TableView {
   }
 
  private:
-  // Static, and given copies: a view whose address no call takes stays in registers, which halves the time of a scan.
+  // Static functions that take copies: a view whose address is never passed stays in registers, which halves the time
+  // of a scan.
   [[nodiscard]] static std::int32_t cut_to_room(std::int32_t stated, std::int64_t bytes, std::int64_t size) noexcept;
   static void check_keys(TableView view, const std::byte *start, std::int64_t bytes) noexcept;
 };
 
-// Notes at its end whether the keys that a load put into the area ascend. A load that an exception ends leaves new
-// records beside old ones, and counts as one that does not.
+// Notes in its destructor whether the keys that a load put into the area ascend. A load that an exception ends leaves
+// new records beside old ones, so its keys count as out of order.
 class KeyOrder {
  public:
   explicit KeyOrder(const TableView &view) noexcept : view_(view) {}

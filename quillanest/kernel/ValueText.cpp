@@ -18,8 +18,8 @@ char *write_integer(char *to, Integer value) {
   return std::to_chars(to, to + kNumberTextMax, value).ptr;
 }
 
-// The value in millionths, rounded to the nearest and a tie to the even one, of a double that is not negative. Nothing
-// when they do not fit 64 bits.
+// A double that is not negative in millionths, rounded to the nearest, and to the even one in a tie. Nothing if they do
+// not fit 64 bits.
 std::optional<std::uint64_t> millionths(double value) {
   constexpr int kMantissaBits = 52;
   constexpr int kExponentBias = 1075;  // of a mantissa that is an integer
@@ -43,7 +43,7 @@ std::optional<std::uint64_t> millionths(double value) {
     half = std::uint64_t{1} << (shift - 1);
     rest = low & ((half << 1) - 1);
   } else {
-    // Doubled, with a last bit for all of the lower part.
+    // Doubled, with a last bit that summarises the whole lower part.
     whole = high >> (shift - 32);
     half = std::uint64_t{1} << (shift - 32);
     rest = (high & (half - 1)) << 1 | (low != 0 ? 1U : 0U);

@@ -10,12 +10,12 @@ namespace quillanest {
 
 class PasswordCipher;
 
-// Bytes that the text of any number or time fits into; it has no terminator.
+// The number of bytes that hold the text of any number or time, without a terminator.
 inline constexpr std::size_t kNumberTextMax = 330;
 
 // Writes the text of a character, number or time at the start of `value` to `text` (kNumberTextMax bytes) and returns
 // its length; 0 for texts and for codes that are not a type. A time with an impossible day or month is first
-// overwritten in place with the current local time. Bytes that are not there count as zero.
+// overwritten in place with the current local time. Missing bytes count as zero.
 std::size_t format_value(std::int32_t type, std::span<std::byte> value, char *text);
 
 // Appends the text form of any value; a password is enciphered.

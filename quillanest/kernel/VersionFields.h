@@ -14,7 +14,7 @@ inline constexpr std::string_view kModifiedField = "bModified";
 inline constexpr std::string_view kProjectField = "iProjectID";
 inline constexpr std::string_view kEditStatusField = "iEditStatus";
 
-// The descriptors of the version fields, null where the table has none.
+// The descriptors of the version fields; null for one that the table lacks.
 struct VersionFields {
   const _field_attr *modified = nullptr;     // "bModified"
   const _field_attr *project = nullptr;      // "iProjectID"

@@ -1,4 +1,4 @@
-// Keeps the signal away that ends a program if one of its files would grow beyond the limit of its size.
+// Blocks the signal that ends a program if one of its files would grow beyond the limit of its size.
 #pragma once
 
 namespace quillanest {

@@ -12,7 +12,7 @@ namespace quillanest {
 [[nodiscard]] std::string host_name();
 
 // The value of an environment variable, valid until the environment changes. Null if it is not set, and in a program
-// that was started with more rights than its user has: what the user says must not lead such a program.
+// that was started with more rights than its user has: the user must not control such a program.
 [[nodiscard]] const char *trusted_environment(const char *name);
 
 // Sets an environment variable that has no value yet, and leaves one that has. False if memory is short.

@@ -31,10 +31,10 @@ class FileText {
 
 // The whole regular file; nothing if it does not exist, is not a regular file (a folder, a pipe) or may not be read.
 // Any other failure to open it or to read it to its end, and a file that does not fit into memory, raise
-// std::system_error or std::bad_alloc: it must not be taken for one that is not there.
+// std::system_error or std::bad_alloc: such a file must not be mistaken for a missing one.
 [[nodiscard]] std::optional<FileText> read_file(const std::string &path);
 
-// The text after the mark that some editors put before texts in UTF-8.
+// The text without the byte order mark that some editors put before texts in UTF-8.
 template <class Text>
 [[nodiscard]] Text without_byte_order_mark(Text text) {
   constexpr std::string_view kMark = "\xEF\xBB\xBF";
@@ -58,19 +58,19 @@ enum class NewFile {
 // former file is unchanged.
 //
 // Lifetime: an object that is destroyed without a commit removes what it wrote. A process that is killed in between
-// leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over. It is its
-// owner's alone until it becomes the target. Where that name is another's (a file of another user or with a second
-// name, a link, a folder), or a left-over that others may open stays locked for kLongestWait, it is passed over: the
-// new content then has a name with six random letters more, and only a process killed before its end leaves that file
-// for good. Threads and processes: replacements of one target wait for one another. One object belongs to one thread.
+// leaves one file, the target's name with kSuffix, which the next replacement of the same target takes over. Only its
+// owner may open it until it becomes the target. If that name is taken (by a file of another user or with a second
+// name, a link, a folder), or if a left-over that others may open stays locked for kLongestWait, the new content gets a
+// name with six random letters more instead. Such a file stays for good if the process is killed. Threads and
+// processes: replacements of one target wait for one another. One object belongs to one thread.
 class FileReplacement {
  public:
   static constexpr const char *kSuffix = ".saving";
   static constexpr std::chrono::seconds kLongestWait{10};
 
-  // Begins a new content for `path`. is_open() says whether the system allows it: not for a folder, for a file that
-  // may not be read or not be written, or in a folder where no file can be made. An existing file keeps its
-  // permissions, group and, where the system allows it, owner.
+  // Begins a new content for `path`. is_open() says whether the system allows it: not for a folder, for a file that may
+  // not be read or not be written, or in a folder where no file can be made. An existing file keeps its permissions,
+  // group and, if the system allows it, owner.
   explicit FileReplacement(const std::string &path, NewFile new_file = NewFile::kByUmask);
   ~FileReplacement();
   FileReplacement(const FileReplacement &) = delete;

@@ -1,7 +1,7 @@
-// Reading of configuration files, which are INI files (base/Ini.h), and the place of the kernel's own.
+// Reads configuration files, which are INI files (base/Ini.h), and says where the kernel's own is.
 //
-// A byte order mark of UTF-8 before the first line is passed over. A file is read anew by every call, so an edit counts
-// from the next call on. All functions may run on any thread.
+// A byte order mark of UTF-8 before the first line is skipped. Every call reads its file anew, so an edit counts from
+// the next call on. All functions may run on any thread.
 #pragma once
 
 #include <string>
@@ -24,8 +24,8 @@ inline constexpr std::string_view kConfigurationSection = "Quillanest";
 // its value is empty. Numbers wider than 32 bits keep their low 32 bits. Raises std::system_error as profile_text does.
 [[nodiscard]] int profile_int(const std::string &file, std::string_view section, std::string_view key, int fallback);
 
-// A path that the kernel's configuration file gives: unchanged if it is absolute, else relative to the installation
-// root that the place of that file shows.
+// The full form of a path from the kernel's configuration file: unchanged if it is absolute, else below the
+// installation root, which follows from the place of that file.
 [[nodiscard]] std::string resolve_in_root(std::string_view configuration_file, const std::string &path);
 
 }  // namespace quillanest

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kPrefix = "qnp1.";
 constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-// Precedes every password, so that an empty one is enciphered like any other.
+// Put before every password, so that an empty one is enciphered like any other.
 constexpr unsigned char kMark = 'p';
 
 std::string to_base64url(const Bytes &bytes) {
@@ -27,7 +27,7 @@ std::string to_base64url(const Bytes &bytes) {
   return text;
 }
 
-// Nothing for a text that to_base64url would not have made.
+// Returns nothing for a text that to_base64url would not have made.
 std::optional<Bytes> from_base64url(std::string_view text) {
   Bytes bytes;
   unsigned int buffer = 0;
@@ -45,7 +45,7 @@ std::optional<Bytes> from_base64url(std::string_view text) {
   return bytes;
 }
 
-// Everybody has this key.
+// Every copy of the library has this key.
 SivKey built_in_key() { return sha512("Quillanest passwords are hidden, not protected, by this key"); }
 
 std::optional<std::string> open_with(const SivKey &key, const Bytes &sealed) {

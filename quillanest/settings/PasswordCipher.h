@@ -1,9 +1,9 @@
 // The reversible text form of passwords, used wherever a PASSWD value leaves the image.
 //
-// The form is a fixed prefix and base64url text: no ';', '%', quotes, blanks or line ends. It is AES-SIV (RFC 5297),
-// so it is deterministic and authenticated. The key comes from the file that key PasswdKeyFile of section "Quillanest"
-// names (any content; absolute, or relative to the installation root). Without one it is a built-in key, which hides
-// passwords from a glance but does not protect them: everybody has it.
+// The form is a fixed prefix and base64url text: no ';', '%', quotes, blanks or line ends. It is AES-SIV (RFC 5297), so
+// it is deterministic and authenticated. The key comes from the file that key PasswdKeyFile of section "Quillanest"
+// names (any content; absolute, or relative to the installation root). Without such a file a built-in key is used,
+// which hides passwords from a glance but does not protect them: every copy of the library has it.
 // Threads: all functions may run on any thread.
 #pragma once
 

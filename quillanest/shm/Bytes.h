@@ -1,7 +1,7 @@
 // The only place where bytes become values and values bytes.
 //
-// Record bytes are unaligned and may end anywhere, so every access is a copy. The bounded forms do the part that lies
-// inside the bytes they are given: what cannot be read counts as zero, what cannot be written is dropped.
+// Record bytes are unaligned and may end anywhere, so every access is a copy. The bounded forms read or write only
+// inside the bytes that they are given: missing bytes count as zero when read, and are dropped when written.
 #pragma once
 
 #include <algorithm>
@@ -78,7 +78,7 @@ void store_shared(T &counter, T value) {
   std::atomic_ref<T>(counter).store(value, std::memory_order_release);
 }
 
-// A number of the image that another thread may change: what is tested is what is used.
+// A number of the image that another thread may change, read once: the value that is tested is the value that is used.
 template <class T>
 T read_once(const T &number) {
   return std::atomic_ref<T>(const_cast<T &>(number)).load(std::memory_order_relaxed);

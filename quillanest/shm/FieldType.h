@@ -1,8 +1,8 @@
 // The type table: what a field type code means.
 //
-// The codes are part of the image, which is why the table lies beside its layout. Whoever decides by the type of a
-// field asks for its kind and switches over it without a default, so that a new kind is an error of the compiler
-// wherever a decision is missing. A new width of a kind that exists is a row here.
+// The codes are part of the image, which is why the table lies beside its layout. Code that depends on the type of a
+// field switches over its kind without a default, so that the compiler finds every place that does not handle a new
+// kind. A new width of an existing kind is one row here.
 #pragma once
 
 #include <array>
@@ -49,7 +49,7 @@ struct FieldTypeInfo {
   bool is_signed;      // of an integer
 };
 
-// By code. By design [TypeNameTable]: the names in headers from code 9 on are those of other types.
+// By code. By design [TypeNameTable]: in headers codes 9 to 13 have the names of other types.
 inline constexpr std::array<FieldTypeInfo, 16> kFieldTypes{{
     {0, "", " ", 0, Kind::kNone, 0, false},
     {kChar, "CHAR", "CHAR      ", 1, Kind::kCharacter, 1, true},

@@ -10,7 +10,7 @@ namespace quillanest {
 class HeldMutex {
  public:
   // Takes the mutex, without limit of time. is_open() is false if it cannot be opened.
-  // By design [WaitNotExamined]: the work goes on with any result of the wait, an abandoned mutex included.
+  // By design [WaitNotExamined]: the work continues after any result of the wait, also with an abandoned mutex.
   explicit HeldMutex(std::string_view name) : mutex_(find_mutex(name)) {
     if (mutex_ != nullptr) (void)wait_mutex(*mutex_, -1);
   }

@@ -1,6 +1,6 @@
 // The byte layout of the image: a binary contract with every program that reads it.
 //
-// A program that finds fields by name needs none of it: kernel/RtTable.h is where to start.
+// A program that finds fields by name needs none of it: start with kernel/RtTable.h.
 //
 // Two kinds of segment. The manager segment: head, attributes, the directory of databases and its presence flags.
 // A database segment: the database, its table slots, the field slots of all tables, the record areas. All offsets are

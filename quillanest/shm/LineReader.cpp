@@ -9,7 +9,7 @@ LineReader::LineReader(std::span<char> text, std::size_t limit)
     : rest_(text), limit_(limit), has_zeros_(!text.empty() && std::memchr(text.data(), 0, text.size()) != nullptr) {}
 
 std::string_view LineReader::take_line() {
-  // No further than a piece reaches, with a CR before its line end.
+  // Searches no further than a piece reaches, with a CR before its line end.
   const std::size_t reach = std::min(rest_.size(), limit_ + 1);
   const auto *found = static_cast<char *>(std::memchr(rest_.data(), '\n', reach));
   if (found == nullptr) {
@@ -18,7 +18,7 @@ std::string_view LineReader::take_line() {
       rest_ = rest_.subspan(limit_);
       return piece;
     }
-    // A text of exactly the limit fills the buffer, so the end is not met yet.
+    // A text of exactly the limit fills the buffer, so the end is not reached yet.
     at_end_ = rest_.size() < limit_;
     const std::string_view piece(rest_.data(), rest_.size());
     rest_ = {};

@@ -16,8 +16,8 @@ bool take_sign(std::string_view &text) {
   return negative;
 }
 
-// The decimal exponent of the first digit that is not 0 in a number that does not fit a double: positive when the
-// number is too large, negative when it is too small.
+// The value of a number that does not fit a double: infinity if it is too large, 0 if it is too small. The magnitude
+// decides: the exponent of the first digit that is not 0.
 double out_of_range_value(std::string_view text, char exponent_letter) {
   const std::size_t exponent_at =
       text.find_first_of(exponent_letter == 'p' ? std::string_view("pP") : std::string_view("eE"));
@@ -41,7 +41,7 @@ double out_of_range_value(std::string_view text, char exponent_letter) {
 
 bool is_hex_digit(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-// "0x" and a digit, with or without the point before it; anything else after a leading 0 ends the number there.
+// Whether the text starts with "0x" and a digit, which may follow a point. Otherwise the number ends after the 0.
 bool is_hexadecimal(std::string_view text) {
   if (!text.starts_with("0x") && !text.starts_with("0X")) return false;
   text.remove_prefix(2);

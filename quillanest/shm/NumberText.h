@@ -8,7 +8,7 @@
 
 namespace quillanest {
 
-// Takes leading white space off a text.
+// Removes leading white space from a text.
 inline void skip_blanks(std::string_view &text) {
   const auto is_blank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
   std::size_t blanks = 0;
@@ -16,9 +16,9 @@ inline void skip_blanks(std::string_view &text) {
   text.remove_prefix(blanks);
 }
 
-// Takes the decimal number that a text starts with, after optional white space and a sign, off its front. Nothing, with
-// only white space taken, if `text` does not go on with a number. The value is kept modulo 2^32, so that unsigned
-// keys of 2^31 and above survive being written and read back.
+// Removes the decimal number at the start of a text, with white space and a sign before it, and returns it. Returns
+// nothing, with only the white space removed, if no number follows. The value is kept modulo 2^32, so that unsigned
+// keys of 2^31 and above can be written and read back.
 [[nodiscard]] inline std::optional<std::uint32_t> scan_int(std::string_view &text) {
   skip_blanks(text);
   const char *at = text.data();
@@ -33,11 +33,11 @@ inline void skip_blanks(std::string_view &text) {
   return negative ? 0 - number : number;
 }
 
-// The number that scan_int() would take off the text; 0 if there is none.
+// The number that scan_int() would return; 0 if there is none.
 [[nodiscard]] inline std::uint32_t parse_int(std::string_view text) { return scan_int(text).value_or(0); }
 
-// The floating-point number a text starts with, by the rules of the C library's atof in the "C" locale: decimal or
-// hexadecimal, "inf" and "nan", too large gives infinity, none gives 0.
+// The floating-point number at the start of a text, by the rules of the C library's atof in the "C" locale: decimal,
+// hexadecimal, "inf" or "nan"; infinity if it is too large, 0 if there is none.
 [[nodiscard]] double parse_double(std::string_view text);
 
 }  // namespace quillanest

@@ -42,11 +42,12 @@ class QUILLANEST_API CShareMemory {
   // Opens the segment under the effective key as it is, smaller than `nSize` or larger, or creates it with `nSize`
   // bytes, all zero. With `bUseFile` a new segment is backed by the file "SM_<key>" in the folder that the environment
   // variable MAP_FILE_PATH names (used unchanged, so it ends with a separator; ignored in a program that was started
-  // with more rights than its user has), else in the current working folder; if that file cannot be opened the
-  // segment is an ordinary one. `bZero` clears the first `nSize` bytes, for every mapping of an existing segment too,
-  // but none after its end. Returns the address of the mapping. An object that has one returns it at once and ignores
-  // the arguments. Null if `nSize` is not positive, if the effective key is -1, if the name of the file is that
-  // of a link or of another user's file, or if the system refuses.
+  // with more rights than its user has), else in the current working folder; if that file cannot be opened the segment
+  // is an ordinary one. `bZero` clears the first `nSize` bytes, for every mapping of an existing segment too, but none
+  // after its end.
+  // Returns the address of the mapping. An object that has one returns it at once and ignores the arguments. Null if
+  // `nSize` is not positive, if the effective key is -1, if the name of the file is that of a link or of another user's
+  // file, or if the system refuses.
   void *Create(int nSize, bool bUseFile, bool bZero);
 
   // Opens the existing segment under the effective key and returns the address of the mapping; at once if the object

@@ -21,14 +21,14 @@ namespace quillanest {
   return bytes.empty() ? std::string_view(address) : text_in(bytes);
 }
 
-// How many of `size` bytes at an address may be touched.
+// How many of `size` bytes at an address may be read or written.
 [[nodiscard]] inline std::size_t room_at(const void *address, std::size_t size) {
   const std::size_t room = NamedRegion::bytes_from(address).size();
   return room == 0 ? size : std::min(room, size);
 }
 
-// Stores a text of at most `width` characters and its terminator in a block; false, with nothing changed, for a longer
-// one and for none.
+// Stores a text of at most `width` characters and its terminator in a block. False, with nothing changed, for a longer
+// text and for null.
 // By design [FullWidthText]: a text of full width is accepted and its terminator falls on the byte after it.
 // The one after the block's last byte is dropped.
 template <class Block>

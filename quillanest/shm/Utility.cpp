@@ -27,7 +27,7 @@ struct FileClose {
   void operator()(std::FILE *file) const { (void)std::fclose(file); }
 };
 
-// Empties the file, creating it when it does not exist, and makes it `words` zero words of 4 bytes.
+// Empties the file, creating it if it does not exist, and makes it `words` zero words of 4 bytes.
 void write_zero_words(const char *path, std::uintmax_t words) {
   try {
     const std::string name(quillanest::text_at(path));
@@ -38,7 +38,7 @@ void write_zero_words(const char *path, std::uintmax_t words) {
     std::error_code error;  // a full disk leaves the file empty
     std::filesystem::resize_file(name, words * 4, error);
   } catch (const std::bad_alloc &) {
-    // As when the file cannot be opened.
+    // The same as for a file that cannot be opened: nothing happens.
   }
 }
 
@@ -48,7 +48,7 @@ std::optional<std::int64_t> size_of(const char *path) {
                                         [&] { return quillanest::file_size(std::string(quillanest::text_at(path))); });
 }
 
-// The bytes of a value that the caller promises room for.
+// The bytes at an address that the caller promises to be large enough.
 std::span<std::byte> promised_room(void *destination, std::size_t size) {
   return {as_bytes(destination), quillanest::room_at(destination, size)};
 }

@@ -45,7 +45,8 @@ std::uint32_t digits_at(const char *text, int count) {
   return wrong == 0 ? number : 10'000;
 }
 
-// A time in the form that times are saved in, "YYYY-MM-DD hh:mm:ss", which is that of nearly every one there is.
+// A time in the form in which times are saved, "YYYY-MM-DD hh:mm:ss", which nearly every text has. Nothing for other
+// texts.
 std::optional<SYSTEMTIME> saved_time(std::string_view text) {
   if (text.size() != 19) return std::nullopt;
   const char *const at = text.data();

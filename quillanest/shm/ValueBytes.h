@@ -1,4 +1,4 @@
-// Numbers and times from text into bytes: the part that all conversions of a text into a field have in common.
+// Conversion of numbers and times from text into bytes, which every conversion of a text into a field uses.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string
 // Stores a field's default text as SetDefaultField does, as far as `to` goes. Nothing for an empty text.
 void store_default(std::int32_t type, std::span<std::byte> to, std::string_view text);
 
-// Reads "year-month-day hour:minute:second" into a time of 16 bytes, of which only the start may be there.
+// Reads "year-month-day hour:minute:second" into a time of 16 bytes, of which only the first ones may exist.
 // By design [TimeScanOverlap]: each number is stored as 32 bits at its 16-bit place, so its high half lands in the next
 // one, until the next number is stored there. A text that stops early leaves the rest of the time as it was.
 void read_time(std::string_view text, std::span<std::byte> time);

@@ -33,7 +33,7 @@ bool write_all(int descriptor, std::string_view bytes) {
 }
 
 // The path after symbolic links, so that replacing a file leaves the links to it alone; empty if the system does not
-// show where they lead.
+// report where they lead.
 std::string resolved(const std::string &path) {
   namespace fs = std::filesystem;
   constexpr int kMostLinks = 40;
@@ -56,7 +56,7 @@ std::string resolved(const std::string &path) {
 
 enum class Presence { kThere, kMissing, kUnknown };
 
-// Whether the system's answer to a question about a path says that nothing is there, or says nothing.
+// Classifies the result of a call such as stat(): there, missing, or unknown.
 Presence presence(int result) {
   if (result == 0) return Presence::kThere;
   return errno == ENOENT || errno == ENOTDIR ? Presence::kMissing : Presence::kUnknown;
@@ -73,8 +73,8 @@ Presence presence_at(const std::string &path, int descriptor) {
   return same ? Presence::kThere : Presence::kMissing;
 }
 
-// The status of an ordinary file of this user without a second name. No other is written to: it may be a file from
-// elsewhere, or one that another user reads along.
+// The status of an ordinary file of this user without a second name. No other file is written to: it may be one from
+// elsewhere, or one that another user reads at the same time.
 std::optional<struct stat> status_of_own_file(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return std::nullopt;
@@ -82,11 +82,11 @@ std::optional<struct stat> status_of_own_file(int descriptor) {
   return status;
 }
 
-// Whether others than its owner may open a file, and then hold its lock.
+// Whether users other than its owner may open a file, and so hold its lock.
 bool is_open_to_others(const struct stat &status) { return (status.st_mode & (S_IRWXG | S_IRWXO)) != 0; }
 
-// Takes the lock of an own file; false if the system refuses. A private file is locked by replacements of this user
-// only, each of which comes to its end; the lock of another file is waited for as long as kLongestWait.
+// Takes the lock of an own file; false if the system refuses. Only replacements of this user lock a private file, and
+// each of them ends; for the lock of any other file the wait ends after kLongestWait.
 bool lock(int descriptor) {
   constexpr std::chrono::milliseconds kPause{2};
   const auto deadline = std::chrono::steady_clock::now() + FileReplacement::kLongestWait;
@@ -104,17 +104,18 @@ bool lock(int descriptor) {
 constexpr int kTemporaryFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
-// None if it cannot be emptied. A umask that forbids its owner to open it again does not count.
+// Empties a file and gives its owner alone the permissions to read and write, also under a umask that takes them away.
+// None if it cannot be emptied.
 Descriptor empty_own_file(Descriptor file) {
   (void)fchmod(file.get(), kPrivate);
   return ftruncate(file.get(), 0) == 0 ? std::move(file) : Descriptor(-1);
 }
 
-// Opens the temporary file that all replacements of a target share and holds its lock; none if the name is taken by
-// what is not ours, or stays locked by what may be another user. A file that another replacement renamed away while
-// this one waited for the lock is the target by then, so the opening starts over.
+// Opens the temporary file that all replacements of a target share and holds its lock; none if a file that is not this
+// user's has the name, or if another user may hold the lock. A file that another replacement renamed while this one
+// waited for the lock is the target by now, so the opening starts over.
 Descriptor open_shared_temporary(const std::string &path) {
-  constexpr int kAttempts = 10'000;  // more than there may be replacements; others may rename and remove for ever
+  constexpr int kAttempts = 10'000;  // more than there are replacements; others may rename and remove without end
   for (int i = 0; i < kAttempts; ++i) {
     Descriptor file = open_file(path, kTemporaryFlags | O_CREAT | O_EXCL, kPrivate);
     const bool is_left_over = file.get() < 0 && errno == EEXIST;
@@ -125,7 +126,7 @@ Descriptor open_shared_temporary(const std::string &path) {
     if (named == Presence::kMissing) continue;
     const std::optional<struct stat> status = status_of_own_file(file.get());
     if (named == Presence::kUnknown || !status) break;
-    // Others may have opened a left-over that was about to become the target, and would read along.
+    // Others may have opened a left-over that was about to become the target; they could read what is written.
     const bool is_private = !is_left_over || !is_open_to_others(*status);
     if (is_private) return empty_own_file(std::move(file));
     if (unlink(path.c_str()) != 0) break;
@@ -152,8 +153,8 @@ Descriptor open_random_temporary(std::string &path) {
   return Descriptor(-1);
 }
 
-// The permissions that new files of this process lack. The system shows them in a file; asking for them by umask()
-// would take them away from all threads for a moment.
+// The permissions that new files of this process lack. The system reports them in a file; to ask by umask() is to
+// change them for all threads for a moment.
 mode_t creation_mask() {
   constexpr std::string_view kKey = "\nUmask:\t";
   std::array<char, 256> bytes{};  // it is the second line, after a name of 16 bytes
@@ -180,7 +181,7 @@ bool give_permissions(int descriptor, const std::string &target, NewFile new_fil
     return fchmod(descriptor, mode) == 0 || errno == EPERM;  // a file system without permissions
   }
   if (former == Presence::kUnknown || !S_ISREG(status.st_mode)) return false;
-  // A file of passwords that only its owner may read stays so, and stays that owner's where the system allows it.
+  // A file of passwords that only its owner may read stays so, and keeps that owner if the system allows it.
   (void)!fchown(descriptor, status.st_uid, status.st_gid);
   return fchmod(descriptor, status.st_mode & 07777) == 0;
 }
@@ -204,7 +205,7 @@ FileReplacement::FileReplacement(const std::string &path, NewFile new_file)
   struct stat status {};
   const Presence target = presence(stat(target_.c_str(), &status));
   if (target == Presence::kUnknown) return;
-  // A file that may not be read is as good as missing to a load; a save must not take that for its content.
+  // A load treats a file that may not be read as missing; a save must not take that for its content.
   const bool exists = target == Presence::kThere;
   if (exists && !S_ISREG(status.st_mode)) return;
   if (exists && faccessat(AT_FDCWD, target_.c_str(), R_OK | W_OK, AT_EACCESS) != 0) return;
@@ -225,7 +226,7 @@ bool FileReplacement::commit() {
   if (!is_open()) return false;
   std::string folder = folder_of(target_);  // before the rename: nothing may fail after it
   if (folder.empty()) folder.push_back('.');
-  // The file is private, and its lock out of reach for others, until the moment before it becomes the target.
+  // The file is private, and others cannot take its lock, until the moment before it becomes the target.
   const bool done = !failed_ && bring_to_disk(descriptor()) && give_permissions(descriptor(), target_, new_file_) &&
                     presence_at(temporary_, descriptor()) == Presence::kThere &&
                     std::rename(temporary_.c_str(), target_.c_str()) == 0;
@@ -241,7 +242,7 @@ bool FileReplacement::commit() {
 
 void FileReplacement::abandon() noexcept {
   if (!is_open()) return;
-  // Before the lock goes with the descriptor, and not what another process has put there since.
+  // Before closing releases the lock. A file that another process has put there since stays.
   if (presence_at(temporary_, descriptor()) != Presence::kMissing) (void)unlink(temporary_.c_str());
   ::close(descriptor());
   native_ = -1;

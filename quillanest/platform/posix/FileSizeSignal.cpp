@@ -25,8 +25,8 @@ FileSizeSignalBlock::FileSizeSignalBlock() noexcept {
   was_pending_ = sigpending(&pending) != 0 || sigismember(&pending, SIGXFSZ) == 1;
 }
 
-// Callers read the error number of what failed in the scope, so it is as before afterwards. Under a program's own block
-// the signal is taken away too: it would end the program when that block ends.
+// Keeps the error number, which callers read after a failure in the scope. If the program itself blocks the signal, a
+// pending one is taken away too: it would end the program when that block ends.
 FileSizeSignalBlock::~FileSizeSignalBlock() {
   const int error = errno;
   const sigset_t ours = file_size_signal();

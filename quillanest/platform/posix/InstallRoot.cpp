@@ -20,7 +20,7 @@ bool is_library_name(std::string_view name) {
   return name.starts_with(kLibraryName) && (name.size() == kLibraryName.size() || name[kLibraryName.size()] == '.');
 }
 
-// The file that this code was loaded from when it is the library under its own name, else the executable.
+// The file that this code was loaded from if it is the library under its own name, else the executable.
 fs::path module_file() {
   Dl_info info{};
   if (dladdr(&kLibraryName, &info) != 0 && info.dli_fname != nullptr) {

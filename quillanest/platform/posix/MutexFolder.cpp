@@ -1,10 +1,11 @@
-// All processes of a user have to agree on one folder, also while another user makes and removes the plain name. A file
-// in a folder of a random name says, once and for good, that it was chosen; such a folder comes before the plain one.
+// All processes of a user have to agree on one folder, even while another user makes and removes the plain name. A file
+// in a folder of a random name marks that folder, for good, as the chosen one; such a folder comes before the plain
+// one.
 //
-// Who finds none that is chosen decides with all folders of random names locked. They are looked for after the plain
-// folder was seen or one of a random name is there, and are never removed. So of two who decide, the later one sees
-// what the earlier one saw: either they share a lock and look again when they have it, or the earlier one saw none, was
-// sure of the plain folder, and the later one finds it too.
+// A process that finds no chosen folder decides with the locks of all folders of random names. It looks for them after
+// it has seen that the plain folder or one of a random name exists, and they are never removed. So of two processes
+// that decide, the later one sees what the earlier one saw. Either they share a lock, and look again once they have it,
+// or the earlier one saw no random folder, was sure of the plain folder, and the later one finds it too.
 #include "quillanest/platform/posix/MutexFolder.h"
 
 #include <algorithm>
@@ -24,14 +25,14 @@ namespace {
 
 [[noreturn]] void raise_error(int error) { throw std::system_error(error, std::generic_category()); }
 
-// The answer of the system to a question about a path; raises when that is not known.
+// The system's answer to a question about a path; raises if there is none.
 bool is_there(int result) {
   if (result != 0 && errno != ENOENT) raise_error(errno);
   return result == 0;
 }
 
-// Whether there is such a folder of this user, open to no other. It may lack permissions of its owner when it was
-// made under a umask that takes them away.
+// Whether there is such a folder of this user, open to no other. It may lack permissions of its owner if it was made
+// under a umask that takes them away.
 bool is_own_folder(const std::string &path) {
   struct stat status {};
   if (!is_there(lstat(path.c_str(), &status)) || !S_ISDIR(status.st_mode) || status.st_uid != geteuid()) return false;
@@ -49,7 +50,7 @@ struct Found : glob_t {
   Found &operator=(const Found &) = delete;
 };
 
-// This user's folders of random names, in one order for everybody.
+// This user's folders of random names, in the same order for all processes.
 std::vector<std::string> random_folders(const std::string &plain) {
   const Found found(plain + ".*");
   std::vector<std::string> folders(found.gl_pathv, found.gl_pathv + found.gl_pathc);
@@ -89,7 +90,7 @@ class OpenFile {
   int descriptor_ = -1;
 };
 
-// Makes the plain folder, or one of a random name where another user has taken the plain one.
+// Makes the plain folder, or one of a random name if another user has taken the plain one.
 void make_folder(const std::string &plain) {
   if (mkdir(plain.c_str(), 0700) == 0) return;
   if (errno != EEXIST) raise_error(errno);
@@ -98,7 +99,7 @@ void make_folder(const std::string &plain) {
   if (mkdtemp(name.data()) == nullptr) raise_error(errno);
 }
 
-// Runs with the locks of all folders that were there before.
+// Runs with the locks of all random folders that existed before.
 std::string decide(const std::string &plain) {
   const std::vector<std::string> folders = random_folders(plain);
   if (std::string chosen = chosen_of(folders); !chosen.empty()) return chosen;

@@ -5,9 +5,9 @@
 
 namespace quillanest {
 
-// The folder in which all processes of this user keep their mutexes: `plain`, made if there is none, or where another
+// The folder in which all processes of this user keep their mutexes: `plain`, made if there is none, or, if another
 // user has taken that name, a folder of this user called `plain` and a random end. No other user can write there.
-// Throws std::system_error if the system refuses.
+// Raises std::system_error if the system refuses.
 [[nodiscard]] std::string mutex_folder(const std::string &plain);
 
 }  // namespace quillanest

@@ -1,7 +1,7 @@
 // A mutex is a robust, recursive, process-shared pthread mutex in a small file of a per-user folder in the memory file
-// system. The file is initialised once under a file lock; after that the kernel's robust list takes care of owners
-// that die, thread or process. File locks could not serve as the mutex itself: they belong to a process, so neither two
-// threads nor the death of one would be told apart.
+// system. The file is initialised once under a file lock; after that the robust list of the operating system's kernel
+// handles owners that die, thread or process. File locks could not be the mutex itself: they belong to a process, so
+// they neither exclude two of its threads nor notice the death of one.
 //
 // Mappings are cached by name for the life of the process, so opening a name again is a look-up without a lock.
 #include "quillanest/platform/NamedMutex.h"
@@ -100,8 +100,8 @@ bool reserve(int descriptor) {
   return result == 0;
 }
 
-// Maps the mutex in an open file whose lock the caller holds, and initialises it when that was never finished. A file
-// with the mark of something else is left alone: it may be in use.
+// Maps the mutex in an open file whose lock the caller holds, and initialises it if that was never finished. A file
+// with another magic number is left alone: it may be in use.
 pthread_mutex_t *map_file(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return nullptr;
@@ -130,7 +130,7 @@ pthread_mutex_t *map_mutex(std::string_view name) {
 
 class MutexTable {
  public:
-  // A fork finds the table whole: no other thread is adding to it then. The mutexes themselves stay their owners'.
+  // A fork copies a whole table: no other thread is adding to it at that time. The mutexes keep their owners.
   MutexTable() {
     const int result = pthread_atfork([] { instance().growing_.lock(); }, [] { instance().growing_.unlock(); },
                                       [] { instance().growing_.unlock(); });
@@ -154,7 +154,7 @@ class MutexTable {
  private:
   static constexpr std::size_t kBuckets = 256;
 
-  // Apart from find_or_map(), which every edit calls: what guards a function's frame takes time.
+  // A function of its own, because find_or_map() runs in every edit and the guard of a larger frame takes time.
   [[gnu::noinline]] MappedMutex *map_new(std::string_view name) {
     const std::lock_guard lock(growing_);
     auto mapped = std::make_unique<MappedMutex>(name);
@@ -197,7 +197,7 @@ timespec deadline_after(int milliseconds) {
   return time;
 }
 
-// Apart from lock(), which every edit calls, for the same reason as map_new().
+// A function of its own for the same reason as map_new(): lock() runs in every edit.
 [[gnu::noinline]] int lock_until(pthread_mutex_t &mutex, int timeout_ms) {
   const timespec deadline = deadline_after(timeout_ms);
   return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &deadline);
@@ -224,7 +224,7 @@ int wait_mutex(MappedMutex &mutex, int timeout_ms) {
     case 0:
       return kWaitSignalled;
     case EOWNERDEAD:
-      // The mutex guards the image, which is whole record by record; nothing has to be repaired before going on.
+      // The mutex guards the image, in which every record is whole; nothing has to be repaired first.
       return pthread_mutex_consistent(mutex.mutex) == 0 ? kWaitAbandoned : kWaitFailed;
     case ETIMEDOUT:
     case EBUSY:

@@ -60,13 +60,13 @@ struct NameHash {
   std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>{}(name); }
 };
 
-// A file of this user without another name: what others may have put there is not to be shared with them, nor a file
-// that lies elsewhere too to be grown and written.
+// Whether it is a file of this user without another name. A file that others may have put there must not be shared with
+// them, and one that has a name elsewhere must not be grown and written.
 bool is_own_file(const struct stat &status) {
   return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1;
 }
 
-// Whether a file that could not be opened is one that must not be: a link, or another user's.
+// Whether a file that could not be opened must not be opened: a link, or another user's file.
 bool is_refused(const std::string &path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && (S_ISLNK(status.st_mode) || status.st_uid != geteuid());
@@ -134,7 +134,7 @@ struct RegionRegistry {
     bool zero = false;
     if (path != nullptr) {
       entry->descriptor = ::open(path->c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW, 0600);
-      // What is written to an anonymous region is lost; only a file that cannot be opened is answered with one.
+      // An anonymous region loses what is written to it, so it replaces only a file that cannot be opened.
       if (entry->descriptor < 0 ? is_refused(*path) : !grow_backing_file(entry->descriptor, size)) return {};
     }
     if (entry->descriptor < 0) {
@@ -164,11 +164,11 @@ struct RegionRegistry {
     entries_.erase(&entry);
   }
 
-  // Without an instance there are no regions, and none is made here: every text that a caller gives comes this way.
+  // Makes no instance: without one there are no regions, and every text that a caller gives is looked up here.
   static std::span<std::byte> bytes_from(const std::byte *address) {
     const std::less<> before;
-    // Most addresses are those of the program's own data, on the stack or the heap. A region that holds the address was
-    // there before the caller got it, so its bounds are known here.
+    // Most addresses are those of the program's own data, on the stack or the heap. A region that holds the address
+    // existed before the caller got it, so its bounds are known here.
     const auto place = reinterpret_cast<std::uintptr_t>(address);
     if (place < lowest_.load() || place >= highest_.load()) return {};
     const std::lock_guard lock(instance().mutex_);
@@ -195,7 +195,7 @@ struct RegionRegistry {
   std::mutex mutex_;
   std::unordered_map<std::string, Entry *, NameHash, std::equal_to<>> by_name_;
   std::unordered_map<Entry *, std::unique_ptr<Entry>> entries_;
-  // Every region so far lies between them.
+  // Every region that was ever mapped lies between the two.
   static constinit inline std::atomic<std::uintptr_t> lowest_{std::numeric_limits<std::uintptr_t>::max()};
   static constinit inline std::atomic<std::uintptr_t> highest_{0};
 };

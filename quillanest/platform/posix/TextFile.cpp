@@ -1,4 +1,4 @@
-// Reading files whole; FileReplacement.cpp has the replacing.
+// Reading files; FileReplacement.cpp replaces them.
 #include "quillanest/platform/TextFile.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 namespace quillanest {
 
-// Large files lie in large pages where the system has them: making small ones costs more than reading into them.
+// Large files are read into large pages if the system has them: making small ones costs more than reading into them.
 FileText::FileText(std::size_t size) : size_(size) {
   constexpr std::size_t kLarge = std::size_t{4} << 20;
   constexpr std::align_val_t kPage{4096};
@@ -32,7 +32,7 @@ std::optional<FileText> read_file(const std::string &path) {
   const Descriptor file = open_file(path, O_RDONLY | O_NONBLOCK);
   struct stat status {};
   if (file.get() < 0) {
-    // Sockets and devices without a driver cannot be opened. All other errors leave open whether the file is there.
+    // Sockets and devices without a driver cannot be opened. All other errors do not show whether the file exists.
     constexpr std::array kMissing{ENOENT, ENOTDIR, ENAMETOOLONG, EACCES, ENXIO, ENODEV};
     if (std::find(kMissing.begin(), kMissing.end(), errno) != kMissing.end()) return std::nullopt;
     throw std::system_error(errno, std::generic_category());

@@ -1,9 +1,8 @@
 // A thread is ended by a signal whose handler leaves the thread with a bare system call: no unwinding, no destructors.
-// The C library's own cancellation would unwind, and end the whole program where it meets a function that must not
-// throw.
+// The C library's own cancellation would unwind, and end the whole program at a function that must not throw.
 //
-// Threads run on stacks of ours, which go with them. The C library hands its own stacks on to later threads, and with
-// them the thread-specific values of a thread that could not clear them.
+// Threads run on stacks that are made here and freed with them. The C library reuses its own stacks for later threads,
+// together with the thread-specific values of a thread that could not clear them.
 #include "quillanest/platform/Thread.h"
 
 #include <memory>
@@ -68,8 +67,8 @@ struct RunningThread {
   Stack stack;
 };
 
-// A forked child has the thread that forked and no other. What the table says about the others is of the parent: their
-// handles are stale, and their remains stay where they are.
+// A forked child has only the thread that forked. The entries of the others are the parent's: their handles are stale,
+// and their memory is never freed.
 struct ThreadTable {
   ThreadTable() {
     const int result = pthread_atfork([] { instance().leaving.lock(); }, [] { instance().leaving.unlock(); },
@@ -82,14 +81,14 @@ struct ThreadTable {
     return table;
   }
 
-  // Held while a thread leaves by itself and while another ends it: one of the two closes the handle and owns the
-  // remains.
+  // Held while a thread leaves by itself and while another ends it: one of the two closes the handle and frees the
+  // memory.
   std::mutex leaving;
   HandleTable<RunningThread> handles;
   // Threads that left by themselves; a thread cannot free the stack it runs on.
   RunningThread *finished = nullptr;
   unsigned int forks = 0;  // between this process and the first one
-  pthread_t forker{};      // the thread that made this process; of no meaning in the first one
+  pthread_t forker{};      // the thread that made this process; unused in the first one
   bool handler_installed = false;
 
   [[nodiscard]] bool is_of_parent(const RunningThread &running) const {
@@ -105,8 +104,8 @@ struct ThreadTable {
   }
 };
 
-// Joins the threads that have left by themselves, and frees their stacks. One that is still on its way out, the caller
-// itself in a destructor of its thread-local objects for one, stays for the next time.
+// Joins the threads that have left by themselves, and frees their stacks. One that has not ended yet, such as the
+// caller in a destructor of its own thread-local objects, stays for the next call.
 void reap_finished() {
   ThreadTable &table = ThreadTable::instance();
   const std::lock_guard lock(table.leaving);
@@ -142,7 +141,7 @@ sigset_t mask_ending_signal(int how) {
   return before;
 }
 
-// The signal comes through while the routine runs only: a thread that ended with the table's mutex held would hold it
+// The signal is unblocked only while the routine runs: a thread that ended with the table's mutex held would hold it
 // for ever. The destructor also runs for a routine that leaves through pthread_exit.
 class Run {
  public:

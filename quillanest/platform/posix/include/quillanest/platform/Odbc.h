@@ -1,6 +1,6 @@
 // ODBC on this system: its declarations, and the files of its drivers.
 //
-// Included by sources only. Where the declarations need those of the system first, this header brings them.
+// Included by sources only. If the declarations need those of the system first, this header includes them.
 #pragma once
 
 #include <sql.h>

@@ -19,7 +19,9 @@ CRtdbDataFile::CRtdbDataFile(CRtdbManager &manager) : TableStore(manager) {
   const std::string file = configuration_file_of(manager);
   // Exactly 1: any other number leaves caption names off.
   use_caption_names_ = profile_int(file, kConfigurationSection, "UseCName", 0) == 1;
-  extension_ = profile_text(file, kConfigurationSection, "DataFileExt", ".txt").substr(0, kExtensionMax);
+  const std::string extension = profile_text(file, kConfigurationSection, "DataFileExt", ".txt");
+  // A zero byte ends it, as it ends every path, or the temporary file would have the name of the data file.
+  extension_ = extension.substr(0, std::min(kExtensionMax, extension.find('\0')));
 }
 
 // The file of a table; nothing if the database has no folder, or the name would lead out of it.

@@ -42,7 +42,7 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
 
 bool CRtdbDataFile::LoadAllCustomized(int project) {
   return for_each_database(manager(), [&](CRtDataBase &database) {
-    // By design [SystemViewLeftOpen]: the system database is mapped and left so; the directory's next step unmaps it.
+    // By design [SystemViewLeftOpen]: the system database stays mapped; the directory's next step unmaps it.
     if (database.AttachShareMemory() == 0 || database.GetDBID() == kSystemDatabaseID) return;
     (void)LoadDataBase(database, project);
     (void)database.DetachShareMemory();

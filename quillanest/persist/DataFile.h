@@ -17,17 +17,18 @@ class CRtdbDataFile final : public TableStore {
  public:
   explicit CRtdbDataFile(CRtdbManager &manager);
 
-  // Writes a table's file. Clears "bModified" of every record and stamps empty times with the present. False if the
+  // Writes a table's file. Clears "bModified" of every record and sets empty times to the current time. False if the
   // table has no descriptors in the image, no folder is configured, or the file cannot be written whole; the former
   // file is then kept, and the records are marked modified again. All projects are saved alike.
   bool SaveTable(CRtDataBase &database, CRtTable &table, int project) override;
 
-  // LoadTableFrom the table's own file; false if no folder is configured. All projects are loaded alike.
+  // Does what LoadTableFrom does, with the table's own file. False also if no folder is configured. All projects are
+  // loaded alike.
   bool LoadTable(CRtDataBase &database, CRtTable &table, int project) override;
 
-  // Replaces a table's records by those of a file. True, with nothing changed, if there is no such file. False if the
-  // file has no header line (nothing is changed) or the table no descriptors in the image. A file that cannot be opened
-  // counts as missing; one that cannot be read to its end raises an error.
+  // Replaces a table's records by those of a file. True, with nothing changed, if there is no such file. False, with
+  // nothing changed, if the file has no header line or the table has no descriptors in the image. A file that cannot be
+  // opened counts as missing; one that cannot be read to its end raises an error.
   bool LoadTableFrom(CRtTable &table, const std::string &path);
 
   // True unless the directory is empty.
@@ -43,7 +44,7 @@ class CRtdbDataFile final : public TableStore {
 
 // Merges a partial-update file into existing records. The header's columns are looked up by name (by caption name if
 // `use_caption_names`); the first column's text selects the record, the others are stored and mark it modified. True
-// also if the file does not exist; false if it has no header line or the table no descriptors in the image.
+// also if the file does not exist; false if it has no header line or the table has no descriptors in the image.
 bool LoadSomeDataFile(CRtTable &table, const std::string &path, bool use_caption_names, char separator);
 
 }  // namespace quillanest

@@ -26,7 +26,7 @@ class Columns {
  public:
   Columns(std::string_view line, char separator) : rest_(line), separator_(separator) {}
 
-  // The next column's text; is_last() is true if no separator followed it.
+  // Returns the next column's text; is_last() is then true if no separator follows it.
   // By design [LastColumnLosesOne]: the last column loses its last character, which is the line end in all lines but
   // one that ends with the file.
   std::string_view next() {
@@ -63,12 +63,12 @@ std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableV
   return fields;
 }
 
-// The bytes of a field in a record.
+// The size of a field in a record, in bytes.
 std::size_t size_of(const _field_attr &field) {
   return static_cast<std::size_t>(std::max(read_once(field.FieldSize), 0));
 }
 
-// Stores a PASSWD text: the field is cleared and takes as much of the clear password as it holds.
+// Stores a PASSWD text: clears the field and copies as much of the clear password as fits.
 void store_password(const _field_attr &field, std::span<std::byte> value, std::string_view text,
                     const PasswordCipher &cipher) {
   const std::span<std::byte> whole = value.first(std::min(value.size(), size_of(field)));
@@ -100,7 +100,7 @@ void store_column(const _field_attr &field, std::span<std::byte> value, std::str
 
 // Whether the bytes of a file are lines of text. In another encoding, or with line ends of another kind, they would
 // load as an empty table, and the next save would replace them. Lines before the header may begin with a zero byte; no
-// other byte may be one. The header holds no CR but that of its line end. Remarks alone need no line end.
+// other byte may be one. The header has no CR except in its line end. A file of remarks alone needs no line end.
 bool is_text_of_lines(std::string_view text, bool has_zeros) {
   const auto is_skipped = [&](std::size_t at) { return at < text.size() && (text[at] == '#' || text[at] == '\0'); };
   const auto line_after = [&](std::size_t at) { return std::min(text.find('\n', at), text.size() - 1) + 1; };
@@ -119,7 +119,7 @@ bool is_skipped_before_header(std::string_view line) { return line.empty() || li
 
 bool is_record_line(std::string_view line) { return !line.empty() && line.front() >= '1' && line.front() <= '9'; }
 
-// Fills a record slot from a line; what no column reaches keeps its bytes.
+// Fills a record slot from a line; fields without a column keep their bytes.
 void fill_record(const TableView &view, std::byte *record, Columns line, const std::vector<const _field_attr *> &fields,
                  const PasswordCipher &cipher) {
   for (const _field_attr *field : fields) {
@@ -129,8 +129,8 @@ void fill_record(const TableView &view, std::byte *record, Columns line, const s
   }
 }
 
-// Fills the record slots from the lines that are left, up to the table's capacity, and notes whether the keys ascend.
-// Returns how many were filled.
+// Fills the record slots from the remaining lines, up to the table's capacity, and notes whether the keys ascend.
+// Returns the number of slots filled.
 std::int32_t fill_records(const TableView &view, LineReader &lines, char separator,
                           const std::vector<const _field_attr *> &fields, const PasswordCipher &cipher) {
   const std::int32_t capacity = view.capacity();
@@ -182,14 +182,14 @@ std::string configuration_of(const CRtTable &table) {
   return manager == nullptr ? std::string() : configuration_file_of(*manager);
 }
 
-// The lines of a file, with the header line taken.
+// The header line of a file and the lines after it.
 struct DataLines {
   LineReader lines;
   std::string_view header;
 };
 
-// Opens the lines of a file. The lines before the header for which is_remark(line) holds are passed over; the header is
-// the last of them if there is nothing else. Nothing if the bytes are not lines of text, or no line is left.
+// Opens the lines of a file. The header is the first line for which is_remark(line) is false, or the last remark if the
+// file ends with it and it has no line end. Nothing if the bytes are not lines of text or there is no header.
 template <class IsRemark>
 std::optional<DataLines> lines_of(FileText &file, IsRemark is_remark) {
   const std::span<char> text = without_byte_order_mark(file.chars());

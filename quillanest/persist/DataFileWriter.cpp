@@ -39,7 +39,7 @@ class Output {
     used_ += text.size();
   }
 
-  // A text as the file keeps it.
+  // Appends a text value.
   // By design [TextIsFormat]: "%%" in a value is written as one "%"; every other "%" is written unchanged.
   void append_value(std::string_view text) {
     for (std::size_t at = text.find("%%"); at != std::string_view::npos; at = text.find("%%")) {
@@ -49,7 +49,7 @@ class Output {
     append(text);
   }
 
-  // Room for the text of a number, of which `use` bytes are then taken.
+  // Room for the text of a number; use() then keeps the bytes that were written there.
   char *number_room() {
     if (kSize - used_ < kNumberTextMax) flush();
     return bytes_.get() + used_;
@@ -83,8 +83,8 @@ class TableWriter {
     }
   }
 
-  // By design [ModifiedClearedPerColumn]: the mark is cleared after every column, so a column after the first one
-  // always shows 0.
+  // By design [ModifiedClearedPerColumn]: the mark is cleared after every column, so "bModified" is always written as 0
+  // unless it is the first column.
   void write_record(std::byte *record, const ModifiedMarks &marks) {
     for (const _field_attr *field : fields_) {
       write_value(*field, view_.value(record, *field));
@@ -138,7 +138,7 @@ bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
   if (!view) return false;
   const std::optional<std::string> path = path_of(database, table);
   if (!path) return false;
-  // First, because it reads files: without a descriptor for them the key would not be found.
+  // Before the new file is opened: the key is read from files, and the new file might take the last file descriptor.
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
   if (!passwords_are_whole(view, cipher)) return false;
   FileReplacement file(*path, new_file_for(view));

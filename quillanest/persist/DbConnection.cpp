@@ -48,8 +48,8 @@ void CDbConnection::ReadConfig() {
   }
 }
 
-// The connection string of a slot; nothing for a type that is none, an unusable data source, or a string that is too
-// long. Nothing in it is escaped.
+// The connection string of a slot; nothing for an unknown type, an unusable data source, or a string that is too long.
+// Nothing in it is escaped.
 std::optional<std::string> CDbConnection::connection_string(int slot_number, const DataSource &data_source) const {
   const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   if (slot.type == DB_TYPE_INI_CONNSTR) {
@@ -140,7 +140,7 @@ CDbConnection::Backslashes CDbConnection::backslashes() {
       const RowSet answer = connection.query("SELECT '\\\\'", 1);  // two backslashes, or one that is escaped
       return answer.row_count() == 1 && to_text(answer.value(0, 0)) == "\\";
     } catch (const _com_error &) {
-      return false;  // a database without escapes may not take a query without a table either
+      return false;  // some databases without escapes refuse a query without a table
     }
   };
   Backslashes found;
@@ -230,7 +230,7 @@ bool CDbConnection::commit_transaction() {
   for (const Slot &slot : slots_) {
     if (slot.connection == nullptr) continue;
     try {
-      // A slot after one that failed has missed the statements since: its former rows are the whole ones.
+      // A slot after one that failed is rolled back, or the backup would have rows that the main database lacks.
       if (result) slot.connection->commit();
     } catch (const _com_error &) {
       result = false;

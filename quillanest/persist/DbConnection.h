@@ -2,7 +2,8 @@
 //
 // Writers send every statement to all open slots; readers use one slot, the main one if it could be opened. Settings
 // come from a section of the configuration file and are read by each Open() that starts from the closed state.
-// Errors of the data-access layer are caught in the operation that met them; docs/relational-store.md has the list.
+// Errors of the data-access layer are caught in the operation in which they occur; docs/relational-store.md has the
+// list.
 // Lifetime: an object is built for one public call. Threads: one object belongs to one thread.
 #pragma once
 
@@ -31,8 +32,8 @@ struct Statement {
 
 class CDbConnection {
  public:
-  // The data source of a slot by the type and the name that the configuration gives; nothing if the slot cannot be
-  // used. Without a function the name is the data source.
+  // Makes the data source of a slot from its configured type and name; nothing if the slot cannot be used. Without a
+  // function the name is the data source.
   using DataSource = std::function<std::optional<std::string>(int type, const std::string &name)>;
 
   CDbConnection() = default;
@@ -40,31 +41,33 @@ class CDbConnection {
   CDbConnection(const CDbConnection &) = delete;
   CDbConnection &operator=(const CDbConnection &) = delete;
 
-  // What the connection string of a slot names as its data source; nothing if the slot cannot be used.
+  // The data source in the connection string of a slot; nothing if the slot cannot be used.
   [[nodiscard]] std::optional<std::string> GetDataSource(int slot, const DataSource &data_source = {}) const;
 
+  // The configuration file and the section of it that ReadConfig reads.
   void SetIniFile(const char *path);
   void SetSection(const char *section);
   void ReadConfig();
 
-  // Opens the slots that the configuration names, only the first that can be opened with `firstOnly`, and returns the
-  // mask of open slots (bit 0 main, bit 1 backup). With a slot open already it returns at once.
+  // Opens the configured slots, with `firstOnly` only the first one that can be opened, and returns the mask of open
+  // slots (bit 0 main, bit 1 backup). If a slot is already open, it returns at once.
   int Open(bool firstOnly, const DataSource &data_source = {});
   // Closes every slot; always true.
   bool Close();
 
-  // Runs a statement on every slot that is open and in `targets`. The number of rows that the last of them changed, as
-  // a signed 16-bit number; 0 if none ran it; -1 if one failed, and the slots after it did not run it.
+  // Runs a statement on every slot that is open and in `targets`. Returns the number of rows that the last of them
+  // changed, as a signed 16-bit number; 0 if no slot ran it; -1 if a slot failed, and the slots after it did not run
+  // it.
   int Execute(const char *statement, int targets);
 
-  // Runs a query on the current slot and keeps its rows, at most `most_rows` of them, before the first of which nothing
-  // has to be moved.
+  // Runs a query on the current slot and keeps at most `most_rows` of its rows; the reader is at the first one. False
+  // without a current slot, or if the query fails.
   bool OpenRecordset(const char *query, std::size_t most_rows = kAllRows);
-  // Rows of the kept query; 0 without one.
+  // The number of rows kept; 0 without a query.
   [[nodiscard]] int GetRecordCount() const;
   void MoveFirst();
   void MoveNext();
-  // True past the last row and without a current slot; false if there is a slot but no row set to ask.
+  // True after the last row and without a current slot; false if there is a slot but no query.
   [[nodiscard]] bool IsEOF() const;
   // The value of a column in the current row; NULL without a slot, a row or a column of that name.
   [[nodiscard]] Variant GetFieldValue(const char *column) const;
@@ -73,30 +76,30 @@ class CDbConnection {
   [[nodiscard]] int GetCurrentType() const;
   [[nodiscard]] int GetCurrentSlot() const { return current_slot_; }
 
-  // The row set and row that the reader is at, for readers that look columns up once; null without a row.
+  // The row set and the row that the reader is at, for callers that look columns up once; null without a row.
   [[nodiscard]] const RowSet *rows() const;
   [[nodiscard]] std::size_t row() const { return row_; }
 
-  // What Execute does, with the whole count of the last slot; nothing if a slot failed.
+  // Does what Execute does and returns the whole count of the last slot; nothing if a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
   // Runs a statement whose result is not needed on every open slot, at the latest before the next operation.
   void run_deferred(const Statement &statement);
 
-  // How the open slots take a backslash in a text: as itself, as the beginning of an escape, or some this way and some
-  // that way. Asks each slot once.
+  // How the open slots read a backslash in a text; both members are true if the slots differ. Each slot is asked once.
   struct Backslashes {
-    bool plain = false;
-    bool escapes = false;
+    bool plain = false;    // a slot reads it as a character
+    bool escapes = false;  // a slot reads it as the start of an escape
   };
   [[nodiscard]] Backslashes backslashes();
 
-  // From now on nothing is waited for twice: as long as its connection string stays the same, a slot that could not be
-  // opened is not tried again, and a store that was found locked refuses at once.
+  // From now on each slot is waited for once only: while its connection string stays the same, a slot that could not be
+  // opened is not tried again, and a store that was found locked refuses statements at once.
   void wait_once() noexcept { waits_once_ = true; }
 
-  // A transaction on every open slot. begin is false if a slot refuses, and none is begun then. commit is false if
-  // a slot could not keep its changes; that slot and those after it are rolled back.
+  // A transaction on every open slot. begin_transaction returns false if a slot refuses, and no transaction is open
+  // then. commit_transaction returns false if a slot could not keep its changes; that slot and those after it are
+  // rolled back.
   [[nodiscard]] bool begin_transaction();
   [[nodiscard]] bool commit_transaction();
   void rollback_transaction() noexcept;
@@ -111,9 +114,9 @@ class CDbConnection {
     std::string conn_group;
     std::string conn_key;
     std::string tried;    // the connection string of the last attempt to open it
-    bool failed = false;  // that attempt
+    bool failed = false;  // whether that attempt failed
     std::unique_ptr<Connection> connection;
-    std::unique_ptr<Connection> locked;  // closed, but kept for the next Open when nothing is waited for twice
+    std::unique_ptr<Connection> locked;  // the former connection to a locked store, for the next Open
     std::optional<bool> reads_escapes;   // of the connection, once asked
     std::optional<RowSet> rows;
   };

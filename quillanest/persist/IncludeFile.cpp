@@ -35,7 +35,7 @@ constexpr std::size_t kTableMacroWidth = 50;
 constexpr std::size_t kFieldMacroWidth = 60;
 constexpr std::size_t kMemberWidth = 50;
 
-// A text as it goes into a line: one that was set at run time may hold line ends, which would begin lines of its own.
+// The text with blanks for line ends: a text that was set at run time may hold some, and they would start new lines.
 std::string one_line(std::string_view text) {
   std::string line(text);
   std::replace_if(
@@ -60,7 +60,7 @@ std::string joined(std::initializer_list<std::string_view> parts) {
   return text;
 }
 
-// With blanks up to a width; a longer text stays whole.
+// Pads a text with blanks to a width; a longer text is unchanged.
 std::string padded(std::string text, std::size_t width) {
   if (text.size() < width) text.append(width - text.size(), ' ');
   return text;
@@ -93,7 +93,7 @@ void for_each_field(const CRtTable &table, Visit visit) {
 }
 
 std::string name_of(CRtDataBase &database) {
-  // The name is the first member of the descriptor in force, and may run on in it.
+  // The name is the first member of the descriptor; without a terminator it extends into the next members.
   return one_line(text_in({as_bytes(database.GetDBName()), sizeof(_db_attr)}));
 }
 

@@ -9,7 +9,7 @@
 
 namespace quillanest {
 
-// The header of one database, with line ends CR LF. Of a database that is not mapped it has no tables.
+// The header of one database, with line ends CR LF. It lists no tables if the database is not mapped.
 [[nodiscard]] std::string include_file_text(CRtDataBase &database);
 
 }  // namespace quillanest

@@ -21,22 +21,22 @@ using quillanest::text_at;
 
 namespace {
 
-// The result of a load or save, false if the system lacks memory or another resource. Beyond the limit of a file's size
-// a store fails as on a full disk.
+// The result of a load or save, false if the system lacks memory or another resource. A store that reaches the limit on
+// file sizes fails as on a full disk.
 template <class Work>
 bool guarded(Work work) {
   const quillanest::FileSizeSignalBlock block;
   return quillanest::neutral_on_failure(false, work);
 }
 
-// work(store) with the store that a configuration file selects. The members of the manager go by their own file, those
-// of databases and tables by the image's: the two differ if another manager has built the image.
+// Returns work(store) with the store that a configuration file selects. Members of the manager use its own file, those
+// of databases and tables use the image's: the two differ if another manager has built the image.
 template <class Work>
 bool in_store(CRtdbManager &manager, std::string_view configuration_file, Work work) {
   return guarded([&] { return work(*open_store(manager, configured_store(configuration_file))); });
 }
 
-// work(database, table) with the table mapped for the time of the call.
+// Returns work(database, table), with the database mapped during the call. False if there is no such table.
 template <class Work>
 bool with_table(CRtdbManager &manager, unsigned int database_id, unsigned int table_id, Work work) {
   CRtDataBase database;

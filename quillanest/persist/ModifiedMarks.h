@@ -13,7 +13,7 @@ namespace quillanest {
 
 class ModifiedMarks {
  public:
-  // `field`: the descriptor of "bModified", null for a table without it; then nothing is remembered or cleared.
+  // `field`: the descriptor of "bModified". Null for a table without this field; then all members do nothing.
   ModifiedMarks(const TableView &view, const _field_attr *field) : view_(view), field_(field) {}
 
   void remember(std::int32_t position) {
@@ -27,7 +27,7 @@ class ModifiedMarks {
     if (field_ != nullptr) set_version_value(view_, record, *field_, 0);
   }
 
-  // Records may have moved since; each is looked for by its key.
+  // Sets the remembered marks again. A record may have moved or gone since then, so its key is looked up.
   void restore() const {
     for (const Mark &mark : marks_) {
       const KeyPlace place = find_key_near(view_, mark.key, mark.position);

@@ -7,7 +7,7 @@ namespace {
 
 bool is_cut(const TableView &view, std::byte *record, const _field_attr &field, const PasswordCipher &cipher) {
   const std::string_view text = text_in(view.value(record, field));
-  // A text that leaves room for its terminator and one more was not cut.
+  // A text that leaves room for its terminator and one more character was not cut.
   return static_cast<std::int64_t>(text.size()) + 1 >= read_once(field.FieldSize) && cipher.is_foreign(text);
 }
 

@@ -17,7 +17,7 @@ using quillanest::VersionFields;
 
 namespace {
 
-// The project that a record outside the image carries.
+// The project number of a record, which may be outside the image.
 std::int32_t project_of(std::span<const std::byte> record, const _field_attr &field) {
   const std::int32_t offset = quillanest::read_once(field.FieldOffset);
   const bool inside = offset >= 0 && static_cast<std::size_t>(offset) < record.size();

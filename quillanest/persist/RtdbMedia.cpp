@@ -13,8 +13,8 @@
 namespace quillanest {
 namespace {
 
-// Whether a text between quotes ends where they do: its own quotes come in pairs. `escapes`: a backslash takes the next
-// character with it.
+// Whether a text between quotes ends at the closing one, which it does if its own quotes come in pairs. `escapes`: a
+// backslash escapes the next character.
 bool has_pairs_of_quotes(std::string_view text, bool escapes) {
   for (std::size_t i = 0; i < text.size(); i += 2) {
     i = text.find_first_of(escapes ? "'\\" : "'", i);
@@ -34,7 +34,7 @@ bool is_changed(const TableView &view, std::byte *record, const _field_attr &mod
 
 }  // namespace
 
-// A table on its way into the store.
+// A table that is being saved.
 struct CRtdbMedia::Source {
   TableView view;
   std::string store_table;
@@ -45,7 +45,7 @@ struct CRtdbMedia::Source {
 // A statement that inserts a record.
 struct CRtdbMedia::Insert {
   Statement statement;
-  bool is_whole = true;  // every value ends where it should
+  bool is_whole = true;  // no value ends early or runs on into the next one
 };
 
 bool CRtdbMedia::has_changes(const Source &source) {
@@ -61,7 +61,7 @@ FieldList fields_of(const TableView &view) {
   return {fields.begin(), fields.end()};
 }
 
-// Every open database must read the text to its end and not further, each in its own way.
+// Whether every open database, by its own rules, reads a quoted text to its end and not further.
 bool CRtdbMedia::stays_in_quotes(std::string_view text) {
   if (text.find('\\') == std::string_view::npos) return has_pairs_of_quotes(text, false);
   const CDbConnection::Backslashes found = connection_.backslashes();
@@ -106,7 +106,7 @@ void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::spa
     insert.statement.text += text.empty() ? dialect.empty_text : std::string_view(text);
     insert.statement.text += '\'';
   } else if (field.FieldType != kTime) {
-    // A text other than a digit would be no value, or would begin something else.
+    // Any text but a digit is not a value, and might start another token.
     const bool is_character = field.FieldType == kChar || field.FieldType == kUchar;
     insert.is_whole = insert.is_whole && (!is_character || is_digit(text));
     insert.statement.text += text;
@@ -143,8 +143,8 @@ void CRtdbMedia::insert_record(const Source &source, std::int32_t position, Modi
   marks.remember(position);
   marks.clear(record);
   const std::span<std::byte> bytes = view.segment.subspan(static_cast<std::size_t>(record - view.segment.data()));
-  // By design [RejectedInsertIgnored]: a row that the store does not take is missing there, and the save goes on. A
-  // broken statement is not even sent, because what a store makes of it may concern other rows.
+  // By design [RejectedInsertIgnored]: a row that the store rejects is missing there, and the save goes on. A broken
+  // statement is not even sent, because a store might read something else in it that changes other rows.
   const Insert insert = insert_statement(source.store_table, bytes, source.fields);
   if (insert.is_whole) connection_.run_deferred(insert.statement);
 }
@@ -152,7 +152,7 @@ void CRtdbMedia::insert_record(const Source &source, std::int32_t position, Modi
 bool CRtdbMedia::save_all_rows(const Source &source, ModifiedMarks &marks) {
   std::string statement = "DELETE FROM " + source.store_table;
   if (source.versions.project != nullptr) statement += " WHERE iProjectID = 0";
-  // The count of rows may be a negative number in 16 bits; only an error ends the save.
+  // Not Execute: its 16-bit count can be negative without an error, and only an error ends the save.
   if (!connection_.run(statement.c_str(), TARGET_BOTH)) return false;
   const std::int32_t count = source.view.count();
   for (std::int32_t i = 0; i < count; ++i) insert_record(source, i, marks);
@@ -173,8 +173,8 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
   return true;
 }
 
-// Runs save(marks) in a transaction. What it has run is kept, also if it ends early; if that fails, the store has the
-// former rows and the records are marked as before.
+// Runs save(marks) in a transaction. Its changes are kept, also if it ends early; if they cannot be kept, the store has
+// the former rows and the records are marked as before.
 template <class Save>
 bool CRtdbMedia::keep(const Source &source, Save save) {
   if (!connection_.begin_transaction()) return false;
@@ -213,7 +213,7 @@ bool CRtdbMedia::SaveDataBase(CRtDataBase &database, int project) {
   return TableStore::SaveDataBase(database, project);
 }
 
-// The next database may lie in another file.
+// The next database may be in another file.
 void CRtdbMedia::leave_database() { (void)connection_.Close(); }
 
 }  // namespace quillanest

@@ -4,9 +4,9 @@
 // table is saved in one transaction per slot, so a save that is interrupted leaves the former rows. Loads replace the
 // table's records by the base rows and merge the rows of a project over them. docs/relational-store.md has the columns,
 // the value forms and the statements.
-// It closes its connections at the end. No operation takes the database's mutex, except for the insertion of records
-// that a project adds. Errors: a FLOAT or DOUBLE column, or the ID of a project row, that does not convert raises
-// _com_error out of a load.
+// The destructor closes the connections. No operation takes the database's mutex, except for the insertion of records
+// that a project adds. Errors: a load raises _com_error if a FLOAT or DOUBLE column, or the ID of a project row, does
+// not convert.
 #pragma once
 
 #include <cstddef>
@@ -24,8 +24,8 @@ namespace quillanest {
 
 class ModifiedMarks;
 
-// Descriptors of a table's fields as they were when a load or save began. What another thread writes over the
-// descriptors in the image later does not reach it.
+// The descriptors of a table's fields, copied when a load or save begins: what other threads then write to the
+// descriptors in the image does not change them.
 using FieldList = std::vector<_field_attr>;
 [[nodiscard]] FieldList fields_of(const TableView &view);
 
@@ -35,8 +35,8 @@ class CRtdbMedia final : public TableStore {
 
   // By design [ClosedStoreSaves]: a save with no slot open runs its statements nowhere, clears the marks of the records
   // that it would have written, and is true.
-  // False if the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept. With
-  // changes that could not be kept the store has the former rows and the records are marked modified again.
+  // False if the table has no descriptors in the image, a DELETE is rejected, or the changes could not be kept. If they
+  // could not be kept, the store has the former rows and the records are marked modified again.
   // By design [RejectedDeleteEnds]: a rejected DELETE ends the save, and each database keeps what it has run by then:
   // the records before it, and a DELETE that only the backup rejected. A project save without modified records sends
   // nothing and is true.
@@ -49,21 +49,21 @@ class CRtdbMedia final : public TableStore {
   // False if a table failed or the directory is empty.
   bool LoadAllCustomized(int project) override;
 
-  // Applies the rows of a query by key: known records are overwritten but for their passwords, others inserted. False
-  // if the query fails.
+  // Applies the rows of a query by key: existing records are overwritten except for their passwords, others are
+  // inserted. False if the query fails.
   bool MergeProjectRows(CRtTable &table, const char *query);
 
-  // Inserts one record; `record` is the bytes it lies in, from its first one on. True if the store reports exactly
-  // one row. Empty times of the record are stamped with the present.
+  // Inserts one record, which starts at the first byte of `record`. True if the store reports exactly one row. Empty
+  // times of the record are set to the current time.
   bool InsertRecord(const std::string &store_table, std::span<std::byte> record, const FieldList &fields);
 
   // Deletes the rows that a condition selects. False if a slot rejects the statement.
   bool DeleteRows(const std::string &store_table, const std::string &condition);
 
-  // Opens the slots for a database, as every operation on one does first, and returns the mask of open slots.
+  // Opens the slots for a database, as every operation on a database does first, and returns the mask of open slots.
   int open_for(CRtDataBase &database, bool first_only);
 
-  // The slots, closed until an operation has opened them.
+  // The slots; an operation opens them.
   [[nodiscard]] const CDbConnection &connection() const noexcept { return connection_; }
 
  private:

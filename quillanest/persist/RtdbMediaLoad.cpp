@@ -15,7 +15,7 @@
 namespace quillanest {
 namespace {
 
-// A text as far as the field holds it, terminator included.
+// Stores as much of a text as the field holds with a terminator.
 void store_text(const _field_attr &field, std::span<std::byte> value, std::string_view text) {
   const auto size = static_cast<std::size_t>(std::max(field.FieldSize, 0));
   const std::span<std::byte> room = value.first(std::min(value.size(), size));
@@ -48,7 +48,7 @@ void store_value(const _field_attr &field, std::span<std::byte> value, const Var
   }
 }
 
-// A table's fields and the columns of a row set that carry their names.
+// A table's fields, each with the column of a row set that has its name.
 class ColumnMap {
  public:
   ColumnMap(const TableView &view, const RowSet &rows) : rows_(rows) {
@@ -77,7 +77,7 @@ std::string select_base(const std::string &store_table, const VersionFields &fie
   return query + " ORDER BY ID";
 }
 
-// The record that a project row changes: the one with its key, else a new one; null if the table takes no more.
+// The record that a project row changes: the one with its key, else a new one; null if the table is full.
 std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant &id) {
   const std::uint32_t key = to_int32(id);
   // Key 0 names no record; a row that has it gets the next key.
@@ -85,7 +85,7 @@ std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant
   return view.at(place.found ? place.position : table.Insert(key, 0, 0));
 }
 
-// Applies one row of a project. The record is known once the column "ID" has been met, which is the first one.
+// Applies one row of a project. The field "ID", which is the first one, selects the record.
 void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std::size_t row,
                const PasswordCipher &cipher) {
   std::byte *record = nullptr;
@@ -125,7 +125,7 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   if (!view) return false;
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
-  // One row more than the table takes shows that there are too many.
+  // One row more than the table holds shows that there are too many.
   const std::int32_t capacity = view.capacity();
   const std::size_t most_rows = static_cast<std::size_t>(capacity) + 1;
   if (!connection_.OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) return false;
@@ -137,7 +137,7 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   if (fields.project != nullptr && project > 0) {
     const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
-    // By design [MergeFailureIgnored]: without the project's rows the load is that of the base rows, and true.
+    // By design [MergeFailureIgnored]: if the project's rows cannot be read, the load has the base rows and succeeds.
     (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
   }
   return count == found;

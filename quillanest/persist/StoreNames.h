@@ -17,7 +17,7 @@ inline std::string configuration_file_of(CRtdbManager &manager) {
 }
 inline std::string data_path_of(CRtdbManager &manager) { return std::string(text_at(manager.GetDataPath())); }
 
-// A text of the database's descriptor in force: the segment's if mapped.
+// A text of the database's descriptor: the segment's if the database is mapped, else the object's own.
 inline std::string database_text(CRtDataBase &database, std::size_t offset) {
   const auto *mapped = attr_at<_db_attr>(DatabaseView::segment(database), 0);
   if (mapped != nullptr) return std::string(block_text(*mapped, offset));

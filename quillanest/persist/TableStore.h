@@ -1,13 +1,14 @@
-// Where tables outlive a run: text files or a relational store.
+// The stores that keep tables from run to run: text files or a relational store.
 //
 //     const std::unique_ptr<TableStore> store = open_store(manager, configured_store(configuration_file));
 //     const bool saved = store->SaveTable(database, table, 0);
 //
-// A further store is a class that is a TableStore, and a row of the table in TableStore.cpp.
+// To add a store, derive a class from TableStore and add a row to the table in TableStore.cpp.
 // Lifetime: a store is opened for one published call and reads the configuration in its constructor; the manager must
 // outlive it. Threads: one object belongs to one thread.
-// Errors: false, and where a resource of the system is short std::bad_alloc, std::system_error and the like, which the
-// published operations turn into false. _com_error leaves a load of the relational store.
+// Errors: operations return false. If memory or another resource of the system is short, they may raise std::bad_alloc,
+// std::system_error and the like, which the published operations turn into false. A load from the relational store may
+// raise _com_error.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +39,7 @@ class TableStore {
   bool SaveAll(int project);
   // The system database, through the manager's own mapping.
   bool LoadSystem();
-  // Every database but the system database. What a failed table does to the result, and when the store is connected,
+  // Every database but the system database. Whether a failed table changes the result, and when the store is connected,
   // differs between the stores.
   virtual bool LoadAllCustomized(int project) = 0;
 

@@ -6,15 +6,14 @@
 
 namespace quillanest {
 
-// Whether a table's slot was filled by a line of the schema. An empty slot holds no records and has no place in a
-// store.
+// Whether a line of the schema filled the table's slot. An empty slot holds no records and is not stored.
 inline bool is_filled(CRtTable &table) {
   const _table_attr &attr = *table.GetTableInfo();
   return attr.IndexInDB >= 0 || attr.TableID != kNoID;
 }
 
-// Calls work(table) for every filled table in slot order and combines the results by "and", without stopping at a
-// failure. A table for which the system lacks memory or another resource has failed.
+// Calls work(table) for every filled table in slot order and combines the results by "and"; a failure does not end the
+// walk. A table for which the system lacks memory or another resource has failed.
 template <class Work>
 bool for_each_filled_table(CRtDataBase &database, Work work) {
   bool result = true;
@@ -27,7 +26,8 @@ bool for_each_filled_table(CRtDataBase &database, Work work) {
   return result;
 }
 
-// Calls work(database) for every database of the directory, delivered unmapped. False if there is none.
+// Calls work(database) for every database of the directory; each is unmapped when work begins. False if the directory
+// is empty.
 template <class Work>
 bool for_each_database(CRtdbManager &manager, Work work) {
   int position = -1;

@@ -6,8 +6,8 @@
 //     report(error.what());              // a column value does not convert to its field's type
 //   }
 //
-// It is the only exception that leaves the library: a column value that does not convert, met while a table is loaded
-// from a relational store, is thrown to the caller of the load. Nothing else throws it at clients.
+// It is the only exception that leaves the library: a load from a relational store, at start-up too, throws it if a
+// column value does not convert to its field's type. No other operation throws it.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@
 
 class QUILLANEST_API _com_error : public std::exception {
  public:
-  // `code` is a negative result code, `description` a text for people; it never holds a password.
+  // `code` is a negative result code, `description` a text for users; it never holds a password.
   explicit _com_error(std::int32_t code, std::string description = {});
   _com_error(const _com_error &) = default;
   _com_error &operator=(const _com_error &) = default;

@@ -1,7 +1,7 @@
-// One connection to a relational store, whichever engine serves it.
+// One connection to a relational store, the same for every engine.
 //
 // The connection string is a provider's: "Provider=...;User ID=...;Password=...;Data Source=...", or an ODBC one with
-// "Driver=...". Engines: SQLite's own for files, ODBC for servers.
+// "Driver=...". Engines: SQLite's own interface for files, ODBC for servers.
 // Errors are raised as _com_error, whose text never holds the connection string.
 // Threads: one object belongs to one thread.
 #pragma once
@@ -43,17 +43,18 @@ class Connection {
     }
   }
 
-  // Runs a query and fetches its rows, at most `most_rows` of them: a view of the store may have rows without end.
+  // Runs a query and fetches its rows, at most `most_rows` of them: an SQL view may have rows without end.
   [[nodiscard]] virtual RowSet query(const std::string &statement, std::size_t most_rows) = 0;
 
-  // Whether the store was found locked by another process and has been waited for; until a statement succeeds, the next
-  // ones fail at once while it is.
+  // Whether the store was found locked by another process and has been waited for. Until a statement succeeds, a
+  // statement on the locked store fails at once.
   [[nodiscard]] virtual bool is_locked() const noexcept { return false; }
 
-  // Between begin() and commit() nothing is seen by others, and nothing survives the end of the program or the server.
+  // Between begin() and commit() no other connection sees a change, and the end of the program or of the server undoes
+  // all changes.
   virtual void begin() = 0;
   virtual void commit() = 0;
-  // Never raises.
+  // Undoes the changes since begin(); does nothing without a transaction.
   virtual void rollback() noexcept = 0;
 
  protected:

@@ -70,7 +70,7 @@ constexpr std::array kDialects{
         .server_key = "Server",
         .default_port = "5432",
         .catalogue_key = "dbname",
-        // They end the wait for a server that the network has lost, after some 30 seconds.
+        // These end the wait for a server that the network has lost after some 30 seconds.
         .libpq = "tcp_user_timeout=30000 keepalives_idle=15 keepalives_interval=5",
         .server = "PostgreSQL",
         .undo = Undo::kBySavepoint,

@@ -1,6 +1,6 @@
-// The database types: a row for each with all that differs between them.
+// The database types: one row for each, with everything that differs between them.
 //
-// A further type is a row of the table in Dialects.cpp. All functions may run on any thread.
+// To add a type, add a row to the table in Dialects.cpp. All functions may run on any thread.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ struct Dialect {
   // The provider's connection string.
   std::string_view provider = {};        // the start of its name
   std::string_view provider_words = {};  // what its string starts with
-  std::string_view catalogue_word = {};  // its key for the database; empty: it has none
+  std::string_view catalogue_word = {};  // its key for the database; empty: it has no such key
 
   // The ODBC connection string that it becomes.
   std::string_view driver = {};   // a file, which needs no registration, or the name it is registered under
@@ -45,18 +45,18 @@ struct Dialect {
   // Statements.
   std::string_view date_start = "'";
   std::string_view date_end = "'";
-  std::string_view empty_text = {};  // what is written for one
-  std::string_view server = {};      // a part of the name that the server gives itself; empty: not served by ODBC
+  std::string_view empty_text = {};  // what is written for an empty text
+  std::string_view server = {};      // a part of the name that the server reports; empty: `undo` is the default
   Undo undo = Undo::kByServer;
 };
 
-// The row of a type; for any other number the row of no type, with the forms of standard SQL.
+// The row of a type. For any other number a row without an engine, with the forms of standard SQL.
 [[nodiscard]] const Dialect &dialect_of_type(int type) noexcept;
 
-// The row of a provider, whose name may go on with a version; null if there is no such provider.
+// The row of a provider, whose name may end with a version; null if there is no such provider.
 [[nodiscard]] const Dialect *dialect_of_provider(std::string_view name) noexcept;
 
-// How the server of that name treats a statement that fails.
+// How a statement is undone that fails on the server of that name; kByServer for an unknown name.
 [[nodiscard]] Undo undo_of_server(std::string_view name) noexcept;
 
 }  // namespace quillanest

@@ -9,14 +9,15 @@
 
 namespace quillanest {
 
-// The time that a statement has in a file of SQLite.
+// How long a statement may run in an SQLite file.
 inline constexpr std::chrono::milliseconds kStatementLimit{30'000};
 
-// A file of SQLite, which must exist. One that another process has locked opens too, and refuses statements.
+// Opens an SQLite file. Raises _com_error if there is no such file or it is not a database that can be written. A file
+// that another process has locked opens, and its statements fail.
 [[nodiscard]] std::unique_ptr<Connection> open_sqlite(const std::string &path,
                                                       std::chrono::milliseconds limit = kStatementLimit);
 
-// An ODBC source.
+// Connects to an ODBC source. Raises _com_error if it cannot be reached or refuses.
 [[nodiscard]] std::unique_ptr<Connection> open_odbc(const std::string &connection_string);
 
 }  // namespace quillanest

@@ -30,7 +30,7 @@ constexpr std::size_t kMessagesPerSavepoint = 4;
 OdbcHandle make_statement(const OdbcLink &link) {
   OdbcHandle statement(OdbcHandle::Kind::kStatement, link.connection);
   if (!statement) link.connection.raise();
-  // A statement that waits for a lock fails in the end: the server keeps this time.
+  // Ends the wait for a lock: the server keeps this time limit.
   SQLSetStmtAttr(statement.get(), SQL_ATTR_QUERY_TIMEOUT, odbc_attribute(kStatementSeconds), 0);
   return statement;
 }
@@ -124,7 +124,7 @@ class OdbcConnection : public Connection {
       (void)worker_->run([](const OdbcLink &link) {
         // A conflict between transactions may show only here.
         if (!end_transaction(link, SQL_COMMIT)) link.connection.raise();
-        return set_autocommit(link, SQL_AUTOCOMMIT_ON);  // the rows are in the store by now: no failure of the commit
+        return set_autocommit(link, SQL_AUTOCOMMIT_ON);  // the rows are stored by now, so its failure is ignored
       });
     } catch (const _com_error &) {
       rollback();
@@ -140,8 +140,8 @@ class OdbcConnection : public Connection {
     try {
       (void)worker_->run(undo_transaction);
     } catch (const std::exception &) {
-      // The end of the connection undoes it. What came before that end would be kept together with it: psqlodbc 13.02
-      // commits what is open when autocommit is switched on.
+      // Must not raise. The end of the connection undoes the transaction; until then nothing more may be run, because
+      // psqlodbc 13.02 commits an open transaction if autocommit is switched on.
       worker_->refuse();
     }
   }
@@ -161,7 +161,7 @@ class OdbcConnection : public Connection {
     }
   }
 
-  // Sends the statements that wait, in one message; when one of them fails, all of them once more, one by one.
+  // Sends the pending statements in one message. If one of them fails, all of them are sent again, one by one.
   void flush() {
     const std::vector<std::string> statements = std::exchange(pending_, {});
     if (statements.size() > 1 && !lost_) {
@@ -187,13 +187,13 @@ class OdbcConnection : public Connection {
     return worker_->run([text](const OdbcLink &link) { return run_statement(link, text); });
   }
 
-  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint in front
-  // of the statement and in one message with it, fails when the statement does not parse: psqlodbc 13.02 then undoes
-  // the whole transaction and goes on in a new one.
+  // PostgreSQL refuses everything after a failure inside a transaction. The driver's own remedy, a savepoint before the
+  // statement and in one message with it, fails if the statement does not parse: psqlodbc 13.02 then undoes the whole
+  // transaction and goes on in a new one.
   [[nodiscard]] bool needs_savepoints() const { return undo_ == Undo::kBySavepoint; }
 
   // A savepoint for every statement would cost the server more than most statements do. So there is one for some
-  // hundred, and after a failure those of them that were kept run once more.
+  // hundred statements, and after a failure those that had succeeded since the savepoint run again.
   void prepare_undo() {
     if (has_savepoint_ && kept_.size() < kMessagesPerSavepoint) return;
     run(has_savepoint_ ? "RELEASE SAVEPOINT quillanest;SAVEPOINT quillanest" : "SAVEPOINT quillanest");
@@ -208,8 +208,9 @@ class OdbcConnection : public Connection {
     kept_.clear();
   }
 
-  // Back to before the statement that failed. False if the server has undone the transaction instead: what followed
-  // would be kept without what came before it.
+  // Undoes the statement that failed. False if the server has undone the whole transaction instead: later statements
+  // would be kept without the earlier ones. A failure of any kind, out of memory too, counts as false, so that the
+  // caller always knows whether the transaction is lost.
   bool undo_statement() noexcept {
     try {
       switch (undo_) {
@@ -233,9 +234,9 @@ class OdbcConnection : public Connection {
   Undo undo_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
-  std::vector<std::string> pending_;  // statements without a waiting caller
+  std::vector<std::string> pending_;  // deferred statements that are not sent yet
   std::vector<std::string> kept_;     // statements that the server has run since the savepoint
-  bool lost_ = false;                 // the transaction is not what begin() began any more
+  bool lost_ = false;                 // the server has undone the transaction
 };
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace quillanest {
 // The result code of a statement that failed.
 inline constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
-// The moment of the last call of a driver: from then on it is silent.
+// The time of the last call of a driver.
 class OdbcPulse {
  public:
   using Clock = std::chrono::steady_clock;
@@ -30,8 +30,8 @@ class OdbcHandle {
  public:
   enum class Kind : short { kEnvironment = 1, kConnection = 2, kStatement = 3 };
 
-  OdbcHandle() = default;  // none
-  // None if the driver manager refuses. The parent of an environment is none, and its pulse is the parent's.
+  OdbcHandle() = default;  // empty
+  // Empty if the driver manager refuses. The parent of an environment is an empty handle. The pulse is the parent's.
   OdbcHandle(Kind kind, const OdbcHandle &parent);
   OdbcHandle(OdbcHandle &&other) noexcept;
   OdbcHandle &operator=(OdbcHandle &&other) noexcept;
@@ -39,7 +39,7 @@ class OdbcHandle {
   OdbcHandle &operator=(const OdbcHandle &) = delete;
   ~OdbcHandle();
 
-  // The handle for a call, whose moment the pulse notes.
+  // The handle, for one call; the pulse notes the time.
   [[nodiscard]] void *get() const noexcept;
   explicit operator bool() const noexcept { return handle_ != nullptr; }
 
@@ -57,7 +57,7 @@ class OdbcHandle {
   OdbcPulse *pulse_ = nullptr;
 };
 
-// Whether a result says success, with or without a remark.
+// Whether a result reports success, with or without a remark.
 [[nodiscard]] constexpr bool succeeded(short result) noexcept { return result == 0 || result == 1; }
 
 // A text as ODBC takes it: its declarations lack const.

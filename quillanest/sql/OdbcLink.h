@@ -7,7 +7,7 @@
 
 namespace quillanest {
 
-// An environment and a connection in it that is connected or not. It disconnects with its object.
+// An environment and a connection in it. The destructor disconnects.
 // Threads: one object belongs to one thread at a time.
 struct OdbcLink {
   OdbcHandle environment;
@@ -19,8 +19,8 @@ struct OdbcLink {
   OdbcLink &operator=(const OdbcLink &) = delete;
   ~OdbcLink();
 
-  // Connects with a connection string, once. False if the server refuses or is not there, at the latest when the
-  // driver is tired of waiting, which may be never.
+  // Connects with a connection string; may be called once. False if the server refuses or cannot be reached. Some
+  // drivers wait for a silent server without end.
   [[nodiscard]] bool connect(const std::string &connection_string);
 };
 

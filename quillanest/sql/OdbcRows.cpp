@@ -103,7 +103,7 @@ class RowReader {
     return stamp ? Variant(date_of(*stamp)) : Variant();
   }
 
-  // A text comes in as many parts as the buffer makes of it.
+  // A text that is longer than the buffer comes in parts.
   Variant text(SQLUSMALLINT number, bool decimal) {
     std::size_t size = 0;
     for (;;) {
@@ -138,7 +138,7 @@ class BlockReader {
   BlockReader &operator=(const BlockReader &) = delete;
   ~BlockReader() { SQLFreeStmt(statement_.get(), SQL_UNBIND); }
 
-  // Adds all rows. False, with rows read or not, when the values have to be read one by one.
+  // Adds all rows. False, perhaps with some rows added, if the values must be read one by one.
   bool read_into(RowSet &rows, const std::vector<Column> &columns, std::size_t most_rows) {
     if (!bind(columns)) return false;
     SQLRETURN result = SQLFetch(statement_.get());

@@ -11,8 +11,9 @@
 
 namespace quillanest {
 
-// Fetches many rows at a time. Nothing if a value is too long for that, if the driver does not do it, and if a
-// fetch fails: some rows are fetched then, and the query has to be run again and read one by one, which shows why.
+// Fetches many rows at a time. Nothing if a value is too long for that, if the driver cannot do it, or if a fetch
+// fails. Some rows may be fetched by then, so the query must be run again and its rows read one by one, which reports
+// the reason of a failure.
 [[nodiscard]] std::optional<RowSet> read_rows_in_blocks(const OdbcHandle &statement, std::size_t most_rows);
 
 // Fetches value by value, of any length. Raises _com_error if a fetch fails.

@@ -12,7 +12,7 @@ namespace {
 constexpr int kMostHanging = 3;
 constexpr std::chrono::seconds kPause{60};
 
-// Made while the library is loaded: a fork in the middle of the making would leave the child a table for ever unmade.
+// Made while the library is loaded: a child that was forked while another thread makes it would never have one.
 [[maybe_unused]] const bool g_made = neutral_on_failure(false, [] {
   (void)OdbcSources::instance();
   return true;

@@ -2,7 +2,7 @@
 //
 // A source is known by a digest of its connection string, so that no password stays in memory. The table lasts as long
 // as the process. A child of fork() starts without hanging calls, because the threads that hang are its parent's.
-// Threads: any.
+// Threads: all members may run on any thread.
 #pragma once
 
 #include <chrono>
@@ -27,10 +27,10 @@ class OdbcSources {
   // Counts a call that its caller has given up, until it comes back. Raises std::bad_alloc.
   void hangs(Source source);
   void came_back(Source source) noexcept;
-  // The source has taken a connection: calls that still hang hold no other attempt up.
+  // The source has accepted a connection: calls that still hang no longer hold up other attempts.
   void answered(Source source) noexcept;
 
-  // Has psqlodbc take texts for UTF-8, unless the user has named another encoding.
+  // Makes psqlodbc read texts as UTF-8, unless the user has chosen another encoding.
   void settle_text_encoding() noexcept;
 
  private:

@@ -12,8 +12,8 @@
 namespace quillanest {
 namespace {
 
-constexpr std::chrono::milliseconds kConnectPatience{2100};  // of a whole attempt; the driver's own is 2 seconds
-// Of one call. Longer than a statement has, so that the server's own refusal comes first.
+constexpr std::chrono::milliseconds kConnectPatience{2100};  // of a whole attempt; the driver has 2 seconds
+// Of one call. Longer than the time limit of a statement, so that the server refuses first.
 constexpr std::chrono::milliseconds kCallPatience{35'000};
 std::atomic<std::chrono::milliseconds> g_call_patience{kCallPatience};
 
@@ -52,7 +52,7 @@ struct OdbcWorker::Shared {
   bool is_counted = false;  // among the source's hanging calls
 };
 
-// Makes one call; its error, if it raised one.
+// Makes one call and returns the error that it raised, null if none.
 std::exception_ptr OdbcWorker::make(const Call &call, OdbcLink &link, OdbcPulse &pulse) noexcept {
   try {
     call(link);
@@ -63,7 +63,7 @@ std::exception_ptr OdbcWorker::make(const Call &call, OdbcLink &link, OdbcPulse 
   }
 }
 
-// Makes calls until the connection ends, or a call was given up.
+// Makes calls until the connection ends or a call is given up.
 void OdbcWorker::make_calls(Shared &shared, std::unique_lock<std::mutex> &lock, OdbcLink &link) noexcept {
   using Phase = Shared::Phase;
   for (;;) {
@@ -143,7 +143,7 @@ void OdbcWorker::perform(Call call, std::chrono::milliseconds patience) {
   if (shared_->error) std::rethrow_exception(std::exchange(shared_->error, nullptr));
 }
 
-// With the mutex held.
+// The mutex must be held.
 void OdbcWorker::give_up() noexcept {
   refuses_ = true;
   shared_->phase = Shared::Phase::kGivenUp;
@@ -152,7 +152,7 @@ void OdbcWorker::give_up() noexcept {
     OdbcSources::instance().hangs(shared_->source);
     shared_->is_counted = true;
   } catch (const std::exception &) {
-    // Not counted: there is no memory for it.
+    // Not counted, because memory is short. Destructors give up too, so this must not raise.
   }
 }
 

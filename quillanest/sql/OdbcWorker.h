@@ -1,9 +1,9 @@
-// The thread that calls the driver of one connection, and its caller's patience with it.
+// The thread that calls the driver of one connection, with a time limit for every call.
 //
 // Drivers promise little about time: FreeTDS 1.3 ignores the login time-out with protocol 5.0, and the statement
 // time-out of psqlodbc 13.02 is kept by the server, which may be silent. So every call of a driver is made by a thread
-// of the connection's own. A call that is not back in time is given up: the thread cleans up by itself should the
-// driver ever let it, and while a few of them hang, the source is tried once a minute only.
+// of the connection's own. A call that does not return in time is given up: its thread cleans up by itself if the call
+// ever returns, and while a few calls of a source hang, the source is tried only once a minute.
 #pragma once
 
 #include <chrono>
@@ -22,15 +22,15 @@
 
 namespace quillanest {
 
-// How long one call of a driver may take, in place of 35 seconds, for all connections. For tests.
+// Sets how long one call of a driver may take, 35 seconds by default, for all connections. For tests.
 void set_driver_patience(std::chrono::milliseconds patience) noexcept;
 
 // Lifetime: the connection ends with the object, and so does the thread unless it was given up. Threads: one object
 // belongs to one thread. The thread inside blocks all signals of the program.
 class OdbcWorker {
  public:
-  // Connects. Null if the server refuses or is not there, if it is silent for about two seconds, or if too many
-  // calls of it hang already. Raises std::system_error if no thread can be started, and std::bad_alloc.
+  // Connects. Null if the server refuses or cannot be reached, if it is silent for about two seconds, or if too many
+  // calls of this source hang already. Raises std::system_error if no thread can be started, and std::bad_alloc.
   [[nodiscard]] static std::unique_ptr<OdbcWorker> connect(const std::string &connection_string);
 
   explicit OdbcWorker(std::size_t source);  // not connected
@@ -38,8 +38,9 @@ class OdbcWorker {
   OdbcWorker(const OdbcWorker &) = delete;
   OdbcWorker &operator=(const OdbcWorker &) = delete;
 
-  // Runs task(OdbcLink &) on the thread; returns what it returns and raises what it raises. Raises _com_error if a
-  // call of the driver takes too long, and at once ever after. A task owns what it uses: one that is given up goes on.
+  // Runs task(OdbcLink &) on the thread; returns what it returns and raises what it raises. Raises _com_error if a call
+  // of the driver takes too long; from then on every run() does so at once. A task must own what it uses, because one
+  // that is given up goes on.
   template <class Task>
   auto run(Task task) {
     using Result = std::invoke_result_t<Task &, OdbcLink &>;

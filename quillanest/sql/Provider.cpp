@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 
-// The value of a key in "key=value;key=value", empty if it is not there. Nothing is quoted in such a string.
+// The value of a key in "key=value;key=value", empty without such a key. Nothing is quoted in such a string.
 std::string_view value_of(std::string_view text, std::string_view key) {
   while (!text.empty()) {
     const std::string_view part = text.substr(0, text.find(';'));
@@ -30,8 +30,8 @@ bool contains_ignoring_case(std::string_view text, std::string_view part) {
   return false;
 }
 
-// Appends ";key=value". A value that begins with a brace is put between braces, or it would swallow what follows; all
-// other characters are taken as they are (FreeTDS 1.3, which would keep the last brace of a password).
+// Appends ";key=value". A value that begins with a brace is put between braces, or it would swallow what follows; other
+// values are not, because FreeTDS 1.3 would keep the last brace of a password.
 void append(std::string &text, std::string_view key, std::string_view value) {
   if (value.empty()) return;
   text += ';';
@@ -46,8 +46,8 @@ void append(std::string &text, std::string_view key, std::string_view value) {
   text += '}';
 }
 
-// A value as psqlodbc 13.02 decodes it in "PWD" and "pqopt"; "UID" and "Database" it takes as they are written, and the
-// driver manager misreads a brace in front.
+// A value in the form that psqlodbc 13.02 decodes in "PWD" and "pqopt". It does not decode "UID" and "Database", in
+// which the driver manager misreads a leading brace.
 std::string for_psqlodbc(std::string_view value) {
   constexpr std::string_view kHex = "0123456789ABCDEF";
   std::string text;
@@ -109,7 +109,7 @@ ServerAddress server_address(std::string_view data_source) {
   const std::size_t at = data_source.find_last_of(":,");
   const std::string_view port = at == std::string_view::npos ? std::string_view() : data_source.substr(at + 1);
   const bool is_port = !port.empty() && port.find_first_not_of("0123456789") == std::string_view::npos;
-  // More than one colon before the number is an address of the newer protocol without a port.
+  // A further colon before the number: an IPv6 address without a port.
   const bool is_bare_address =
       is_port && data_source[at] == ':' && data_source.find(':') != at && !data_source.substr(0, at).ends_with(']');
   const bool has_port = is_port && !is_bare_address;
@@ -122,7 +122,7 @@ EngineCall engine_call(std::string_view connection_string) {
   const std::string_view driver = value_of(connection_string, "Driver");
   if (!driver.empty() || !value_of(connection_string, "DSN").empty()) {
     std::string text(connection_string);
-    // Without it this driver undoes a whole transaction for one statement that does not parse (psqlodbc 13.02).
+    // Without this option psqlodbc 13.02 undoes a whole transaction for one statement that does not parse.
     const bool is_psqlodbc = contains_ignoring_case(driver, "psqlodbc") || contains_ignoring_case(driver, "postgresql");
     if (is_psqlodbc && value_of(text, "Protocol").empty()) text += ";Protocol=7.4-0";
     return {EngineKind::kOdbc, std::move(text)};

@@ -8,7 +8,7 @@
 
 namespace quillanest {
 
-// What a connection string asks for. `target` is the file of SQLite or the connection string of ODBC.
+// What a connection string asks for. `target` is the path of an SQLite file or a connection string of ODBC.
 struct EngineCall {
   EngineKind engine = EngineKind::kNone;
   std::string target;

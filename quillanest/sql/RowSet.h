@@ -1,6 +1,7 @@
 // The rows of a query, fetched whole to the client.
 //
-// Lifetime: owns all values; text views in them point into it. Threads: one object belongs to one thread.
+// Lifetime: owns all values; texts among the values that it returns point into it. Threads: one object belongs to one
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +31,7 @@ class RowSet {
   [[nodiscard]] Variant value(std::size_t row, int column) const;
 
  private:
-  // Texts lie one after the other in one block, so a row set of any size costs three allocations that grow.
+  // All texts are in one block, so a row set of any size costs three allocations that grow.
   struct Cell {
     enum class Kind : std::uint8_t { kNull, kBool, kInteger, kNumber, kDate, kText } kind = Kind::kNull;
     std::uint32_t length = 0;

@@ -1,10 +1,10 @@
 // SQLite files through SQLite's own interface.
 //
-// A transaction is kept whole by the file's own journal, rollback or write-ahead, as the file is set up: a program that
-// is killed leaves a file that the next open brings back to its former rows.
+// The file's own journal, rollback or write-ahead as the file is set up, keeps transactions whole: if a program is
+// killed, the next open restores the former rows.
 //
-// What a file holds beside its rows is not trusted: its views and triggers run functions that can do no harm, and no
-// longer than a statement has.
+// The views and triggers of a file are not trusted: they may call harmless functions only, and run no longer than a
+// statement may.
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -20,7 +20,7 @@ namespace quillanest {
 namespace {
 
 constexpr int kBusyMilliseconds = 2000;
-constexpr int kStepsPerLook = 10'000;  // of SQLite's machine, between two looks at the clock; less than a millisecond
+constexpr int kStepsPerLook = 10'000;  // steps of SQLite between two looks at the clock; less than a millisecond
 
 bool is_busy(int code) { return (code & 0xFF) == SQLITE_BUSY; }
 
@@ -50,7 +50,7 @@ bool is_date_column(const char *declared) {
   return type.find("DATE") != std::string::npos || type.find("TIME") != std::string::npos;
 }
 
-// SQLite gives a text or a name without an address when it found no memory for it.
+// For a text or a name that SQLite returns as null because memory is short.
 [[noreturn]] void raise_shortage() { throw _com_error(-SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM)); }
 
 Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
@@ -62,7 +62,7 @@ Variant column_value(sqlite3_stmt *statement, int column, bool is_date) {
     case SQLITE_NULL:
       return {};
     default: {
-      // Texts come in UTF-8, in any file; blobs unchanged.
+      // Texts are delivered in UTF-8 for every encoding of a file; blobs unchanged.
       const bool is_text = sqlite3_column_type(statement, column) == SQLITE_TEXT;
       const void *bytes = is_text ? sqlite3_column_text(statement, column) : sqlite3_column_blob(statement, column);
       if (is_text && bytes == nullptr) raise_shortage();
@@ -83,7 +83,7 @@ class SqliteConnection : public Connection {
     const int result = sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     database_.reset(database);
     if (result != SQLITE_OK) raise(result);
-    // A file that may only be read opens all the same, and would fail the whole save later.
+    // A read-only file opens too, and would fail every save later.
     if (sqlite3_db_readonly(database, "main") != 0) raise(SQLITE_READONLY);
     sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
@@ -93,8 +93,8 @@ class SqliteConnection : public Connection {
   }
 
   std::int64_t execute(const std::string &statement) override {
-    // A full disk, or a trigger that says so, undoes the whole transaction; what followed would be kept without what
-    // came before it.
+    // A full disk, or a trigger that rolls back, undoes the whole transaction; later statements would be kept without
+    // the earlier ones.
     if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
     const int before = sqlite3_total_changes(database_.get());
     run(with_quoted_dates(statement));
@@ -150,7 +150,7 @@ class SqliteConnection : public Connection {
     throw _com_error(-code, text);
   }
 
-  // The beginning of a transaction is not a success yet: a reader of the file shows up at its end.
+  // The beginning of a transaction is not a success yet: another reader of the file makes only its end fail.
   void note_success() noexcept {
     if (!locked_ || sqlite3_get_autocommit(database_.get()) == 0) return;
     locked_ = false;
@@ -162,7 +162,7 @@ class SqliteConnection : public Connection {
     return std::chrono::steady_clock::now() > self.deadline_ ? 1 : 0;
   }
 
-  // Reads the file, which shows whether it is a database. One that is locked at the moment counts as one.
+  // Reads the file, which shows whether it is a database. A file that is locked at the moment counts as a database.
   void look_at_file() {
     try {
       run("PRAGMA schema_version");

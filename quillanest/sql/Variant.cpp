@@ -29,7 +29,7 @@ std::string_view without_plus(std::string_view text) {
   return text.starts_with("+-") ? std::string_view() : text.substr(1);
 }
 
-// The number that a text is as a whole; infinite if it is too large. The words "nan" and "inf" are not accepted.
+// The number that the whole text is; infinite if it is too large. The words "nan" and "inf" are not accepted.
 std::optional<double> number_of(std::string_view text) {
   text = without_plus(trimmed(text, kBlanks));
   const std::size_t first = text.starts_with('-') ? 1 : 0;
@@ -68,7 +68,7 @@ int days_in(int year, int month) {
   return month == 2 && is_leap(year) ? 29 : kDays[static_cast<std::size_t>(month - 1)];
 }
 
-// Days since the first of March of the year 0 in the calendar carried backwards.
+// Days since the first of March of the year 0, with today's calendar extended to the past.
 std::int64_t day_number(int year, int month, int day) {
   const std::int64_t y = month > 2 ? year : year - 1;
   const std::int64_t m = month > 2 ? month - 3 : month + 9;
@@ -106,9 +106,9 @@ double serial_of(const SYSTEMTIME &date) {
 
 SYSTEMTIME date_of_serial(double serial) {
   constexpr double kBeforeFirst = -657435;  // the last day of the year 99
-  constexpr double kBehindLast = 2958466;   // the first day of the year 10000
+  constexpr double kAfterLast = 2958466;    // the first day of the year 10000
   SYSTEMTIME date{};
-  if (!(serial > kBeforeFirst && serial < kBehindLast)) return date;
+  if (!(serial > kBeforeFirst && serial < kAfterLast)) return date;
   const double whole = std::trunc(serial);
   auto seconds = static_cast<int>(std::lround(std::fabs(serial - whole) * 86400.0));
   std::int64_t days = static_cast<std::int64_t>(whole) + day_number(1899, 12, 30) + seconds / 86400;

@@ -70,6 +70,18 @@ TEST(DataFileSave, NamesOfFilesAndColumns) {
   }
 }
 
+// Catches: a temporary file that is the data file itself, because the system cuts both names at the zero byte. A data
+// file that is made in place keeps the permissions of a temporary one.
+TEST(DataFileSave, ZeroByteEndsTheExtension) {
+  AccountImage image(std::string_view("DataFileExt=.q\0r\n", 17));
+  const mode_t mask = umask(022);
+  EXPECT_TRUE(image.account.SaveData(0));
+  umask(mask);
+  EXPECT_EQ(image.root.read("data/system_Account.q"), kHeader);
+  const std::filesystem::file_status status = std::filesystem::status(image.root.path("data/system_Account.q"));
+  EXPECT_EQ(status.permissions(), std::filesystem::perms{0644});
+}
+
 // Saved texts are what the next start reads.
 TEST(DataFileSave, RecordsTimesAndMarks) {
   AccountImage image;

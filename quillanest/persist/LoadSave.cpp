@@ -73,6 +73,7 @@ int CRtdbManager::SaveDataTo(bool bToFile) {
 bool CRtdbManager::LoadSomeData(unsigned int databaseID, unsigned int tableID, const char *path, bool bUseCName,
                                 char separator) {
   return with_table(*this, databaseID, tableID, [&](CRtDataBase &, CRtTable &table) {
+    const CRtdbDataFile store(*this);  // an unreadable configuration fails the load, also without a file
     return path == nullptr || quillanest::LoadSomeDataFile(table, std::string(text_at(path)), bUseCName, separator);
   });
 }

@@ -34,20 +34,23 @@ namespace {
 
 constexpr int kShort = -1;
 
+#define CALL(name, ...) CALL_ROW(name, name, true, __VA_ARGS__)
+#define CALL_IF(name, when, ...) CALL_ROW(name, name, when, __VA_ARGS__)
+#define CALL_AS(name, symbol, ...) CALL_ROW(name, symbol, true, __VA_ARGS__)
+
 enum RowNumber {
   kNew,
-#define CALL_IF(name, ...) k_##name,
-#define CALL(name, ...) CALL_IF(name, true, __VA_ARGS__)
+#define CALL_ROW(name, ...) k_##name,
 #include "tests/faults/Calls.inc"
-#undef CALL_IF
+#undef CALL_ROW
   kRowCount
 };
 
 constexpr std::array<Row, kRowCount> kRows{{
     {"new", {ENOMEM}},
-#define CALL_IF(name, when, result, parameters, arguments, failure, ...) {#name, {__VA_ARGS__}},
+#define CALL_ROW(name, symbol, when, result, parameters, arguments, failure, ...) {#name, {__VA_ARGS__}},
 #include "tests/faults/Calls.inc"
-#undef CALL_IF
+#undef CALL_ROW
 }};
 
 std::atomic<bool> g_armed{false};
@@ -78,7 +81,7 @@ int injected(int row) noexcept {
   return error;
 }
 
-void tell_plan(int signal) {
+void say_plan(int signal) {
   g_armed = false;
   (void)!::write(STDERR_FILENO, g_text.data(), std::strlen(g_text.data()));
   (void)std::signal(signal, SIG_DFL);
@@ -101,16 +104,16 @@ bool is_robust(const pthread_mutex_t &mutex) { return (mutex.__data.__kind & 0x1
 // The functions that the linker puts in the place of those called.
 #define ERRNO(value) (errno = error, value)
 #define CODE(value) (code = std::error_code(error, std::generic_category()), value)
-#define CALL_IF(name, when, result, parameters, arguments, failure, ...) \
-  result real_##name parameters __asm__("__real_" #name);                \
-  result wrap_##name parameters __asm__("__wrap_" #name);                \
-  result wrap_##name parameters {                                        \
-    const int error = (when) ? injected(k_##name) : 0;                   \
-    if (error > 0) return static_cast<result>(failure);                  \
-    return real_##name arguments;                                        \
+#define CALL_ROW(name, symbol, when, result, parameters, arguments, failure, ...) \
+  result real_##name parameters __asm__("__real_" #symbol);                       \
+  result wrap_##name parameters __asm__("__wrap_" #symbol);                       \
+  result wrap_##name parameters {                                                 \
+    const int error = (when) ? injected(k_##name) : 0;                            \
+    if (error > 0) return static_cast<result>(failure);                           \
+    return real_##name arguments;                                                 \
   }
 #include "tests/faults/Calls.inc"
-#undef CALL_IF
+#undef CALL_ROW
 
 std::span<const Row> rows() { return kRows; }
 
@@ -123,7 +126,7 @@ std::string Plan::text() const {
 Armed::Armed(const Plan &plan) {
   g_plan = plan;
   (void)std::snprintf(g_text.data(), g_text.size(), "The program ends when %s.\n", plan.text().c_str());
-  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT, SIGXFSZ}) (void)std::signal(signal, tell_plan);
+  for (const int signal : {SIGSEGV, SIGBUS, SIGABRT, SIGXFSZ}) (void)std::signal(signal, say_plan);
   for (auto &count : g_calls) count = 0;
   g_failed = 0;
   g_armed = true;

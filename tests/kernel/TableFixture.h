@@ -51,6 +51,7 @@ enum AccountOffset : std::size_t {
   kStatus = 48,
   kAccountSize = 52
 };
+using Account = AccountOffset;
 
 inline std::string account(std::uint32_t key, std::int32_t level = 0, std::int32_t project = 0,
                            std::int32_t status = 0) {

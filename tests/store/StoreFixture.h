@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "quillanest/Quillanest.h"
@@ -70,6 +71,24 @@ class FileStore : public Store {
   std::string path_;
 };
 
+// Another program in the middle of its transaction on a database file.
+class OtherProgram {
+ public:
+  OtherProgram(const TestRoot &root, const char *statements) {
+    if (sqlite3_open(root.path("data/store.db").c_str(), &file_) != SQLITE_OK ||
+        sqlite3_exec(file_, statements, nullptr, nullptr, nullptr) != SQLITE_OK) {
+      throw std::runtime_error(sqlite3_errmsg(file_));
+    }
+  }
+  ~OtherProgram() { end(); }
+  OtherProgram(const OtherProgram &) = delete;
+  OtherProgram &operator=(const OtherProgram &) = delete;
+  void end() { (void)sqlite3_close(std::exchange(file_, nullptr)); }
+
+ private:
+  sqlite3 *file_ = nullptr;
+};
+
 // The server's database, emptied.
 class ServerStore : public Store {
  public:
@@ -88,8 +107,40 @@ inline constexpr const char *kItemColumns =
     "(ID bigint, Name varchar(100), Level integer CHECK (Level < 1000), Value double precision, Pass varchar(200), "
     "bModified integer, iProjectID integer, iEditStatus integer);";
 
-// Offsets in a record of Item, whose size is 60.
-enum ItemOffset : std::size_t { kName = 4, kLevel = 20, kPass = 32, kModified = 48, kProject = 52, kStatus = 56 };
+// A record of table Item, and the offsets of its fields.
+struct Item {
+  enum Offset : std::size_t {
+    kName = 4,
+    kLevel = 20,
+    kPass = 32,
+    kModified = 48,
+    kProject = 52,
+    kStatus = 56,
+    kSize = 60
+  };
+  std::uint32_t key = 0;
+  std::string name = {};
+  std::int32_t level = 0;
+  std::string pass = {};
+  std::int32_t modified = 0, project = 0, status = 0;
+};
+
+// "ID|Name|Level|bModified|iProjectID|iEditStatus\n" of each, as a store gives its rows.
+inline std::string row_text(const std::vector<Item> &items) {
+  std::string text;
+  for (const Item &item : items) {
+    text += std::to_string(item.key) + '|' + item.name + '|' + std::to_string(item.level);
+    for (const std::int32_t number : {item.modified, item.project, item.status}) text += '|' + std::to_string(number);
+    text += '\n';
+  }
+  return text;
+}
+// The same of records in an image, after their passwords.
+inline std::string record_text(const std::vector<Item> &items) {
+  std::string text;
+  for (const Item &item : items) text += item.pass + ": " + row_text({item});
+  return text;
+}
 
 // A started image: database "plant" with table 20 Item, table 10 Account of the system database, and the further tables
 // given. It starts from no data; `slots` then names the stores that it is kept in: 'F' a file, 'S' the server, the
@@ -133,8 +184,17 @@ struct StoreImage {
     const std::string backup = stores[1]->run(query);
     return main == backup ? main : "main: " + main + "backup: " + backup;
   }
-  // "ID|Name|Level|bModified|iProjectID|iEditStatus" of every row of Item.
-  [[nodiscard]] std::string item_rows() const {
+  // Puts rows of Item into every store.
+  void store(const std::vector<Item> &items) const {
+    for (const Item &row : items) {
+      std::string numbers;
+      for (const int number : {row.modified, row.project, row.status}) numbers += ',' + std::to_string(number);
+      run("INSERT INTO plant_Item VALUES(" + std::to_string(row.key) + ",'" + row.name + "'," +
+          std::to_string(row.level) + ",0,'" + row.pass + '\'' + numbers + ')');
+    }
+  }
+  // Every row of Item, as row_text() gives it.
+  [[nodiscard]] std::string stored() const {
     return rows("SELECT ID, Name, Level, bModified, iProjectID, iEditStatus FROM plant_Item ORDER BY iProjectID, ID");
   }
 
@@ -146,28 +206,26 @@ struct StoreImage {
     return found;
   }
 
-  // Appends a record to Item with a password "pass<key>" and returns its address.
-  char *add(std::uint32_t key, std::string_view name, std::int32_t level) {
-    char *record = item.GetAt(item.Insert(key, 0, 0));
-    std::memcpy(record + kName, name.data(), name.size());
-    poke(record, kLevel, level);
-    const std::string password = "pass" + std::to_string(key);
-    std::memcpy(record + kPass, password.data(), password.size());
+  // Appends a record to Item, which is marked modified if `modified` is 0, and returns its address.
+  char *add(const Item &values) {
+    char *record = item.GetAt(item.Insert(values.key, 0, 0));
+    std::memcpy(record + Item::kName, values.name.data(), values.name.size());
+    std::memcpy(record + Item::kPass, values.pass.data(), values.pass.size());
+    poke(record, Item::kLevel, values.level);
+    if (values.modified != 0) poke(record, Item::kModified, values.modified);
+    poke(record, Item::kProject, values.project);
+    poke(record, Item::kStatus, values.status);
     return record;
   }
-
-  // "key name level password bModified iProjectID iEditStatus\n" of every record of Item.
-  [[nodiscard]] std::string items() const {
-    std::string text;
+  // Every record of Item, as record_text() gives it.
+  [[nodiscard]] std::string records() const {
+    std::vector<Item> found;
     for (int i = 0; i < item.GetRecordCount(); ++i) {
-      const char *record = item.GetAt(i);
-      text += std::to_string(static_cast<std::uint32_t>(peek(record, 0))) + ' ' + (record + kName) + ' ' +
-              std::to_string(peek(record, kLevel)) + ' ' + (record + kPass);
-      for (const std::size_t offset : {kModified, kProject, kStatus})
-        text += ' ' + std::to_string(peek(record, offset));
-      text += '\n';
+      const char *at = item.GetAt(i);
+      found.push_back({value_at<std::uint32_t>(at, 0), at + Item::kName, peek(at, Item::kLevel), at + Item::kPass,
+                       peek(at, Item::kModified), peek(at, Item::kProject), peek(at, Item::kStatus)});
     }
-    return text;
+    return record_text(found);
   }
 
   TestRoot root;

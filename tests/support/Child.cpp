@@ -80,6 +80,14 @@ int Child::wait() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+int in_fork(const std::function<int()> &work) {
+  const pid_t child = fork();
+  if (child == 0) _exit([&]() noexcept { return work(); }());
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child) throw std::runtime_error("no fork");
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 bool run_child(int argc, char **argv, int &exit_code) {
   if (argc < 2) return false;
   const std::string_view first = argv[1];

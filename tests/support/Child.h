@@ -1,6 +1,7 @@
 // A second process of a test: the test program runs itself again and calls a registered function.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,9 @@ class Child {
   int id_ = -1;
   int pipe_ = -1;
 };
+
+// Runs `work` in a fork of this process, which ends with it; its result, or minus the signal that ended it.
+int in_fork(const std::function<int()> &work);
 
 // Runs the child function that the arguments name, if they do; for main().
 bool run_child(int argc, char **argv, int &exit_code);

@@ -1,8 +1,8 @@
 // Runs a scenario once for every call that can fail, with that call failing, and asks the scenario what it left.
 //
-// A scenario has ready(), which sets the stage; run(), the work under faults, which allocates nothing of its own; and
-// verdict(clean), what is wrong with the results and with what the work left, empty when nothing is. `clean` says that
-// no call failed. It is the second run on what the first one left that tells whether a failure has a lasting effect.
+// A scenario has ready(), which prepares the run; run(), the work under faults, which allocates nothing of its own; and
+// verdict(clean), what is wrong with the results and with what the work left, empty if nothing is. `clean` says that
+// no call failed. The second run, on what the first one left, shows whether a failure has a lasting effect.
 #pragma once
 
 #include <chrono>
@@ -57,9 +57,9 @@ struct Limits {
 };
 
 template <class Scenario>
-class Torture {
+class FailingRuns {
  public:
-  Torture(Scenario &scenario, Limits limits) : scenario_(scenario), limits_(limits) {}
+  FailingRuns(Scenario &scenario, Limits limits) : scenario_(scenario), limits_(limits) {}
 
   // `rows`: what the scenario must have called, so that a row whose wrapping is lost does not go unnoticed.
   void run(const std::string &rows) {
@@ -77,7 +77,7 @@ class Torture {
 
  private:
   void fail_row(int row) {
-    if (row == kAny) return fail_calls({kAny, 0, 0, false}), fail_calls({kAny, 0, 0, true});
+    if (row == kAny) return fail_calls({}), fail_calls({.onward = true});
     const std::string name = faults::rows()[static_cast<std::size_t>(row)].name;
     if (limits_.only_odbc && name.find("SQL") == std::string::npos && name.find("thread") == std::string::npos) return;
     for (const int error : faults::rows()[static_cast<std::size_t>(row)].errors) {
@@ -146,8 +146,14 @@ class Torture {
 };
 
 template <class Scenario>
-void torture(Scenario &scenario, const std::string &rows, Limits limits = {}) {
-  Torture<Scenario>(scenario, limits).run(rows);
+void fail_each_call(Scenario &&scenario, const std::string &rows, Limits limits = {}) {
+  FailingRuns<std::remove_reference_t<Scenario>>(scenario, limits).run(rows);
 }
 
 }  // namespace faults
+
+class Faults : public testing::Test {
+ protected:
+  // In memory: thousands of saves would wait for a disk.
+  void SetUp() override { setenv("TMPDIR", "/dev/shm", 1); }
+};

@@ -71,13 +71,13 @@ bool raise_table(CRtTable &table, int level) {
   return level_of(table) == level;
 }
 
-struct Image {
+struct LevelImage {
   CRtdbManager manager;
   std::array<CRtDataBase, kTables.size()> databases;  // each table's
   std::array<CRtTable, kTables.size()> tables;
   bool started;
 
-  explicit Image(const std::string &schema)
+  explicit LevelImage(const std::string &schema)
       : started(manager.RtdbManagerInit(false, schema.c_str()) && manager.LoadAllCustomizedDB(0) == 1) {
     for (std::size_t i = 0; i < tables.size(); ++i) {
       started = started && manager.FindTable(kTables[i].first, databases[i], tables[i]) == 1;
@@ -93,7 +93,7 @@ struct Image {
 // Arguments: schema, database. Raises the level and saves until it is killed. Two times out of three it holds the
 // database's mutex from the first edit to the end of the save, otherwise the edits take it for themselves.
 int save_for_ever(const std::vector<std::string> &arguments) {
-  Image image(arguments[0]);
+  LevelImage image(arguments[0]);
   CMutexEx mutex(arguments[1].c_str());
   bool well = image.started;
   for (int level = well ? level_of(image.tables[0]) + 1 : 0; well; ++level) {
@@ -106,11 +106,11 @@ int save_for_ever(const std::vector<std::string> &arguments) {
 const RegisterChild kSaver{"save_for_ever", save_for_ever};
 
 // Arguments: schema, database, data folder. Says the result of a wait for the mutex, how many unfinished files and how
-// many unknown ones lie in the folder behind the load, and the levels; then it raises the level, saves, and says how
+// many unknown ones lie in the folder after the load, and the levels; then it raises the level, saves, and says how
 // many saves were refused.
-int succeed(const std::vector<std::string> &arguments) {
+int load_raise_and_save(const std::vector<std::string> &arguments) {
   alarm(kPatience);
-  Image image(arguments[0]);
+  LevelImage image(arguments[0]);
   CMutexEx mutex(arguments[1].c_str());
   if (!image.started) return 1;
   const int wait = mutex.Wait(-1);
@@ -133,7 +133,7 @@ int succeed(const std::vector<std::string> &arguments) {
   say(std::to_string(refused));
   return refused < 10 ? 0 : 3;
 }
-const RegisterChild kHeir{"succeed", succeed};
+const RegisterChild kSuccessor{"load_raise_and_save", load_raise_and_save};
 
 double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
@@ -154,10 +154,11 @@ std::set<std::string> memory_files() {
   return names;
 }
 
-// An image in a store, whose second database has a name of its own, and with it a mutex that no other program takes.
-class Estate {
+// Programs that work on one store and are killed. Their second database has a name of this run alone, and with it a
+// mutex that no other program takes.
+class KilledPrograms {
  public:
-  explicit Estate(int records) {  // the capacity of each table
+  explicit KilledPrograms(int records) {  // the capacity of each table
     std::vector<TableSpec> tables;
     for (const auto &[id, name] : kTables) tables.push_back({static_cast<int>(id), name, records, kFields});
     std::string text = schema_text({tables[0]}, {tables.begin() + 1, tables.end()});
@@ -180,7 +181,7 @@ class Estate {
     std::mt19937 random(seed_);
     SCOPED_TRACE("seed " + std::to_string(seed_));
     std::set<std::string> memory = memory_files();
-    inherit();
+    run_successor();
     const std::vector<std::string> at_rest = root.files("data");
     const int kills = length(25, 300);
     for (int kill = 0; kill < kills && !testing::Test::HasFailure(); ++kill) {
@@ -197,7 +198,7 @@ class Estate {
         ASSERT_EQ(line, std::to_string(++last_));
       }
       begun_ += root.files("data") != at_rest ? 1 : 0;
-      inherit();
+      run_successor();
       EXPECT_EQ(root.files("data"), at_rest);
       inspect();
     }
@@ -215,10 +216,10 @@ class Estate {
 
  private:
   // Runs a program that loads what the last one left, edits and saves.
-  void inherit() {
+  void run_successor() {
     const double began = now();
-    Child heir("succeed", arguments_);
-    std::istringstream said(heir.hear());
+    Child successor("load_raise_and_save", arguments_);
+    std::istringstream said(successor.hear());
     int wait = -1, unfinished = 0, unknown = 0;
     std::array<int, kTables.size()> levels{};
     said >> wait >> unfinished >> unknown;
@@ -231,8 +232,8 @@ class Estate {
       EXPECT_GE(levels[i], last_) << kTables[i].second << " is not whole, or a save that was reported is lost";
       EXPECT_LE(levels[i], i == 0 ? last_ + 1 : levels[i - 1]) << kTables[i].second << " is newer than it may be";
     }
-    const std::string refused = heir.hear();
-    ASSERT_EQ(heir.wait(), 0) << "no edit, no save, or none in time";
+    const std::string refused = successor.hear();
+    ASSERT_EQ(successor.wait(), 0) << "no edit, no save, or none in time";
     last_time_ = now() - began;
     slowest_ = std::max(slowest_, last_time_);
     last_ = levels[0] + 1;
@@ -249,26 +250,29 @@ class Estate {
   double last_time_ = 0, slowest_ = 0;
 };
 
+// Catches: a save that a kill leaves half in its files, or a file or mutex in the way of the next program.
 TEST(Kill, OnTextFiles) {
-  Estate(1'500).kill_often("text files", [] {});
+  KilledPrograms(1'500).kill_often("text files", [] {});
 }
 
+// Catches: a table that is saved outside one transaction; a file that the next program cannot open.
 TEST(Kill, OnAFileOfSqlite) {
-  Estate estate(300);
-  FileStore store(estate.root);
-  estate.use(store);
-  estate.kill_often("a file of SQLite", [&] { EXPECT_EQ(store.run("PRAGMA integrity_check"), "ok\n"); });
+  KilledPrograms programs(300);
+  FileStore store(programs.root);
+  programs.use(store);
+  programs.kill_often("a file of SQLite", [&] { EXPECT_EQ(store.run("PRAGMA integrity_check"), "ok\n"); });
 }
 
+// Catches: a table that is saved outside one transaction; a connection that outlives its program.
 TEST(Kill, OnAServer) {
-  Estate estate(30);
+  KilledPrograms programs(30);
   ServerStore store;
-  estate.use(store);
+  programs.use(store);
   // The system's settings of ODBC may tell psqlodbc to leave a log of every program behind.
-  setenv("ODBCSYSINI", estate.root.path("conf").c_str(), 1);
+  setenv("ODBCSYSINI", programs.root.path("conf").c_str(), 1);
   // A word about every dead client would fill the pipe of the server's log.
   (void)store.run(std::string("ALTER ROLE ") + PostgresServer::kUser + " SET log_min_messages = panic");
-  estate.kill_often("PostgreSQL", [&] {
+  programs.kill_often("PostgreSQL", [&] {
     const double end = now() + 10;
     std::string open(1, ' ');
     while (!open.empty() && now() < end) {

@@ -114,7 +114,8 @@ class OtherUser : public testing::Test {
   const std::string kSaved = "ID;Pass\r\n1;qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ\r\n";
 };
 
-// A temporary file of another user became the file of passwords; one that he held locked blocked every save.
+// Catches: a temporary file of another user that becomes the file of passwords, or blocks every save while it is
+// locked.
 TEST_F(OtherUser, TemporaryFileIsNeitherAdoptedNorWaitedFor) {
   const struct {
     uid_t owner;
@@ -144,7 +145,7 @@ TEST_F(OtherUser, TemporaryFileIsNeitherAdoptedNorWaitedFor) {
   }
 }
 
-// A data file that may be written but not read counted as missing, and the save destroyed it.
+// Catches: a data file that may be written but not read and counts as missing, so that the save destroys it.
 TEST_F(OtherUser, FileThatCannotBeReadIsKept) {
   for (const auto &[owner, mode] : {std::pair(kVictim, 0200U), std::pair(kOther, 0222U)}) {
     plant(owner, kUsers, "ID;Pass\r\n7;other\r\n", mode);
@@ -153,7 +154,7 @@ TEST_F(OtherUser, FileThatCannotBeReadIsKept) {
   }
 }
 
-// A segment lay in another user's file, who could read it, and end the program by cutting it.
+// Catches: a segment in the file of another user, who can read it, and end the program by cutting it.
 TEST_F(OtherUser, SegmentLiesInNoFileOfAnother) {
   const std::string below = "data/SM_000000055555";
   const auto create = [](const Process::Pause &) {
@@ -175,8 +176,8 @@ TEST_F(OtherUser, SegmentLiesInNoFileOfAnother) {
   EXPECT_EQ(fs::status(root.path(below)).permissions(), fs::perms(0600));
 }
 
-// Whoever took the name of the folder first kept every program of the victim from starting.
-TEST_F(OtherUser, TakenFolderOfMutexesKeepsNobodyFromStarting) {
+// Catches: another user who keeps every program of the victim from starting by taking the name of the folder first.
+TEST_F(OtherUser, TakenFolderOfMutexesStopsNoProgram) {
   const std::pair<const char *, std::function<int()>> rows[] = {
       {"folder", [&] { return mkdir(kMutexes.c_str(), 0777); }},
       {"closed folder", [&] { return mkdir(kMutexes.c_str(), 0); }},
@@ -201,8 +202,8 @@ TEST_F(OtherUser, TakenFolderOfMutexesKeepsNobodyFromStarting) {
   }
 }
 
-// The first start under such a umask locked the user out of the folder, of a mutex, for good.
-TEST_F(OtherUser, UmaskLocksNobodyOut) {
+// Catches: a first start under such a umask that locks the user out of the folder, or of a mutex, for good.
+TEST_F(OtherUser, UmaskLocksNoUserOut) {
   for (const mode_t mask : {0177U, 0777U}) {
     for (const mode_t own : {mask, mode_t{022}}) {
       EXPECT_EQ(as_user(kVictim,
@@ -226,7 +227,7 @@ const RegisterChild kRaised{"raised", [](const std::vector<std::string> &argumen
                               _exit(0);
                             }};
 
-// A program with more rights than its user obeyed his environment, and so ran his code with them.
+// Catches: a program with more rights than its user that obeys his environment, and so runs his code with them.
 TEST_F(OtherUser, RaisedRightsAreNotLedByTheEnvironment) {
   fs::create_directory(root.path("cwd"));
   ASSERT_EQ(setresuid(kOther, 0, 0), 0);

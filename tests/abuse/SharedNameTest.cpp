@@ -56,7 +56,7 @@ int edit_beside_others(const std::vector<std::string> &arguments) {
   for (std::int64_t number = 0; notes.stop == 0; ++number) {
     const int wait = mutex.Wait(-1);
     if (wait == 0x80) ++notes.abandoned;
-    const int former = notes.inside.exchange(self);  // who died may stand there
+    const int former = notes.inside.exchange(self);  // it may be that of a dead program
     if (wait != 0x80 && (wait != 0 || former != 0)) ++notes.wrong;
     if (!edit(table, number)) ++notes.wrong;
     ++notes.edits[static_cast<std::size_t>(self)];
@@ -70,12 +70,21 @@ int edit_beside_others(const std::vector<std::string> &arguments) {
 }
 const RegisterChild kEditor{"edit_beside_others", edit_beside_others};
 
-// Whether the count comes to lie above a number, within ten seconds.
+// Whether the count rises above a number within ten seconds.
 bool rises(const Count &count, std::int64_t number) {
   for (int i = 0; i < 50'000 && count <= number; ++i) usleep(200);
   return count > number;
 }
 
+// A schema with table 20 in a database of that name.
+std::string schema_of(const std::string &database) {
+  TableSpec table = account_table();
+  table.id = 20;
+  std::string schema = schema_text({account_table()}, {table});
+  return schema.replace(schema.find("Name=plant"), 10, "Name=" + database);
+}
+
+// Catches: edits of two programs that overlap, and a program that waits for ever after the death of the other one.
 // Every second death comes while the mutex is held, the others come at random.
 TEST(SharedName, EditsNeverOverlapAndOutliveADeath) {
   const unsigned first = seed();
@@ -83,12 +92,8 @@ TEST(SharedName, EditsNeverOverlapAndOutliveADeath) {
   std::mt19937 random(first);
   const TestRoot root;
   const MutexName name;
-  TableSpec table = account_table();
-  table.id = 20;
-  std::string schema = schema_text({account_table()}, {table});
-  schema.replace(schema.find("Name=plant"), 10, "Name=" + name.text());
   const std::string file = root.write("notes", std::string(sizeof(Notes), '\0'));
-  std::vector<std::string> arguments{root.write("schema.txt", schema), name.text(), file, "2", "-1"};
+  std::vector<std::string> arguments{root.write("schema.txt", schema_of(name.text())), name.text(), file, "2", "-1"};
   Notes &notes = notes_in(file);
   Child survivor("edit_beside_others", arguments);
   arguments[3] = "1";

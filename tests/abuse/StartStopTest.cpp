@@ -52,6 +52,7 @@ bool start_and_stop(const std::string &schema, int number, int &saved) {
   return plant.SaveData(0);
 }
 
+// Catches: memory, a descriptor, a thread or a mapping that a start or a stop leaves behind.
 TEST(StartStop, LeavesNothingInTheProcess) {
   const TestRoot root;
   TableSpec table = account_table();

@@ -37,7 +37,8 @@ struct TextFiles : TwoStateImage {
     const std::string file = image.root.read(path);
     std::string wrong;
     if (clean && known[static_cast<std::size_t>(state)].empty()) {
-      const std::string last = "\n3;" + std::string(path == kItemFile ? (state == 1 ? "one;" : "two;") : ";") +
+      const std::string last = "\n3;" +
+                               std::string(path == std::string_view(kItemFile) ? (state == 1 ? "one;" : "two;") : ";") +
                                std::to_string(100 * state + 2) + ";";
       if (std::count(file.begin(), file.end(), '\n') != kRecords + 1 || file.find(last) == std::string::npos) {
         wrong += "no such records: " + file;

@@ -18,9 +18,9 @@ inline std::string shown(const CRtTable &account) {
   for (int i = 0; i < account.GetRecordCount(); ++i) {
     const char *record = account.GetAt(i);
     if (record == nullptr) return text + "<no record>";
-    text += std::to_string(value_at<std::uint32_t>(record, kKey)) + ' ';
-    text += std::string(record + kName, strnlen(record + kName, 8)) + ' ';
-    text += std::to_string(peek(record, kLevel)) + ';';
+    text += std::to_string(value_at<std::uint32_t>(record, Account::kKey)) + ' ';
+    text += std::string(record + Account::kName, strnlen(record + Account::kName, 8)) + ' ';
+    text += std::to_string(peek(record, Account::kLevel)) + ';';
   }
   return text;
 }
@@ -35,9 +35,9 @@ inline std::string shown(const CRtTable &table, std::size_t offset) {
 // Appends a record; the time is 2001-2-3 10:20:30. Returns its address.
 inline char *add(CRtTable &account, std::uint32_t key, std::string_view name, std::int32_t level) {
   char *record = account.GetAt(account.Insert(key, 0, 0));
-  std::memcpy(record + kName, name.data(), name.size());
-  poke(record, kLevel, level);
-  put(record, kSince, SYSTEMTIME{2001, 2, 6, 3, 10, 20, 30, 0});
+  std::memcpy(record + Account::kName, name.data(), name.size());
+  poke(record, Account::kLevel, level);
+  put(record, Account::kSince, SYSTEMTIME{2001, 2, 6, 3, 10, 20, 30, 0});
   return record;
 }
 

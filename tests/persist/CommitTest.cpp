@@ -12,14 +12,15 @@ struct Edit {
 
 void add_edited(CRtTable &account, const Edit &edit) {
   char *record = add(account, edit.key, "x", 0);
-  poke(record, kProject, edit.project);
-  poke(record, kStatus, edit.status);
+  poke(record, Account::kProject, edit.project);
+  poke(record, Account::kStatus, edit.status);
 }
 
+// Catches: cursors that pass each other, keep a deleted record, or leave the slot after the last record as it was.
 TEST(ByDesign, CommitCursors) {
   const struct {
     std::vector<Edit> edits, left;
-    std::int32_t behind;  // status in the slot behind the last record
+    std::int32_t behind;  // status in the slot after the last record
     std::uint32_t next_key;
   } rows[] = {
       {{{10, 7, 4}, {20, 7, 2}, {30, 0, 0}, {40, 8, 3}}, {{10, 0, 4}, {20, 0, 1}, {30, 0, 1}}, 1, 31},
@@ -43,17 +44,17 @@ TEST(ByDesign, CommitCursors) {
     for (std::size_t i = 0; i < row.left.size(); ++i) {
       const char *record = image.account.GetAt(static_cast<int>(i));
       EXPECT_EQ(peek(record, 0), static_cast<std::int32_t>(row.left[i].key));
-      EXPECT_EQ(peek(record, kProject), row.left[i].project);
-      EXPECT_EQ(peek(record, kStatus), row.left[i].status);
+      EXPECT_EQ(peek(record, Account::kProject), row.left[i].project);
+      EXPECT_EQ(peek(record, Account::kStatus), row.left[i].status);
     }
     const char *behind = image.account.GetDataAddress() + 52 * row.left.size();
     EXPECT_EQ(peek(behind, 0), 0);
-    EXPECT_EQ(peek(behind, kStatus), row.behind);
+    EXPECT_EQ(peek(behind, Account::kStatus), row.behind);
     EXPECT_EQ(image.account.GetIDExclusive(), row.next_key);
   }
 }
 
-// A commit that saved a table outside the project model would overwrite a file that nobody asked to write.
+// Catches: a commit that saves a table without both fields, and so overwrites a file that it was not asked to write.
 TEST(Commit, OnlyTablesWithBothFieldsTakePart) {
   AccountImage image("",
                      {{11, "NoStatus", 2, {"ID UINT 4", "iProjectID INT 4", "bModified INT 4"}},

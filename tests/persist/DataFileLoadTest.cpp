@@ -43,6 +43,8 @@ const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[]
     {"a byte order mark before a remark", "\xEF\xBB\xBF#c\nID;Name;Level\n10;bob;7\n", "10 bob 7;", 11},
 };
 
+// Catches: a line or column that is read as another one, and a file of no lines that empties the table, so that the
+// next save replaces it.
 TEST(DataFileLoad, Grammar) {
   AccountImage image;
   const auto refill = [&] {
@@ -61,8 +63,7 @@ TEST(DataFileLoad, Grammar) {
   refill();
   EXPECT_FALSE(image.load(""));
   EXPECT_FALSE(image.load("#a\n#b\n"));
-  // Not lines of text: UTF-16 of both orders, line ends of another kind, a record with a zero byte. Such a file emptied
-  // the table, and the next save replaced it.
+  // Not lines of text: UTF-16 of both orders, line ends of another kind, a record with a zero byte.
   for (const std::string &text :
        {"\xFF\xFEI\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s, "\0I\0D\0;\0N\0a\0m\0e\0\n\0001\0;\0b\0\n\0"s,
         "ID;Name;Level\r10;bob;7\r"s, "#c\rID;Name;Level\r10;bob;7\r"s, "#c\nID;Name;Level\r10;bob;7\r"s,
@@ -77,7 +78,7 @@ TEST(DataFileLoad, Grammar) {
   EXPECT_EQ(shown(image.account), "5 old 50;6 prior 60;");
 }
 
-// Searches that take it that keys ascend miss keys that halving meets, and an insert then makes them double.
+// Catches: searches that take it that keys ascend, and so miss keys that halving meets; an insert then doubles them.
 TEST(DataFileLoad, KeysOutOfOrderAreHalved) {
   AccountImage image;
   const auto positions = [&](std::initializer_list<std::uint32_t> keys) {
@@ -109,12 +110,14 @@ TEST(DataFileLoad, KeysOutOfOrderAreHalved) {
   EXPECT_EQ(positions({1, 2, 9, 4, 5}), "0 1 2 -1 -1 ");
 }
 
+// Catches: a last line without a line end whose value keeps its last character.
 TEST(ByDesign, LastColumnLosesOne) {
   AccountImage image;
   EXPECT_TRUE(image.load("ID;Name;Level\n10;bob;75\n11;eve;86"));
   EXPECT_EQ(shown(image.account), "10 bob 75;11 eve 8;");
 }
 
+// Catches: a file of comments only that keeps the records.
 TEST(ByDesign, CommentsOnlyEmpties) {
   AccountImage image;
   for (const std::string &text : {"#a"s, "#a\n#b"s}) {
@@ -127,16 +130,16 @@ TEST(ByDesign, CommentsOnlyEmpties) {
   }
 }
 
+// Catches: a text of full width without its terminator in the next field, which is loaded before it here.
 TEST(ByDesign, FullWidthString) {
-  // The field behind the text is loaded before it, so that the terminator shows.
   AccountImage image;
   EXPECT_TRUE(image.load("ID;Level;Name\n1;16909060;seven77\n2;16909060;exactly8\n3;16909060;morethan8\n"));
   EXPECT_EQ(shown(image.account), "1 seven77 16909060;2 exactly8 16909056;3 morethan 16909056;");
 }
 
-// Conversions that write more or less than the field's type leave rests of former values.
+// Catches: a conversion that writes more or less than the field's type, and so leaves rests of former values.
 TEST(DataFileLoad, ValuesByType) {
-  // Type and size, text, and the bytes of the field, over bytes 'U', with the 'U's of the next field behind them.
+  // Type and size, text, and the bytes of the field, over bytes 'U', with the 'U's of the next field after them.
   const std::tuple<const char *, const char *, std::string> rows[] = {
       {"CHAR 1", "xyz", "xUUUU"s},
       {"UCHAR 1", "", "\0UUUU"s},

@@ -11,7 +11,6 @@
 
 namespace {
 
-// A wrong width, sign or decimal sign in one type, in either direction, shows in the bytes.
 void reload_and_save_types() {
   const std::string text =
       "ID;C;U;S;Us;I;L;Ul;F;D;T;W\r\n"
@@ -31,8 +30,10 @@ void reload_and_save_types() {
   EXPECT_EQ(image.root.read("data/system_Types.txt"), text);
 }
 
+// Catches: a wrong width, sign or decimal sign in one type, in either direction.
 TEST(DataFileSave, EveryTypeThereAndBack) { reload_and_save_types(); }
 
+// Catches: numbers with the decimal sign of the program's locale.
 TEST(DataFileSave, NumbersIgnoreTheLocale) {
   TestRoot locales;
   setenv("LOCPATH", locales.folder().c_str(), 1);
@@ -48,7 +49,7 @@ TEST(DataFileSave, NumbersIgnoreTheLocale) {
   GTEST_SKIP() << "no locale with a decimal comma can be made";
 }
 
-// Files of one configuration that another cannot find lose all data.
+// Catches: another name of a file or column, with which former files would not be found.
 TEST(DataFileSave, NamesOfFilesAndColumns) {
   const std::string names = kHeader;
   const std::string captions = "CID;CName;CLevel;CValue;CSince;CbModified;CiProjectID;CiEditStatus\r\n";
@@ -82,17 +83,17 @@ TEST(DataFileSave, ZeroByteEndsTheExtension) {
   EXPECT_EQ(status.permissions(), std::filesystem::perms{0644});
 }
 
-// Saved texts are what the next start reads.
+// Catches: a live record that is not stamped, a mark that stays, a text that is changed.
 TEST(DataFileSave, RecordsTimesAndMarks) {
   AccountImage image;
   char *record = add(image.account, 3, "ann", -5);
   add(image.account, 9, "a;b", 6);  // nothing guards a separator
-  std::memset(record + kSince, 0, 16);
-  poke(record, kProject, 4);
+  std::memset(record + Account::kSince, 0, 16);
+  poke(record, Account::kProject, 4);
   ASSERT_TRUE(image.manager.SaveData(3));
-  EXPECT_EQ(shown(image.account, kModified), "0;0;");
+  EXPECT_EQ(shown(image.account, Account::kModified), "0;0;");
   SYSTEMTIME stamp{};
-  std::memcpy(&stamp, record + kSince, sizeof stamp);
+  std::memcpy(&stamp, record + Account::kSince, sizeof stamp);
   EXPECT_GE(stamp.wYear, 2024);  // the live record was stamped
   const std::string date = std::to_string(stamp.wYear) + '-' + std::to_string(stamp.wMonth) + '-';
   const std::string file = image.root.read(kFile);
@@ -101,6 +102,7 @@ TEST(DataFileSave, RecordsTimesAndMarks) {
   EXPECT_EQ(image.root.files("data").size(), 1U);
 }
 
+// Catches: a percent sign that is written as it is, or reads an argument.
 TEST(ByDesign, TextIsFormat) {
   const std::pair<const char *, const char *> rows[] = {{"50%%", "50%"}, {"%%%%", "%%"},       {"%%%", "%%"},
                                                         {"5%", "5%"},    {"%s%n%d", "%s%n%d"}, {"%%d", "%d"}};
@@ -115,6 +117,7 @@ TEST(ByDesign, TextIsFormat) {
   EXPECT_EQ(image.root.read(kFile), text);
 }
 
+// Catches: a mark that is cleared before its column is written.
 TEST(ByDesign, ModifiedClearedPerColumn) {
   AccountImage image(
       "", {{11, "First", 2, {"bModified INT 4", "Level INT 4"}}, {12, "Second", 2, {"ID INT 4", "bModified INT 4"}}});
@@ -134,6 +137,7 @@ constexpr const char *kSecretFile = "data/system_Secret.txt";
 
 std::string password(const CRtTable &secret, int position) { return {secret.GetAt(position) + 4, 12}; }
 
+// Catches: a password in clear, or in a file that more than its owner may read.
 TEST(DataFileSave, PasswordsAreNotWrittenInClear) {
   AccountImage image("", {kSecret});
   CRtTable table = image.table(11);
@@ -142,7 +146,7 @@ TEST(DataFileSave, PasswordsAreNotWrittenInClear) {
   std::memcpy(table.GetAt(0) + 4, "100%%;open", 10);
   ASSERT_TRUE(table.SaveData(0));
   EXPECT_EQ(image.root.read(kSecretFile).find("open"), std::string::npos);
-  // The built-in key hides the passwords of a new file from nobody who may read it.
+  // The built-in key does not hide the passwords of a new file from those who may read it.
   const mode_t mask = umask(022);
   using std::filesystem::perms;
   const auto permissions = [&](const char *file) {
@@ -161,7 +165,7 @@ TEST(DataFileSave, PasswordsAreNotWrittenInClear) {
   EXPECT_EQ(shown(table, 16), "0;0;");
 }
 
-// A password that is loaded without its key is cut to the field; saved so, it is lost for good.
+// Catches: a password that is loaded without its key, cut to the field, and saved so: it is lost for good.
 TEST(DataFileSave, CutPasswordIsNotSaved) {
   const std::string text = "ID;Pass;After\r\n1;qnp1.HiK-uOsOdyPrHuOIoy7kJtxDzK_LiUk;5\r\n";
   AccountImage image("PasswdKeyFile=conf/key\n", {kSecret});
@@ -178,6 +182,7 @@ TEST(DataFileSave, CutPasswordIsNotSaved) {
   EXPECT_EQ(image.root.read(kSecretFile), text);
 }
 
+// Catches: a failed save that destroys the former file, leaves another one, or clears marks.
 TEST(DataFileSave, FullDiskKeepsTheFormerFile) {
   AccountImage image("", {}, {}, 300);
   add(image.account, 1, "ann", 5);
@@ -186,14 +191,14 @@ TEST(DataFileSave, FullDiskKeepsTheFormerFile) {
   std::string marks;
   for (int i = 0; i < 300; ++i) {
     if (i > 0) add(image.account, static_cast<std::uint32_t>(i) + 1, "bob", 6);
-    poke(image.account.GetAt(i), kModified, i % 3);
+    poke(image.account.GetAt(i), Account::kModified, i % 3);
     marks += std::to_string(i % 3) + ';';
   }
   const FullDisk full(4096);
   EXPECT_FALSE(image.account.SaveData(0));
   EXPECT_EQ(image.root.read(kFile), before);
   EXPECT_EQ(image.root.files("data").size(), 1U);
-  EXPECT_EQ(shown(image.account, kModified), marks);
+  EXPECT_EQ(shown(image.account, Account::kModified), marks);
   image.account.DeleteAllRecord();
   EXPECT_TRUE(image.account.SaveData(0)) << "there is room again";
   EXPECT_EQ(image.root.read(kFile), kHeader);

@@ -1,11 +1,10 @@
 // A program that saves a password at its end, in the destructor of an object that is older than all that OpenSSL made.
-// The save crashed: OpenSSL's handler of the program's end had put everything away by then.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/Child.h"
 #include "tests/support/TestRoot.h"
 
 namespace {
@@ -31,18 +30,15 @@ struct SavesAtExit {
   exit(5);
 }
 
-TEST(ExitSave, WorksWhateverOpensslHasPutAway) {
+// Catches: a save that needs what OpenSSL's handler of the program's end has put away, and crashes.
+TEST(ExitSave, WorksAfterOpensslHasPutAllAway) {
   for (const bool uses_openssl : {false, true}) {
     for (const bool saves_before : {false, true}) {
       SCOPED_TRACE(testing::Message() << "OpenSSL " << uses_openssl << ", save before " << saves_before);
       const TestRoot root;
       const std::string schema =
           root.write("schema.txt", schema_text({{10, "users", 2, {"ID UINT 4", "Pass PASSWD 16"}}}));
-      const pid_t child = fork();
-      if (child == 0) work(schema, uses_openssl, saves_before);
-      int status = -1;
-      ASSERT_EQ(waitpid(child, &status, 0), child);
-      EXPECT_EQ(status, 0);
+      EXPECT_EQ(in_fork([&]() -> int { work(schema, uses_openssl, saves_before); }), 0);
       EXPECT_EQ(root.read("data/system_users.txt"), "ID;Pass\r\n1;qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ\r\n");
     }
   }

@@ -63,6 +63,7 @@ struct IncludeFileTest : testing::Test {
 std::vector<std::string> g_messages;
 void keep_message(const char *text) { g_messages.emplace_back(text); }
 
+// Catches: any other byte in a header, which programs that were compiled with it would notice.
 TEST_F(IncludeFileTest, GoldenHeader) {
   start(demo_schema());
   CRtDataBase demo;
@@ -75,7 +76,7 @@ TEST_F(IncludeFileTest, GoldenHeader) {
   EXPECT_EQ(root.read("data/DEMO.h"), expected);
 }
 
-// A database that is not mapped has no tables to show.
+// Catches: a database that is not mapped and whose header has tables, or does not come at all.
 TEST_F(IncludeFileTest, NoTables) {
   start(demo_schema());
   CRtDataBase demo;
@@ -90,6 +91,7 @@ TEST_F(IncludeFileTest, NoTables) {
             "\r\n\r\n\r\n\r\n#endif   //__NONE_h__\r\n");
 }
 
+// Catches: a database whose header is left out, or a status that changes.
 TEST_F(IncludeFileTest, ManagerWritesEveryDatabase) {
   start(demo_schema());
   CRtdbManager second;
@@ -100,7 +102,7 @@ TEST_F(IncludeFileTest, ManagerWritesEveryDatabase) {
   EXPECT_EQ(manager.GetRtdbStatus(), RTDB_STATUS_LOADED);
 }
 
-// A folder that does not exist costs a message a database, and nothing else.
+// Catches: a folder that does not exist and ends the run, or costs no message a database.
 TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
   start(demo_schema());
   const std::string folder = root.path("no such folder");
@@ -119,8 +121,8 @@ TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Fail to create file " + folder + "/system.h\n");
 }
 
-// A line end in a name or caption that was set at run time would begin a line of its own, a separator lead elsewhere,
-// and an empty folder to the root of the file system.
+// Catches: a line end in a name or caption that begins a line of its own, a separator in a name that leads elsewhere,
+// an empty folder that leads to the root of the file system.
 TEST_F(IncludeFileTest, NamesStayInTheirPlaces) {
   start(schema_text({account_table()}));
   CRtTable table;
@@ -144,7 +146,7 @@ TEST_F(IncludeFileTest, NamesStayInTheirPlaces) {
   EXPECT_FALSE(root.exists("out.h"));
 }
 
-// A directory that is not to be used yet, or lists nothing. The image is given up then.
+// Catches: headers of a directory that may not be used yet or lists nothing, and an image that is then kept.
 TEST_F(IncludeFileTest, ManagerWithoutDatabases) {
   EXPECT_FALSE(manager.BuildIncludeFile(root.folder().c_str()));
   start(schema_text({account_table()}));
@@ -160,13 +162,14 @@ TEST_F(IncludeFileTest, ManagerWithoutDatabases) {
   EXPECT_EQ(root.files("data"), std::vector<std::string>{"DEMO.h"});
 }
 
+// Catches: an array for a field of several times.
 TEST(ByDesign, TimeIsScalar) {
   Image image({{10, "T", 2, {"t TIME 64"}}});
   ASSERT_EQ(image.manager.GetSystemDB()->BuildIncludeFile(image.root.path("data/..").c_str()), 1);
   EXPECT_NE(image.root.read("system.h").find("\tSYSTEMTIME  \t\tt; "), std::string::npos);
 }
 
-// The only view on the manager segment goes, and the directory with it; the databases stay.
+// Catches: a manager segment that stays after its only view, or a database that goes with it.
 TEST(ByDesign, HeadersDetach) {
   Image image({account_table()});
   EXPECT_TRUE(image.manager.BuildIncludeFile(image.root.folder().c_str()));
@@ -175,6 +178,7 @@ TEST(ByDesign, HeadersDetach) {
   EXPECT_NE(CShareMemory(1).Attach(), nullptr);
 }
 
+// Catches: a header that a full disk cuts short, or a result that says so.
 TEST(ByDesign, HeaderWriteUnchecked) {
   Image image({account_table()});
   image.root.write("system.h", "a former header");

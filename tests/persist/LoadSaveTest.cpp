@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <regex>
 #include <tuple>
 
 #include "tests/persist/AccountImage.h"
@@ -17,7 +18,7 @@ struct PlantImage : AccountImage {
   CRtTable pump;
 };
 
-// The configuration is read at every call; an answer that was kept would write to the store selected before.
+// Catches: a configuration that is kept from call to call, so that a save goes to the store selected before.
 TEST(LoadSave, StoreIsChosenPerCall) {
   PlantImage image;
   add(image.account, 3, "ann", 5);
@@ -38,28 +39,30 @@ TEST(LoadSave, StoreIsChosenPerCall) {
   for (const auto &row : rows) {
     SCOPED_TRACE(testing::Message() << "row " << &row - rows);
     image.root.configure(std::string("RtdbDataPath=data/\n") + std::get<0>(row));
-    poke(image.account.GetAt(0), kModified, 1);
+    poke(image.account.GetAt(0), Account::kModified, 1);
     EXPECT_TRUE(std::get<1>(row)());
     EXPECT_EQ(image.root.files("data").size(), std::get<2>(row));
-    EXPECT_EQ(shown(image.account, kModified), "0;");
+    EXPECT_EQ(shown(image.account, Account::kModified), "0;");
     std::filesystem::remove_all(image.root.path("data"));
     std::filesystem::create_directory(image.root.path("data"));
   }
 }
 
+// Catches: a save to a store that is not open and is false, keeps marks, or stamps nothing; a load that changes
+// records.
 TEST(ByDesign, ClosedStoreSaves) {
   PlantImage image;
   image.root.configure("DataInFile=0\n");
-  for (const std::uint32_t key : {3U, 9U}) std::memset(add(image.account, key, "ann", 5) + kSince, 0, 16);
-  poke(image.account.GetAt(0), kModified, 0);
+  for (const std::uint32_t key : {3U, 9U}) std::memset(add(image.account, key, "ann", 5) + Account::kSince, 0, 16);
+  poke(image.account.GetAt(0), Account::kModified, 0);
   EXPECT_TRUE(image.account.SaveData(4));  // a project save takes modified records only
-  EXPECT_EQ(shown(image.account, kModified), "0;0;");
-  EXPECT_EQ(peek(image.account.GetAt(0), kSince), 0);
-  EXPECT_NE(peek(image.account.GetAt(1), kSince), 0);  // its time was stamped
-  poke(image.account.GetAt(1), kModified, 1);
+  EXPECT_EQ(shown(image.account, Account::kModified), "0;0;");
+  EXPECT_EQ(peek(image.account.GetAt(0), Account::kSince), 0);
+  EXPECT_NE(peek(image.account.GetAt(1), Account::kSince), 0);  // its time was stamped
+  poke(image.account.GetAt(1), Account::kModified, 1);
   EXPECT_TRUE(image.manager.SaveData(0));
-  EXPECT_EQ(shown(image.account, kModified), "0;0;");
-  EXPECT_NE(peek(image.account.GetAt(0), kSince), 0);
+  EXPECT_EQ(shown(image.account, Account::kModified), "0;0;");
+  EXPECT_NE(peek(image.account.GetAt(0), Account::kSince), 0);
   EXPECT_TRUE(image.root.files("data").empty());
 
   // Loads from it fail and change nothing.
@@ -70,7 +73,7 @@ TEST(ByDesign, ClosedStoreSaves) {
   EXPECT_EQ(shown(image.account), "3 ann 5;9 ann 5;");
 }
 
-// With nothing but the system database there is nothing to load, which both stores report as success.
+// Catches: a load that fails because there is no database but the system's; a status that changes with a failed load.
 TEST(LoadSave, NoCustomizedDatabase) {
   AccountImage image;
   image.root.write(kFile, "ID;Name;Level\n7;x;7\n");
@@ -92,7 +95,7 @@ TEST(LoadSave, NoCustomizedDatabase) {
   EXPECT_EQ(image.manager.GetRtdbStatus(), 1);
 }
 
-// A slot that no line of the schema filled is no table whose save could fail, and has no file.
+// Catches: a slot that no line of the schema filled and that gets a file, or fails the save.
 TEST(LoadSave, SlotsWithoutATable) {
   std::string schema = schema_text({account_table()});
   schema.replace(schema.find("TableCount=1"), 12, "TableCount=3");
@@ -105,7 +108,7 @@ TEST(LoadSave, SlotsWithoutATable) {
   EXPECT_EQ(shown(account), "3 ann 5;");
 }
 
-// A name with a separator in it would lead to a file outside the data folder.
+// Catches: a name with a separator in it that leads to a file outside the data folder.
 TEST(LoadSave, NamesStayInTheFolder) {
   AccountImage image;
   add(image.account, 3, "ann", 5);
@@ -114,13 +117,13 @@ TEST(LoadSave, NamesStayInTheFolder) {
     SCOPED_TRACE(name);
     image.account.SetTableName(name);
     EXPECT_FALSE(image.account.SaveData(0));
-    EXPECT_EQ(shown(image.account, kModified), "1;");
+    EXPECT_EQ(shown(image.account, Account::kModified), "1;");
     EXPECT_EQ(image.root.files(""), (std::vector<std::string>{"conf", "data", "schema.txt"}));
   }
 }
 
+// Catches: a step that goes on with the view left open, and loads the plant's file into the system database or nowhere.
 TEST(ByDesign, SystemViewLeftOpen) {
-  // A step that went on with the view left open would load the plant's file into the system database, or not at all.
   PlantImage image;
   image.root.write(kFile, "ID;Name;Level\n7;x;7\n");
   image.root.write("data/plant_Pump.txt", "ID;Speed\n4;40\n5;50\n");
@@ -132,11 +135,12 @@ TEST(ByDesign, SystemViewLeftOpen) {
   EXPECT_EQ(shown(image.pump, 4), "40;50;");
 }
 
-// Data files in a folder that the configuration does not name are lost to the next start; a save that cannot begin must
-// not clear the marks, or the changes are never saved.
+// Catches: data files in a folder that the configuration does not name, which are lost to the next start; a save that
+// cannot begin and clears the marks, so that the changes are never saved.
 TEST(LoadSave, Folders) {
-  // Configuration, file of the system database, and of the plant, or none.
-  const std::tuple<const char *, const char *, const char *> rows[] = {
+  const struct {
+    const char *lines, *system_file, *plant_file;  // null: none
+  } rows[] = {
       {"RtdbDataPath=data/\n", kFile, "data/plant_Pump.txt"},
       {"RtdbDataPath=data\n", kFile, "data/plant_Pump.txt"},
       {"RtdbDataPath=data\nSystemDataFolder=sys\n", "sys/system_Account.txt", "data/plant_Pump.txt"},
@@ -147,13 +151,8 @@ TEST(LoadSave, Folders) {
   for (const auto &[lines, system_file, plant_file] : rows) {
     SCOPED_TRACE(lines);
     TestRoot root;
-    std::string configuration = lines;
-    if (const auto at = configuration.find("/ROOT/"); at != std::string::npos) {
-      configuration.replace(at, 6, root.folder());
-    }
-    root.configure("DataInFile=1\n" + configuration);
-    std::filesystem::create_directory(root.path("sys"));
-    std::filesystem::create_directory(root.path("base"));
+    root.configure("DataInFile=1\n" + std::regex_replace(lines, std::regex("/ROOT/"), root.folder()));
+    for (const char *folder : {"sys", "base"}) std::filesystem::create_directory(root.path(folder));
     CRtdbManager manager;
     ASSERT_TRUE(manager.RtdbManagerInit(false, root.write("s", schema_text({account_table()}, kPlant)).c_str()));
     CRtDataBase plant;
@@ -177,7 +176,7 @@ TEST(LoadSave, Folders) {
   }
 }
 
-// A failed lookup that left its target mapped, or read a file of another table, shows here.
+// Catches: a failed lookup that leaves its target mapped, or reads a file of another table.
 TEST(LoadSave, LoadTableDataResults) {
   PlantImage image;
   image.root.configure("DataInFile=0\n");  // text files are read all the same
@@ -192,7 +191,7 @@ TEST(LoadSave, LoadTableDataResults) {
   EXPECT_EQ(image.manager.GetRtdbStatus(), 1);
 }
 
-// The manager's calls follow its own configuration, tables and databases that of the image.
+// Catches: a call of the manager that follows the image's configuration, or one of a table that follows the manager's.
 TEST(LoadSave, ConfigurationOfManagerAndImage) {
   AccountImage image;  // its root selects text files
   TestRoot other;
@@ -215,7 +214,7 @@ TEST(LoadSave, ConfigurationOfManagerAndImage) {
   EXPECT_TRUE(other.files("data").empty());
 }
 
-// A view whose database is not mapped has nothing to save.
+// Catches: a save of a view whose database is not mapped that is true or writes.
 TEST(LoadSave, ViewsWithoutMapping) {
   PlantImage image;
   image.plant.DetachShareMemory();

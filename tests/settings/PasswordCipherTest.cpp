@@ -12,7 +12,7 @@ PasswordCipher cipher_of(const TestRoot &root) {
   return PasswordCipher::from_configuration(root.path("conf/fix_Rtdb.ini"));
 }
 
-// Other text forms would leave the passwords of existing files and databases unreadable.
+// Catches: another text form, in which the passwords of existing files and databases cannot be read.
 TEST(TzDes, TextFormStaysTheSame) {
   constexpr struct {
     const char *configuration, *clear, *text;
@@ -35,6 +35,8 @@ TEST(TzDes, TextFormStaysTheSame) {
   }
 }
 
+// Catches: a text of another key that is cut, enciphered twice or accepted, or one of the built-in key that is not
+// read.
 TEST(TzDes, KeyFileAddsAKeyAndForeignTextsPassThrough) {
   const TestRoot root("PasswdKeyFile=conf/key\n");
   const std::string hidden = cipher_of(root).encrypt("before");  // the key file is not there yet

@@ -5,6 +5,7 @@
 
 namespace {
 
+// Catches: a section, key or value that is recognised in other forms than those of the format.
 TEST(Profile, FindsTheValueOfAKeyAndTheNumberItStartsWith) {
   constexpr struct {
     const char *file, *text;

@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 #include <regex>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include "quillanest/persist/DbConnection.h"
-#include "tests/store/SilentServer.h"
 #include "tests/store/StoreFixture.h"
+#include "tests/support/Child.h"
+#include "tests/support/SilentServer.h"
 
 namespace {
 
@@ -40,6 +40,10 @@ struct Fixture {
     return slot + "Type=1\n" + slot + "Name=" + root.path(below) + '\n';
   }
 
+  [[nodiscard]] std::string text(const char *column) const {
+    return quillanest::to_text(connection.GetFieldValue(column));
+  }
+
   TestRoot root;
   CDbConnection connection;
   int mask = -1;
@@ -56,39 +60,46 @@ std::string local(int port, char between = ':') { return std::string("127.0.0.1"
 constexpr const char *kNoBackup = "BackDBType=-1\n";
 constexpr double kAtOnce = 1.9;  // seconds; a time-out would be 2
 
-TEST(Connection, OpensWhatCanBeOpened) {
-  Fixture fixture;
-  const FileStore store(fixture.root);
-  fixture.root.write("data/text.db",
-                     "This is no database, although it is long enough for the head of one: " + std::string(4000, '-'));
+struct Opening {
+  const char *what;
+  std::string lines;
+  bool first_only;
+  int mask, slot, type;
+};
+
+std::vector<Opening> openings(const Fixture &fixture) {
   const std::string main = fixture.file("MainDB", "data/store.db");
   const std::string back = fixture.file("BackDB", "data/store.db");
-  const std::string port = std::to_string(postgres().port());
-  const struct {
-    const char *what;
-    std::string lines;
-    bool first_only;
-    int mask, slot, type;
-  } rows[] = {
+  const auto alone = [&](const char *below) { return fixture.file("MainDB", below) + kNoBackup; };
+  const int port = postgres().port();
+  return {
       {"both", main + back, false, 3, 0, 1},
       {"only the first", main + back, true, 1, 0, 1},
       {"no main", "MainDBType=4\n" + back, false, 2, 1, 1},
       {"no main, the first that opens", "MainDBType=4\n" + back, true, 2, 1, 1},
       {"a backup of no type", main + "BackDBType=5\nBackDBName=x\n", false, 1, 0, 1},
       {"types that are none", "MainDBType=6\nBackDBType=8\n", false, 0, -1, -1},
-      {"a missing file", fixture.file("MainDB", "data/missing.db") + kNoBackup, false, 0, -1, -1},
-      {"a folder", fixture.file("MainDB", "data") + kNoBackup, false, 0, -1, -1},
-      {"a file that is no database", fixture.file("MainDB", "data/text.db") + kNoBackup, false, 0, -1, -1},
+      {"a missing file", alone("data/missing.db"), false, 0, -1, -1},
+      {"a folder", alone("data"), false, 0, -1, -1},
+      {"a file that is no database", alone("data/text.db"), false, 0, -1, -1},
       {"an empty name", "MainDBType=1\nMainDBName=\n" + back, true, 2, 1, 1},
-      {"host:port", server("MainDB", 7, "127.0.0.1:" + port) + kNoBackup, false, 1, 0, 7},
-      {"host,port", server("MainDB", 7, "localhost," + port) + kNoBackup, false, 1, 0, 7},
-      {"a wrong password", server("MainDB", 7, local(postgres().port()), "wrong") + back, true, 2, 1, 1},
+      {"host:port", server("MainDB", 7, local(port)) + kNoBackup, false, 1, 0, 7},
+      {"host,port", server("MainDB", 7, "localhost," + std::to_string(port)) + kNoBackup, false, 1, 0, 7},
+      {"a wrong password", server("MainDB", 7, local(port), "wrong") + back, true, 2, 1, 1},
       {"a closed port", server("MainDB", 7, local(closed_port())) + back, true, 2, 1, 1},
       {"a closed port of type 0", server("MainDB", 0, local(closed_port(), ',')) + back, true, 2, 1, 1},
       {"a closed port of type 3", server("MainDB", 3, local(closed_port())) + back, true, 2, 1, 1},
       {"a driver that is not there", server("MainDB", 2, local(closed_port())) + back, true, 2, 1, 1},
   };
-  for (const auto &row : rows) {
+}
+
+// Catches: a slot that opens although it cannot, or does not; a wait for one that fails.
+TEST(Connection, OpensWhatCanBeOpened) {
+  Fixture fixture;
+  const FileStore store(fixture.root);
+  fixture.root.write("data/text.db",
+                     "This is no database, although it is long enough for the head of one: " + std::string(4000, '-'));
+  for (const Opening &row : openings(fixture)) {
     SCOPED_TRACE(row.what);
     fixture.configure(row.lines);
     EXPECT_LT(fixture.open(row.first_only), kAtOnce);
@@ -102,6 +113,7 @@ TEST(Connection, OpensWhatCanBeOpened) {
   EXPECT_FALSE(fixture.root.exists("data/missing.db"));
 }
 
+// Catches: settings that are kept after a close, or read again while a slot is open.
 TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
   Fixture fixture;
   const FileStore store(fixture.root);
@@ -116,7 +128,8 @@ TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
   EXPECT_EQ(fixture.connection.Open(false), 2) << "nothing was open, so the settings are read again";
 }
 
-// Names with these characters arrived as others or as none: the driver decodes some values and takes others as written.
+// Catches: names with these characters that arrive as others: the driver decodes some values and takes others as
+// written.
 TEST(Connection, NamesReachTheServerAsTheyAre) {
   Fixture fixture;
   for (const std::string name :
@@ -131,13 +144,13 @@ TEST(Connection, NamesReachTheServerAsTheyAre) {
                       "\nMainDBPasswd=" + name + "\nMainDBInitDB=" + name + '\n' + kNoBackup);
     EXPECT_EQ(fixture.connection.Open(false), 1);
     EXPECT_TRUE(fixture.connection.OpenRecordset("SELECT current_user AS u, current_database() AS d"));
-    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("u")), name);
-    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("d")), name);
+    EXPECT_EQ(fixture.text("u"), name);
+    EXPECT_EQ(fixture.text("d"), name);
     (void)fixture.connection.Close();
   }
 }
 
-// A whole connection string from a file beside the configuration.
+// Catches: a connection string that is not read from the file beside the configuration, or is read cut.
 TEST(Connection, TakesConnectionStringsFromAFile) {
   Fixture fixture;
   FileStore store(fixture.root);
@@ -167,12 +180,12 @@ TEST(Connection, TakesConnectionStringsFromAFile) {
     if (row.expected == nullptr) continue;
     EXPECT_EQ(fixture.connection.GetCurrentType(), 100);
     ASSERT_TRUE(fixture.connection.OpenRecordset("SELECT a FROM t"));
-    EXPECT_EQ(quillanest::to_text(fixture.connection.GetFieldValue("a")), row.expected);
+    EXPECT_EQ(fixture.text("a"), row.expected);
     (void)fixture.connection.Close();
   }
 }
 
-// Settings are cut to their widths, and a connection string that does not fit is refused.
+// Catches: settings that are not cut to their widths, and a connection string that is cut instead of refused.
 TEST(Connection, CutsSettingsToTheirWidths) {
   Fixture fixture;
   const FileStore store(fixture.root);
@@ -191,6 +204,7 @@ TEST(Connection, CutsSettingsToTheirWidths) {
   }
 }
 
+// Catches: a row, column or end of rows that is not the one asked for.
 TEST(Connection, ReadsRows) {
   for (const bool in_file : {true, false}) {
     SCOPED_TRACE(in_file ? "file" : "server");
@@ -207,12 +221,12 @@ TEST(Connection, ReadsRows) {
     EXPECT_EQ(reader.GetRecordCount(), 2);
     EXPECT_EQ(quillanest::to_int32(reader.GetFieldValue("ALPHA")), 7U);
     reader.MoveNext();
-    EXPECT_EQ(quillanest::to_text(reader.GetFieldValue("Beta")), "y");
+    EXPECT_EQ(fixture.text("Beta"), "y");
     EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("gamma"))) << "an unknown column";
     EXPECT_FALSE(reader.IsEOF());
     for (int i = 0; i < 3; ++i) reader.MoveNext();
     EXPECT_TRUE(reader.IsEOF());
-    EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("Alpha"))) << "behind the last row";
+    EXPECT_TRUE(std::holds_alternative<std::monostate>(reader.GetFieldValue("Alpha"))) << "after the last row";
     reader.MoveFirst();
     EXPECT_EQ(quillanest::to_int32(reader.GetFieldValue("Alpha")), 7U);
     ASSERT_TRUE(reader.OpenRecordset("SELECT 1 AS a WHERE 1 = 0"));
@@ -228,7 +242,7 @@ TEST(Connection, ReadsRows) {
 
 std::ptrdiff_t threads() { return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()); }
 
-// A handler of the program ran on a thread of the library, or a thread stayed without its connection.
+// Catches: a handler of the program that runs on a thread of the library; a thread that stays without its connection.
 TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
   const std::ptrdiff_t before = threads();
   Fixture fixture(ServerStore().settings("MainDB") + kNoBackup);
@@ -245,6 +259,8 @@ TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
   EXPECT_EQ(threads(), before);
 }
 
+// Catches: attempts at a silent server of which each costs a wait and a thread, in a fork too; other servers that
+// suffer.
 TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   const std::ptrdiff_t before = threads();
   SilentServer silent;
@@ -257,15 +273,12 @@ TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   EXPECT_EQ(silent.connections(), 3);
   EXPECT_LE(threads(), before + 3);
   // The threads that hang are not a child's: its attempts are its own.
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(60);
-    (void)fixture.open(false);
-    _exit(silent.connections());
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, W_EXITCODE(1, 0));
+  EXPECT_EQ(in_fork([&] {
+              alarm(60);
+              (void)fixture.open(false);
+              return silent.connections();
+            }),
+            1);
   // Other servers are tried as before.
   for (const int type : {0, 3, 7}) {
     SCOPED_TRACE(type);
@@ -277,8 +290,8 @@ TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   }
 }
 
-// Attempts that are merely under way, each a moment from its end, were taken for hanging ones, and the save of the
-// fourth thread went nowhere.
+// Catches: attempts under way, each a moment from its end, that are taken for hanging ones, so that the save of the
+// fourth thread goes nowhere.
 TEST(Connection, ManyThreadsConnectAtOnce) {
   const ServerStore store;
   const std::string lines = store.settings("MainDB") + kNoBackup;
@@ -296,7 +309,7 @@ TEST(Connection, ManyThreadsConnectAtOnce) {
   for (const auto &fixture : fixtures) EXPECT_EQ(fixture->mask, 1);
 }
 
-// A file that may only be read opened as one that may be written, and every save failed in both databases.
+// Catches: a file that may only be read and opens as one that may be written, so that saves fail in both databases.
 TEST(Connection, FileThatMayOnlyBeReadIsNoSlot) {
   Fixture fixture;
   const FileStore store(fixture.root);
@@ -314,6 +327,7 @@ TEST(Connection, FileThatMayOnlyBeReadIsNoSlot) {
 
 // --- Deliberate behaviours -------------------------------------------------------------------------------------------
 
+// Catches: a backup without settings that is not tried, or costs a wait.
 TEST(ByDesign, BackupByDefault) {
   Fixture fixture;
   EXPECT_LT(fixture.open(false), kAtOnce);
@@ -348,6 +362,7 @@ struct MirrorFixture : Fixture {
   std::string back_path;
 };
 
+// Catches: a backup that runs what the main database refused, or a main one that takes back what it ran.
 TEST(ByDesign, FirstErrorStops) {
   MirrorFixture fixture;
   ASSERT_EQ(fixture.mask, 3);
@@ -361,6 +376,7 @@ TEST(ByDesign, FirstErrorStops) {
   EXPECT_EQ(fixture.connection.Execute("INSERT INTO m VALUES(1)", 0), 0);
 }
 
+// Catches: a count of the main database, or of more than 16 bits.
 TEST(ByDesign, CountOfLastSlot) {
   MirrorFixture fixture;
   ASSERT_EQ(fixture.mask, 3);
@@ -380,6 +396,7 @@ TEST(ByDesign, CountOfLastSlot) {
   EXPECT_EQ(fixture.connection.Execute("DELETE FROM t", 3), 0) << "the backup had no rows";
 }
 
+// Catches: an end of rows that is reported without a query.
 TEST(ByDesign, EofUnknownIsFalse) {
   Fixture fixture;
   const FileStore store(fixture.root);

@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "quillanest/sql/OdbcWorker.h"
 #include "tests/store/StoreFixture.h"
+#include "tests/support/Child.h"
 #include "tests/support/FullDisk.h"
 
 namespace {
@@ -62,7 +62,7 @@ ssize_t write_or_end(int file, const void *from, std::size_t size, off_t at) {
   return written;
 }
 
-// The program ends where the end of the transaction makes the file grow.
+// Catches: a file with half of the rows when the program ends where the end of the transaction makes the file grow.
 TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAFile) {
   PointsImage image("F");
   ASSERT_TRUE(image.ready);
@@ -71,24 +71,22 @@ TEST(StoreDeath, OfTheProgramLeavesTheRowsOfAFile) {
   for (const std::uintmax_t grown : {1U, 1'000'000U, 2'000'000U}) {
     SCOPED_TRACE(grown);
     const rlimit size{fs::file_size(file) + grown, RLIM_INFINITY};
-    const pid_t child = fork();
-    if (child == 0) {
+    const int end = in_fork([&] {
       sqlite3_vfs *system = sqlite3_vfs_find(nullptr);
       for (const char *call : {"pwrite", "pwrite64"}) {
         (void)system->xSetSystemCall(system, call, reinterpret_cast<sqlite3_syscall_ptr>(write_or_end));
       }
       setrlimit(RLIMIT_FSIZE, &size);
-      _exit(image.points.SaveData(0) ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status)) << "it did not die of a signal";
+      return image.points.SaveData(0) ? 0 : 1;
+    });
+    EXPECT_LT(end, 0) << "it did not die of a signal";
     ASSERT_TRUE(fs::exists(file + "-journal")) << "the save was not in its middle";
     EXPECT_EQ(image.rows(PointsImage::kLevels), "0|2000|1|2000\n");
     EXPECT_EQ(image.rows("PRAGMA integrity_check"), "ok\n");
   }
 }
 
+// Catches: a save that is true although its server has died, or clears its marks.
 TEST(StoreDeath, OfTheServerFailsTheSave) {
   for (const char *slots : {"S", "FS", "SF"}) {
     SCOPED_TRACE(slots);
@@ -104,7 +102,7 @@ TEST(StoreDeath, OfTheServerFailsTheSave) {
     EXPECT_EQ(peek(image.points.GetAt(kRecords - 1), 8), 1) << "the mark was not set again";
     postgres().start();
     EXPECT_EQ(image.stores[server]->run(PointsImage::kLevels), "0|2000|1|2000\n");
-    // A file behind the server has missed what the server refused, so it keeps its former rows; one before it has all.
+    // A file after the server has missed what the server refused, so it keeps its former rows; one before it has all.
     if (image.stores.size() > 1) {
       EXPECT_EQ(image.stores[1 - server]->run(PointsImage::kLevels),
                 slots[0] == 'F' ? "1|50000|1|50000\n" : "0|2000|1|2000\n");
@@ -112,7 +110,7 @@ TEST(StoreDeath, OfTheServerFailsTheSave) {
   }
 }
 
-// A server that falls silent held a save or load for ever. It stops in the middle of a row, and goes on later.
+// Catches: a server that falls silent, in the middle of a row, and holds a save or load for ever.
 TEST(StoreDeath, SilenceOfTheServerFailsSaveAndLoad) {
   quillanest::set_driver_patience(std::chrono::seconds(1));
   for (const bool saves : {true, false}) {
@@ -144,7 +142,7 @@ TEST(StoreDeath, SilenceOfTheServerFailsSaveAndLoad) {
   quillanest::set_driver_patience(std::chrono::seconds(35));
 }
 
-// A full disk ends the transaction, after which single rows would still find room: they may not be kept.
+// Catches: single rows that still find room, and are kept, after a full disk has ended the transaction.
 TEST(StoreDeath, OfTheDiskLeavesTheRowsOfAFile) {
   PointsImage image("F");
   ASSERT_TRUE(image.ready);
@@ -161,7 +159,7 @@ TEST(StoreDeath, OfTheDiskLeavesTheRowsOfAFile) {
 
 }  // namespace
 
-// The number of rows that a DELETE removes may be negative in 16 bits; that is no failure.
+// Catches: a number of deleted rows that is negative in 16 bits and counts as a failure.
 TEST(LargeSave, ReplacesFortyThousandRows) {
   PointsImage image("F");
   ASSERT_TRUE(image.ready);

@@ -3,8 +3,8 @@
 
 #include "quillanest/persist/RtdbMedia.h"
 #include "tests/store/Backends.h"
-#include "tests/store/SilentServer.h"
 #include "tests/store/StoreFixture.h"
+#include "tests/support/SilentServer.h"
 
 namespace {
 

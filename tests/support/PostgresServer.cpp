@@ -1,6 +1,5 @@
 #include "tests/support/PostgresServer.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -8,16 +7,16 @@
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
-#include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+#include "tests/support/SilentServer.h"
 
 namespace fs = std::filesystem;
 
@@ -51,19 +50,6 @@ const passwd *server_account() {
   if (account == nullptr) account = getpwnam("nobody");
   if (account == nullptr) fail("there is no account to run it under");
   return account;
-}
-
-int free_port() {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto *any = reinterpret_cast<sockaddr *>(&address);
-  const bool bound = bind(listener, any, size) == 0 && getsockname(listener, any, &size) == 0;
-  close(listener);
-  if (!bound) fail("no free port");
-  return ntohs(address.sin_port);
 }
 
 // Reads until the stream ends, or a line that contains `last`.
@@ -103,7 +89,7 @@ PostgresServer::PostgresServer() : binaries_(find_binaries()) {
   const std::string said = read_until(output, {});
   close(output);
   if (reap(maker) != 0) fail("initdb failed: " + said);
-  port_ = free_port();
+  port_ = SilentServer().port();  // free now
   start();
 }
 

@@ -114,8 +114,7 @@ class OtherUser : public testing::Test {
   const std::string kSaved = "ID;Pass\r\n1;qnp1.LpcLD8Udx1NP_MEyoQXi4m82aF_E4OQ\r\n";
 };
 
-// Catches: a temporary file of another user that becomes the file of passwords, or blocks every save while it is
-// locked.
+// Catches: a temporary file of another user that becomes the file of passwords, or blocks every save.
 TEST_F(OtherUser, TemporaryFileIsNeitherAdoptedNorWaitedFor) {
   const struct {
     uid_t owner;

@@ -86,7 +86,7 @@ struct Commit : TextFiles {
         stamps += std::to_string(peek(image.item.GetAt(i), offset));
     }
     const bool as_before = stamps == "525252";
-    // What a save did shows in the file; whether it is the right one, the marks tell.
+    // What a save did shows in the file; the marks show whether it is the right one.
     const bool item_saved = shown(image.item, kItemFields) == content(state, 0);
     const bool system_saved = shown(account, kAccountFields) == content(state, 0);
     std::string wrong = judge(item_saved, clean, kItemFile, image.item, kItemFields) +

@@ -43,8 +43,7 @@ const std::tuple<const char *, std::string, const char *, std::uint32_t> kRows[]
     {"a byte order mark before a remark", "\xEF\xBB\xBF#c\nID;Name;Level\n10;bob;7\n", "10 bob 7;", 11},
 };
 
-// Catches: a line or column that is read as another one, and a file of no lines that empties the table, so that the
-// next save replaces it.
+// Catches: a line or column that is read as another one; a file of no lines that empties the table.
 TEST(DataFileLoad, Grammar) {
   AccountImage image;
   const auto refill = [&] {

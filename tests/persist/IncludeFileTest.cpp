@@ -121,8 +121,7 @@ TEST_F(IncludeFileTest, FileThatCannotBeCreated) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Fail to create file " + folder + "/system.h\n");
 }
 
-// Catches: a line end in a name or caption that begins a line of its own, a separator in a name that leads elsewhere,
-// an empty folder that leads to the root of the file system.
+// Catches: a line end in a name that begins a line; a separator, or an empty folder, that leads elsewhere.
 TEST_F(IncludeFileTest, NamesStayInTheirPlaces) {
   start(schema_text({account_table()}));
   CRtTable table;

@@ -48,8 +48,7 @@ TEST(LoadSave, StoreIsChosenPerCall) {
   }
 }
 
-// Catches: a save to a store that is not open and is false, keeps marks, or stamps nothing; a load that changes
-// records.
+// Catches: a save to a closed store that is false, keeps marks or stamps nothing; a load that changes records.
 TEST(ByDesign, ClosedStoreSaves) {
   PlantImage image;
   image.root.configure("DataInFile=0\n");
@@ -135,8 +134,7 @@ TEST(ByDesign, SystemViewLeftOpen) {
   EXPECT_EQ(shown(image.pump, 4), "40;50;");
 }
 
-// Catches: data files in a folder that the configuration does not name, which are lost to the next start; a save that
-// cannot begin and clears the marks, so that the changes are never saved.
+// Catches: data files in another folder than the one named; a save that cannot begin and clears the marks.
 TEST(LoadSave, Folders) {
   const struct {
     const char *lines, *system_file, *plant_file;  // null: none

@@ -35,8 +35,7 @@ TEST(TzDes, TextFormStaysTheSame) {
   }
 }
 
-// Catches: a text of another key that is cut, enciphered twice or accepted, or one of the built-in key that is not
-// read.
+// Catches: a text of another key that is cut or enciphered twice; one of the built-in key that is not read.
 TEST(TzDes, KeyFileAddsAKeyAndForeignTextsPassThrough) {
   const TestRoot root("PasswdKeyFile=conf/key\n");
   const std::string hidden = cipher_of(root).encrypt("before");  // the key file is not there yet

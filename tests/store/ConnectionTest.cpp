@@ -128,8 +128,7 @@ TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
   EXPECT_EQ(fixture.connection.Open(false), 2) << "nothing was open, so the settings are read again";
 }
 
-// Catches: names with these characters that arrive as others: the driver decodes some values and takes others as
-// written.
+// Catches: names that arrive as others: the driver decodes some values and takes others as written.
 TEST(Connection, NamesReachTheServerAsTheyAre) {
   Fixture fixture;
   for (const std::string name :
@@ -259,8 +258,7 @@ TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
   EXPECT_EQ(threads(), before);
 }
 
-// Catches: attempts at a silent server of which each costs a wait and a thread, in a fork too; other servers that
-// suffer.
+// Catches: attempts at a silent server that pile up, in a fork too, or keep other servers from being tried.
 TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   const std::ptrdiff_t before = threads();
   SilentServer silent;
@@ -290,8 +288,7 @@ TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   }
 }
 
-// Catches: attempts under way, each a moment from its end, that are taken for hanging ones, so that the save of the
-// fourth thread goes nowhere.
+// Catches: attempts a moment from their end that are taken for hanging ones, so that a save goes nowhere.
 TEST(Connection, ManyThreadsConnectAtOnce) {
   const ServerStore store;
   const std::string lines = store.settings("MainDB") + kNoBackup;

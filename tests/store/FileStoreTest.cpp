@@ -69,8 +69,7 @@ TEST(FileDatabase, ReaderDelaysASaveOnce) {
   EXPECT_EQ(image.rows("SELECT count(*), sum(Level), max(ID) FROM plant_Item"), "30000|0|30000\n");
 }
 
-// Catches: a file that another program has locked and that counts as missing, so that a save is true and writes
-// nothing, or the backup only; a wait for it at every table.
+// Catches: a locked file that counts as missing, so that a save is true and writes nothing; a wait at every table.
 TEST(FileDatabase, LockedByAnotherProgramRejects) {
   std::vector<TableSpec> others;
   for (int i = 0; i < 6; ++i) others.push_back({30 + i, "Other" + std::to_string(i), 1, {"ID UINT 4"}});

@@ -48,8 +48,7 @@ std::vector<MixedRow> mixed_rows() {
   return rows;
 }
 
-// Catches: a value that ends its literal early and is carried out, or whose quote makes a row of what lies between:
-// statements travel together, and each may cost its own row only.
+// Catches: a value that ends its literal early and is carried out, or costs the rows that travel with it.
 TEST_P(StoreTexts, ValuesCostTheirOwnRowsOnly) {
   const std::vector<MixedRow> rows = mixed_rows();
   StoreImage image(slots(), {kMixed, {32, "Marked", 9, {"ID UINT 4", "Mark CHAR 1"}}});
@@ -73,8 +72,7 @@ TEST_P(StoreTexts, ValuesCostTheirOwnRowsOnly) {
   EXPECT_EQ(image.rows("SELECT * FROM plant_Marked ORDER BY ID"), "1|1\n3|2\n5|3\n");
 }
 
-// Catches: a value that is cut because it is longer than the room for many rows at a time; an empty text in other words
-// than those of the current slot.
+// Catches: a text that is cut at the room for many rows at a time; an empty one in another slot's words.
 TEST_P(StoreTexts, LongAndEmptyTextsComeBack) {
   StoreImage image(slots(), {{21, "Note", 3, {"ID UINT 4", "Text STRING 5000"}}});
   CRtTable note = image.table(21, "ID bigint, Text text");

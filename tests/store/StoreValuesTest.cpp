@@ -60,42 +60,18 @@ struct KindsImage : StoreImage {
 };
 
 // The ends of every type's range.
-const Kinds kEnds[] = {{.id = 1,
-                        .a_char = '0',
-                        .a_uchar = '9',
-                        .a_short = -32768,
-                        .a_ushort = 65535,
-                        .an_int = INT32_MIN,
-                        .a_uint = 4294967295U,
-                        .a_long = INT32_MIN,
-                        .a_ulong = 2147483648U,
-                        .a_float = -3.4028234663852886e38F,
-                        .a_double = -1e300,
-                        .a_text = "Gr\xC3\xB6\xC3\x9F"
-                                  "e \xE2\x82\xAC\xF0\x9F\x98\x80",
-                        .a_time = kTime,
-                        .a_pass = "p\xC3\xA4ss;word"},
-                       {.id = 2,
-                        .a_char = '1',
-                        .a_uchar = '2',
-                        .a_short = 32767,
-                        .a_ushort = 1,
-                        .an_int = INT32_MAX,
-                        .a_uint = 2147483648U,
-                        .a_long = INT32_MAX,
-                        .a_ulong = 1,
-                        .a_float = 0.1F,
-                        .a_double = 1234567.890625,
-                        .a_text = "100% {x} ?\\ #;--\"$1",
-                        .a_time = {1601, 1, 1, 1, 0, 0, 0, 0}},
-                       {.id = 2147483647,
-                        .a_char = '5',
-                        .a_uchar = '6',
-                        .a_float = 16777216.0F,
-                        .a_double = -0.000001,
-                        .a_text = "x",
-                        .a_time = {9999, 12, 5, 31, 23, 59, 59, 0},
-                        .a_pass = "'"}};
+// clang-format off
+const Kinds kEnds[] = {
+    {.id = 1, .a_char = '0', .a_uchar = '9', .a_short = -32768, .a_ushort = 65535, .an_int = INT32_MIN,
+     .a_uint = 4294967295U, .a_long = INT32_MIN, .a_ulong = 2147483648U, .a_float = -3.4028234663852886e38F,
+     .a_double = -1e300, .a_text = "Gr\xC3\xB6\xC3\x9F" "e \xE2\x82\xAC\xF0\x9F\x98\x80", .a_time = kTime,
+     .a_pass = "p\xC3\xA4ss;word"},
+    {.id = 2, .a_char = '1', .a_uchar = '2', .a_short = 32767, .a_ushort = 1, .an_int = INT32_MAX,
+     .a_uint = 2147483648U, .a_long = INT32_MAX, .a_ulong = 1, .a_float = 0.1F, .a_double = 1234567.890625,
+     .a_text = "100% {x} ?\\ #;--\"$1", .a_time = {1601, 1, 1, 1, 0, 0, 0, 0}},
+    {.id = 2147483647, .a_char = '5', .a_uchar = '6', .a_float = 16777216.0F, .a_double = -0.000001, .a_text = "x",
+     .a_time = {9999, 12, 5, 31, 23, 59, 59, 0}, .a_pass = "'"}};
+// clang-format on
 
 // Catches: a type that loses bits, a sign or a part of its text on the way to a store or back.
 TEST_P(StoreValues, EveryTypeComesBack) {
@@ -185,14 +161,14 @@ struct ApartFields {
   ApartFields() {
     put(bytes.data(), 0, 1);
     for (const auto &field : kApartFields) {
-      const std::string name = "f" + std::to_string(spec.fields.size());
+      const std::string name = "f" + std::to_string(layout.fields.size());
       bytes += std::string(kApart, 'Z');
-      bytes.replace(spec.fields.size() * kApart, field.bytes.size(), field.bytes);
-      spec.fields.push_back(name + ' ' + field.type + " 40");
+      bytes.replace(layout.fields.size() * kApart, field.bytes.size(), field.bytes);
+      layout.fields.push_back(name + ' ' + field.type + " 40");
       columns += ", " + name + ' ' + field.column;
       values += std::string(",") + field.value;
     }
-    spec.fields.emplace_back("iProjectID INT 40");
+    layout.fields.emplace_back("iProjectID INT 40");
     columns += ", iProjectID integer";
   }
   // The record in an area of two, both of bytes 'Z' before.
@@ -201,18 +177,18 @@ struct ApartFields {
     put(both.data(), bytes.size(), project);
     return both;
   }
-  TableSpec spec{30, "Apart", 2, {"ID UINT 40"}};
+  TableSpec layout{30, "Apart", 2, {"ID UINT 40"}};
   std::string columns = "ID bigint", values = "VALUES(1", bytes = std::string(kApart, 'Z');
 };
 
 // Catches: a load that stores a field with more or fewer bytes than its type has, such as a SHORT with four.
 TEST_P(StoreValues, NoByteBesideAFieldChanges) {
   const ApartFields fields;
-  StoreImage image(slots(), {fields.spec});
+  StoreImage image(slots(), {fields.layout});
   CRtTable table = image.table(30, fields.columns);
   auto *attributes = const_cast<_field_attr *>(table.GetFieldAddress());
   for (const auto &field : kApartFields) (++attributes)->FieldSize = field.size;
-  const std::size_t size = 2 * kApart * fields.spec.fields.size();
+  const std::size_t size = 2 * kApart * fields.layout.fields.size();
   const auto shown = [&] { return bytes_at(table.GetDataAddress(), size); };
 
   std::memset(table.GetDataAddress(), 'Z', size);

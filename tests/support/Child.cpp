@@ -39,17 +39,13 @@ Child::Child(std::string_view name, const std::vector<std::string> &arguments) {
   flag += name;
   std::vector<std::string> words{"/proc/self/exe", flag};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char *> argv;
-  for (std::string &word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
   id_ = fork();
   if (id_ < 0) throw std::runtime_error("no child");
   if (id_ == 0) {
     dup2(ends[1], kSayDescriptor);
     if (ends[0] != kSayDescriptor) close(ends[0]);
     if (ends[1] != kSayDescriptor) close(ends[1]);
-    execv(argv[0], argv.data());
-    _exit(127);
+    execute(words);
   }
   close(ends[1]);
   pipe_ = ends[0];
@@ -78,6 +74,14 @@ int Child::wait() {
   }
   id_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void execute(std::vector<std::string> words) {
+  std::vector<char *> argv;
+  for (std::string &word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  execv(argv[0], argv.data());
+  _exit(127);
 }
 
 int in_fork(const std::function<int()> &work) {

@@ -41,6 +41,9 @@ class Child {
   int pipe_ = -1;
 };
 
+// Becomes the program that the first word names, with the words as its arguments.
+[[noreturn]] void execute(std::vector<std::string> words);
+
 // Runs `work` in a fork of this process, which ends with it; its result, or minus the signal that ended it.
 int in_fork(const std::function<int()> &work);
 

@@ -16,6 +16,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tests/support/Child.h"
 #include "tests/support/SilentServer.h"
 
 namespace fs = std::filesystem;
@@ -146,9 +147,6 @@ pid_t PostgresServer::spawn(const std::string &program, const std::string &argum
   std::vector<std::string> words{binaries_ + program};
   std::istringstream stream(arguments);
   for (std::string word; stream >> word;) words.push_back(word);
-  std::vector<char *> argv;
-  for (std::string &word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
   const passwd *account = server_account();
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("no pipe");
@@ -167,8 +165,7 @@ pid_t PostgresServer::spawn(const std::string &program, const std::string &argum
     setenv("PGCLIENTENCODING", "UTF8", 1);
     dup2(ends[1], STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
-    execv(argv[0], argv.data());
-    _exit(127);
+    execute(words);
   }
   close(ends[1]);
   output = ends[0];

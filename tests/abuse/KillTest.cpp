@@ -268,7 +268,7 @@ TEST(Kill, OnAServer) {
   KilledPrograms programs(30);
   ServerStore store;
   programs.use(store);
-  // The system's settings of ODBC may tell psqlodbc to leave a log of every program behind.
+  // The system's settings of ODBC may have psqlodbc leave a log of every program.
   setenv("ODBCSYSINI", programs.root.path("conf").c_str(), 1);
   // A word about every dead client would fill the pipe of the server's log.
   (void)store.run(std::string("ALTER ROLE ") + PostgresServer::kUser + " SET log_min_messages = panic");

@@ -22,7 +22,7 @@ using Count = std::atomic<std::int64_t>;
 // What the programs note in a file that all of them map.
 struct Notes {
   std::array<Count, 3> edits;  // by who edits
-  std::atomic<int> inside;     // who edits at this moment, 0 for nobody
+  std::atomic<int> inside;     // the one that edits now, 0 for no program
   std::atomic<int> wrong, abandoned, stop;
 };
 static_assert(Count::is_always_lock_free);

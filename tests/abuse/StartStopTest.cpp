@@ -15,7 +15,7 @@
 
 namespace {
 
-// What the allocator may take besides, whatever the number of starts.
+// What the allocator may take besides, for any number of starts.
 constexpr long kKilobytesAllowed = 512;
 constexpr long kMappingsAllowed = 4;
 constexpr int kSaves = 20;  // one save in so many starts
@@ -52,7 +52,7 @@ bool start_and_stop(const std::string &schema, int number, int &saved) {
   return plant.SaveData(0);
 }
 
-// Catches: memory, a descriptor, a thread or a mapping that a start or a stop leaves behind.
+// Catches: memory, a descriptor, a thread or a mapping that a start or a stop leaves.
 TEST(StartStop, LeavesNothingInTheProcess) {
   const TestRoot root;
   TableSpec table = account_table();

@@ -13,10 +13,15 @@ namespace {
 namespace fs = std::filesystem;
 using faults::fail_each_call;
 
-// Catches: an edit that fails and changes the table all the same, a lock that nobody gives back. Every run edits under
+// Catches: an edit that fails and changes the table all the same, a lock that is not given back. Every run edits under
 // the mutex of another name, so that each opens one for the first time.
 struct Edit : TwoStateImage {
   Edit() : TwoStateImage("F") {}
+  struct Results {
+    int insert, update, erase, issue, wait, set, release;
+    bool operator==(const Results &) const = default;
+  };
+
   void ready() {
     name.emplace();
     image.plant.SetDBName(name->c_str());
@@ -24,7 +29,8 @@ struct Edit : TwoStateImage {
     for (const std::uint32_t key : {1U, 2U, 5U}) {
       std::memset(record.data(), 0, record.size());
       std::memcpy(record.data(), &key, sizeof key);
-      std::memcpy(image.item.GetDataAddress() + kSize * image.item.GetRecordCount(), record.data(), record.size());
+      std::memcpy(image.item.GetDataAddress() + Item::kSize * static_cast<std::size_t>(image.item.GetRecordCount()),
+                  record.data(), record.size());
       image.item.SetRecordCount(image.item.GetRecordCount() + 1);
     }
     image.item.SetIDExclusive(6);
@@ -32,22 +38,22 @@ struct Edit : TwoStateImage {
     record[Item::kLevel] = 9;
   }
   void run() {
-    results[0] = image.item.Insert(3U, 0, 0);
-    results[1] = image.item.Update(record.data(), 0, 0);
-    results[2] = image.item.Delete(1, 0, 0);
-    results[3] = image.item.Insert(0U, 5, 0);
+    results.insert = image.item.Insert(3U, 0, 0);
+    results.update = image.item.Update(record.data(), 0, 0);
+    results.erase = image.item.Delete(1, 0, 0);
+    results.issue = image.item.Insert(0U, 5, 0);
     CMutexEx mutex(name->c_str());
-    results[4] = mutex.Wait(1000);
-    results[5] = image.item.SetFieldData(2, 2, reinterpret_cast<const char *>(&level));
-    results[6] = mutex.Release() ? 1 : 0;
+    results.wait = mutex.Wait(1000);
+    results.set = image.item.SetFieldData(2, 2, reinterpret_cast<const char *>(&level));
+    results.release = mutex.Release() ? 1 : 0;
   }
   std::string verdict(bool clean) {
     // key and level of each record, by what the edits say that they did
-    std::string expected = results[2] == 1 ? "" : "1 0,";
-    expected += results[5] == 1 ? "2 7," : "2 0,";
-    expected += results[0] == 2 ? "3 0," : "";
-    expected += results[1] >= 0 ? "5 9," : "5 0,";
-    expected += results[3] >= 0 ? "6 0," : "";
+    std::string expected = results.erase == 1 ? "" : "1 0,";
+    expected += results.set == 1 ? "2 7," : "2 0,";
+    expected += results.insert == 2 ? "3 0," : "";
+    expected += results.update >= 0 ? "5 9," : "5 0,";
+    expected += results.issue >= 0 ? "6 0," : "";
     std::string shown;
     for (int i = 0; i < image.item.GetRecordCount(); ++i) {
       const char *at = image.item.GetAt(i);
@@ -55,7 +61,9 @@ struct Edit : TwoStateImage {
     }
     std::string wrong;
     if (shown != expected) wrong += shown + " instead of " + expected;
-    if (clean && results != std::array<int, 7>{2, 3, 1, 3, 0, 1, 1}) wrong += "an edit fails ";
+    if (clean &&
+        results != Results{.insert = 2, .update = 3, .erase = 1, .issue = 3, .wait = 0, .set = 1, .release = 1})
+      wrong += "an edit fails ";
     const bool is_free = on_other_thread([&] {
       CMutexEx mutex(name->c_str());
       return mutex.Wait(0) == 0 && mutex.Release();
@@ -64,11 +72,10 @@ struct Edit : TwoStateImage {
     return wrong;
   }
 
-  static constexpr int kSize = 60;
   const int level = 7;
   std::optional<MutexName> name;
-  std::array<char, kSize> record{};
-  std::array<int, 7> results{};
+  std::array<char, Item::kSize> record{};
+  Results results{};
 };
 
 // Catches: a folder of mutexes that only this process takes for the one of all, whether or not another user has taken

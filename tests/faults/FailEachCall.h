@@ -122,7 +122,7 @@ class FailingRuns {
 
   static void put_threads_away() { (void)KillThreadEx(reinterpret_cast<void *>(1)); }  // those that have ended
 
-  // Threads that the library leaves behind may take a moment to end.
+  // Threads that the library leaves may take a moment to end.
   std::string growth_since(const Footprint &before) const {
     Footprint growth;
     for (int i = 0; i < 200; ++i) {

@@ -17,7 +17,7 @@ struct Row {
 };
 std::span<const Row> rows();
 
-// What is to fail: call number `nth` of a row, from 1 on, or that one and all behind it. 0 fails nothing.
+// What is to fail: call number `nth` of a row, from 1 on, or that one and all after it. 0 fails nothing.
 struct Plan {
   int row = kAny;
   int error = 0;  // of a single row; with kAny every row fails with its first one

@@ -25,7 +25,7 @@ struct Primitives {
       if (file.starts_with("SM_")) std::filesystem::remove(root.path(file));
     }
     root.write("words", "12345");
-    // Threads that have ended are put away by whoever starts or ends the next one.
+    // Threads that have ended are put away when the next one starts or ends.
     (void)KillThreadEx(reinterpret_cast<void *>(1));
     ran = false;
     waits = {-1, -1};
@@ -56,8 +56,8 @@ struct Primitives {
   std::string verdict(bool clean) {
     for (int i = 0; i < 1000 && thread != nullptr && !ran; ++i) usleep(1000);
     (void)CMutexEx(name->c_str());  // which the process keeps
-    const bool none = !in_memory || !in_file || thread == nullptr || waits != std::array<int, 2>{0, 0} || size != 5;
-    std::string wrong = clean && none ? "something is not there " : "";
+    const bool missing = !in_memory || !in_file || thread == nullptr || waits != std::array<int, 2>{0, 0} || size != 5;
+    std::string wrong = clean && missing ? "something is not there " : "";
     if (ran != (thread != nullptr)) wrong += "the thread ";
     if (size != 5 && size != -1) wrong += "size ";
     const std::string words = root.read("words");

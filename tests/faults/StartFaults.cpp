@@ -11,7 +11,7 @@
 
 namespace {
 
-// Catches: an image that a failed start leaves behind, or a start that is true without the data.
+// Catches: an image that a failed start leaves, or a start that is true without the data.
 struct Start {
   Start() {
     root.configure(kText);

@@ -21,7 +21,7 @@ UNFAILING = {
         sqlite3_column_count sqlite3_column_decltype sqlite3_column_double sqlite3_column_int64 sqlite3_column_type
         sqlite3_db_readonly sqlite3_get_autocommit sqlite3_total_changes""",
     "its null may be an empty value": "sqlite3_column_blob",
-    "gives back: whoever calls it can do nothing more": """close fclose free munmap globfree EVP_CIPHER_free EVP_CIPHER_CTX_free EVP_MD_free
+    "gives back: its caller can do nothing more": """close fclose free munmap globfree EVP_CIPHER_free EVP_CIPHER_CTX_free EVP_MD_free
         OSSL_LIB_CTX_free
         pthread_attr_destroy pthread_mutexattr_destroy pthread_detach pthread_mutex_unlock SQLDisconnect SQLFreeHandle
         SQLFreeStmt sqlite3_close_v2 sqlite3_finalize""",

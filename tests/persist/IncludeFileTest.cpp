@@ -1,4 +1,4 @@
-// Generated C headers, byte for byte, and what a generator run leaves behind.
+// Generated C headers, byte for byte, and what a generator run leaves.
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>

@@ -79,8 +79,10 @@ TEST_P(StoreRows, ProjectRowsAreMergedOverBaseRows) {
   EXPECT_EQ(image.records(), record_text({three, seven, nine}));
 
   // A full table leaves further new rows out and still merges the known ones.
-  image.store(
-      {{.key = 1}, {.key = 2}, {.key = 20, .name = "no", .project = 6}, {.key = 9, .name = "NINE", .project = 6}});
+  image.store({{.key = 1},
+               {.key = 2},
+               {.key = 20, .name = "no", .project = 6, .status = 2},
+               {.key = 9, .name = "NINE", .project = 6, .status = 2}});
   EXPECT_EQ(image.manager->LoadAllCustomizedDB(6), 1);
   ASSERT_EQ(image.item.GetRecordCount(), 5);
   EXPECT_STREQ(image.item.GetAt(2) + Item::kName, "six");

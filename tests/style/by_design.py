@@ -16,7 +16,7 @@ LINE_COMMENT = re.compile(r"//[^\n]*")
 
 
 def places(verdict, paths, prepare, pattern, key_of, what):
-    """Where each key stands; complains about a second place."""
+    """Where each key is; complains about a second place."""
     found = {}
     for path in paths:
         text = prepare(tree.text_of(path))
@@ -41,7 +41,7 @@ def main():
     for key in sorted(comments.keys() - tests.keys()):
         verdict.complain(*comments[key], f"no TEST(ByDesign, {key}) pins this behaviour")
     for key in sorted(tests.keys() - comments.keys()):
-        verdict.complain(*tests[key], f'no comment "By design [{key}]" stands in quillanest/')
+        verdict.complain(*tests[key], f'no comment "By design [{key}]" is in quillanest/')
     verdict.exit(len(comments), "deliberate behaviours")
 
 

@@ -13,7 +13,7 @@ import tree
 
 NAME = re.compile(r'^\s*"([^"]+)";\s*$')
 NODE = re.compile(r"^\s*(\w[\w.]*)?\s*\{\s*$")
-# What else may stand in the script. Anything more, above all a pattern, would export what no line names.
+# What else may be in the script. Anything more, above all a pattern, would export what no line names.
 FRAME = re.compile(r'^\s*(|global:|local:|\*;|local:\s*\*;|extern "C(\+\+)?"\s*\{|\}\s*\w*;)\s*$')
 
 

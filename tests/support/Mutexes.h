@@ -1,4 +1,4 @@
-// Named mutexes of tests: names that nobody else uses, and the view of another thread.
+// Named mutexes of tests: names that no other program uses, and what another thread sees.
 #pragma once
 
 #include <filesystem>
@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 // The name of a mutex that no other test uses, in this process or another, of letters and digits and short enough for a
-// database. What the mutex leaves behind in the memory file system goes with the object.
+// database. What the mutex leaves in the memory file system goes with the object.
 class MutexName {
  public:
   MutexName() { remove(); }

@@ -1,18 +1,12 @@
 // Opening, asking and closing connections.
 #include <array>
-#include <barrier>
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <regex>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
-#include "quillanest/persist/DbConnection.h"
-#include "tests/store/StoreFixture.h"
-#include "tests/support/Child.h"
+#include "tests/store/ConnectionFixture.h"
 #include "tests/support/SilentServer.h"
 
 namespace {
@@ -22,44 +16,6 @@ using quillanest::CDbConnection;
 
 int closed_port() { return SilentServer().port(); }
 
-// A connection with a configuration of its own.
-struct Fixture {
-  explicit Fixture(const std::string &lines = {}) {
-    connection.SetIniFile(root.path("conf/fix_Rtdb.ini").c_str());
-    connection.SetSection("RtdbMedia");
-    configure(lines);
-  }
-  void configure(const std::string &lines) const { root.configure("[RtdbMedia]\n" + lines); }
-  // Seconds that an Open takes; what it returns is in `mask`.
-  double open(bool first_only) {
-    const auto start = std::chrono::steady_clock::now();
-    mask = connection.Open(first_only);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
-  [[nodiscard]] std::string file(const std::string &slot, const std::string &below) const {
-    return slot + "Type=1\n" + slot + "Name=" + root.path(below) + '\n';
-  }
-
-  [[nodiscard]] std::string text(const char *column) const {
-    return quillanest::to_text(connection.GetFieldValue(column));
-  }
-
-  TestRoot root;
-  CDbConnection connection;
-  int mask = -1;
-};
-
-std::string server(const std::string &slot, int type, const std::string &source,
-                   const std::string &password = PostgresServer::kPassword) {
-  return slot + "Type=" + std::to_string(type) + '\n' + slot + "Name=" + source + '\n' + slot +
-         "User=" + PostgresServer::kUser + '\n' + slot + "Passwd=" + password + '\n' + slot + "InitDB=postgres\n";
-}
-
-std::string local(int port, char between = ':') { return std::string("127.0.0.1") + between + std::to_string(port); }
-
-constexpr const char *kNoBackup = "BackDBType=-1\n";
-constexpr double kAtOnce = 1.9;  // seconds; a time-out would be 2
-
 struct Opening {
   const char *what;
   std::string lines;
@@ -67,7 +23,7 @@ struct Opening {
   int mask, slot, type;
 };
 
-std::vector<Opening> openings(const Fixture &fixture) {
+std::vector<Opening> openings(const ConnectionFixture &fixture) {
   const std::string main = fixture.file("MainDB", "data/store.db");
   const std::string back = fixture.file("BackDB", "data/store.db");
   const auto alone = [&](const char *below) { return fixture.file("MainDB", below) + kNoBackup; };
@@ -95,7 +51,7 @@ std::vector<Opening> openings(const Fixture &fixture) {
 
 // Catches: a slot that opens although it cannot, or does not; a wait for one that fails.
 TEST(Connection, OpensWhatCanBeOpened) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   const FileStore store(fixture.root);
   fixture.root.write("data/text.db",
                      "This is no database, although it is long enough for the head of one: " + std::string(4000, '-'));
@@ -115,7 +71,7 @@ TEST(Connection, OpensWhatCanBeOpened) {
 
 // Catches: settings that are kept after a close, or read again while a slot is open.
 TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   const FileStore store(fixture.root);
   fixture.configure(fixture.file("MainDB", "data/store.db") + fixture.file("BackDB", "data/store.db"));
   ASSERT_EQ(fixture.connection.Open(true), 1);
@@ -130,7 +86,7 @@ TEST(Connection, ReadsItsConfigurationWhenItIsClosed) {
 
 // Catches: names that arrive as others: the driver decodes some values and takes others as written.
 TEST(Connection, NamesReachTheServerAsTheyAre) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   for (const std::string name :
        {"a%41+b", "{a}", "{", "}{=", "%", "+", "it's a\\b", "{a'%}+=user=b", "\xC3\xA4\"@:/?#"}) {
     SCOPED_TRACE(name);
@@ -139,19 +95,19 @@ TEST(Connection, NamesReachTheServerAsTheyAre) {
     };
     (void)postgres().run("CREATE ROLE " + quoted("\"") + " LOGIN PASSWORD " + quoted("'") + ";\nCREATE DATABASE " +
                          quoted("\""));
-    fixture.configure("MainDBType=7\nMainDBName=" + local(postgres().port()) + "\nMainDBUser=" + name +
-                      "\nMainDBPasswd=" + name + "\nMainDBInitDB=" + name + '\n' + kNoBackup);
-    EXPECT_EQ(fixture.connection.Open(false), 1);
+    const std::string source = local(postgres().port());
+    const auto lines =
+        slot_lines("MainDB", {{"Type", "7"}, {"Name", source}, {"User", name}, {"Passwd", name}, {"InitDB", name}});
+    EXPECT_EQ(fixture.reopen(lines), 1);
     EXPECT_TRUE(fixture.connection.OpenRecordset("SELECT current_user AS u, current_database() AS d"));
     EXPECT_EQ(fixture.text("u"), name);
     EXPECT_EQ(fixture.text("d"), name);
-    (void)fixture.connection.Close();
   }
 }
 
 // Catches: a connection string that is not read from the file beside the configuration, or is read cut.
 TEST(Connection, TakesConnectionStringsFromAFile) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   FileStore store(fixture.root);
   (void)store.run("CREATE TABLE t(a); INSERT INTO t VALUES('file')");
   (void)postgres().run("DROP TABLE IF EXISTS t; CREATE TABLE t(a text); INSERT INTO t VALUES('server')");
@@ -173,33 +129,29 @@ TEST(Connection, TakesConnectionStringsFromAFile) {
               {"db.ini", "Other", "Driver", nullptr},  {"no.ini", "Group", "Driver", nullptr}};
   for (const auto &row : rows) {
     SCOPED_TRACE(std::string(row.file) + ' ' + row.group + ' ' + row.key);
-    fixture.configure(std::string("MainDBType=100\nMainDBName=") + row.file + "\nMainDBConnStrIniGroup=" + row.group +
-                      "\nMainDBConnStrIniKey=" + row.key + '\n' + kNoBackup);
-    ASSERT_EQ(fixture.connection.Open(false), row.expected == nullptr ? 0 : 1);
+    const auto lines = slot_lines(
+        "MainDB", {{"Type", "100"}, {"Name", row.file}, {"ConnStrIniGroup", row.group}, {"ConnStrIniKey", row.key}});
+    ASSERT_EQ(fixture.reopen(lines), row.expected == nullptr ? 0 : 1);
     if (row.expected == nullptr) continue;
     EXPECT_EQ(fixture.connection.GetCurrentType(), 100);
     ASSERT_TRUE(fixture.connection.OpenRecordset("SELECT a FROM t"));
     EXPECT_EQ(fixture.text("a"), row.expected);
-    (void)fixture.connection.Close();
   }
 }
 
 // Catches: settings that are not cut to their widths, and a connection string that is cut instead of refused.
 TEST(Connection, CutsSettingsToTheirWidths) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   const FileStore store(fixture.root);
   const std::string folder = fixture.root.path("data/");
   const std::string name = folder + std::string(63 - folder.size(), 'n');
   fs::copy_file(store.path(), name);
-  fixture.configure("MainDBType=1\nMainDBName=" + name + "x\n" + kNoBackup);
-  EXPECT_EQ(fixture.connection.Open(false), 1) << "the 64th character is cut";
-  (void)fixture.connection.Close();
+  EXPECT_EQ(fixture.reopen("MainDBType=1\nMainDBName=" + name + "x\n"), 1) << "the 64th character is cut";
   // 61 characters of the provider, 31 between the values, 63 of the name: 44 are left.
   for (const std::size_t user : {21U, 22U}) {
-    fixture.configure("MainDBType=1\nMainDBName=" + name + "\nMainDBUser=" + std::string(user, 'u') +
-                      "\nMainDBPasswd=" + std::string(40, 'p') + '\n' + kNoBackup);
-    EXPECT_EQ(fixture.connection.Open(false), user == 21 ? 1 : 0) << user;
-    (void)fixture.connection.Close();
+    const auto lines = slot_lines(
+        "MainDB", {{"Type", "1"}, {"Name", name}, {"User", std::string(user, 'u')}, {"Passwd", std::string(40, 'p')}});
+    EXPECT_EQ(fixture.reopen(lines), user == 21 ? 1 : 0) << user;
   }
 }
 
@@ -207,7 +159,7 @@ TEST(Connection, CutsSettingsToTheirWidths) {
 TEST(Connection, ReadsRows) {
   for (const bool in_file : {true, false}) {
     SCOPED_TRACE(in_file ? "file" : "server");
-    Fixture fixture;
+    ConnectionFixture fixture;
     FileStore store(fixture.root);
     fixture.configure(
         (in_file ? fixture.file("MainDB", "data/store.db") : server("MainDB", 7, local(postgres().port()))) +
@@ -237,78 +189,9 @@ TEST(Connection, ReadsRows) {
   }
 }
 
-// --- Servers that do not answer --------------------------------------------------------------------------------------
-
-std::ptrdiff_t threads() { return std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator()); }
-
-// Catches: a handler of the program that runs on a thread of the library; a thread that stays without its connection.
-TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
-  const std::ptrdiff_t before = threads();
-  Fixture fixture(ServerStore().settings("MainDB") + kNoBackup);
-  ASSERT_EQ(fixture.connection.Open(false), 1);
-  ASSERT_EQ(threads(), before + 1);
-  for (const auto &thread : fs::directory_iterator("/proc/self/task")) {
-    if (thread.path().filename() == std::to_string(getpid())) continue;
-    std::ifstream status(thread.path() / "status");
-    const std::string text((std::istreambuf_iterator<char>(status)), std::istreambuf_iterator<char>());
-    // All but the two that the C library keeps for itself, and the two that cannot be blocked.
-    EXPECT_NE(text.find("SigBlk:\tfffffffe7ffbfeff"), std::string::npos) << text;
-  }
-  (void)fixture.connection.Close();
-  EXPECT_EQ(threads(), before);
-}
-
-// Catches: attempts at a silent server that pile up, in a fork too, or keep other servers from being tried.
-TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
-  const std::ptrdiff_t before = threads();
-  SilentServer silent;
-  Fixture fixture(server("MainDB", 3, local(silent.port())) + kNoBackup);
-  for (int i = 0; i < 10; ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_LT(fixture.open(false), i < 3 ? 4 : kAtOnce);
-    EXPECT_EQ(fixture.mask, 0);
-  }
-  EXPECT_EQ(silent.connections(), 3);
-  EXPECT_LE(threads(), before + 3);
-  // The threads that hang are not a child's: its attempts are its own.
-  EXPECT_EQ(in_fork([&] {
-              alarm(60);
-              (void)fixture.open(false);
-              return silent.connections();
-            }),
-            1);
-  // Other servers are tried as before.
-  for (const int type : {0, 3, 7}) {
-    SCOPED_TRACE(type);
-    SilentServer other;
-    fixture.configure(server("MainDB", type, local(other.port())) + kNoBackup);
-    EXPECT_LT(fixture.open(false), 4);
-    EXPECT_EQ(fixture.mask, 0);
-    EXPECT_EQ(other.connections(), 1);
-  }
-}
-
-// Catches: attempts a moment from their end that are taken for hanging ones, so that a save goes nowhere.
-TEST(Connection, ManyThreadsConnectAtOnce) {
-  const ServerStore store;
-  const std::string lines = store.settings("MainDB") + kNoBackup;
-  std::array<std::unique_ptr<Fixture>, 8> fixtures;
-  for (auto &fixture : fixtures) fixture = std::make_unique<Fixture>(lines);
-  std::barrier together(static_cast<std::ptrdiff_t>(fixtures.size()));
-  std::vector<std::thread> threads;
-  for (auto &fixture : fixtures) {
-    threads.emplace_back([&] {
-      together.arrive_and_wait();
-      fixture->open(false);
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-  for (const auto &fixture : fixtures) EXPECT_EQ(fixture->mask, 1);
-}
-
 // Catches: a file that may only be read and opens as one that may be written, so that saves fail in both databases.
 TEST(Connection, FileThatMayOnlyBeReadIsNoSlot) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   const FileStore store(fixture.root);
   fixture.configure(fixture.file("MainDB", "data/store.db") + kNoBackup);
   chmod(store.path().c_str(), 0444);
@@ -322,11 +205,9 @@ TEST(Connection, FileThatMayOnlyBeReadIsNoSlot) {
   EXPECT_EQ(fixture.connection.Open(false), 1) << "nothing else is in the way";
 }
 
-// --- Deliberate behaviours -------------------------------------------------------------------------------------------
-
 // Catches: a backup without settings that is not tried, or costs a wait.
 TEST(ByDesign, BackupByDefault) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   EXPECT_LT(fixture.open(false), kAtOnce);
   EXPECT_EQ(fixture.mask, 0);
   const FileStore store(fixture.root);
@@ -344,7 +225,7 @@ TEST(ByDesign, BackupByDefault) {
 }
 
 // Main and backup in two files.
-struct MirrorFixture : Fixture {
+struct MirrorFixture : ConnectionFixture {
   MirrorFixture() : main(root) {
     back_path = root.path("data/back.db");
     fs::copy_file(main.path(), back_path);
@@ -395,11 +276,10 @@ TEST(ByDesign, CountOfLastSlot) {
 
 // Catches: an end of rows that is reported without a query.
 TEST(ByDesign, EofUnknownIsFalse) {
-  Fixture fixture;
+  ConnectionFixture fixture;
   const FileStore store(fixture.root);
-  fixture.configure(fixture.file("MainDB", "data/store.db") + kNoBackup);
   EXPECT_TRUE(fixture.connection.IsEOF()) << "no slot";
-  ASSERT_EQ(fixture.connection.Open(false), 1);
+  ASSERT_EQ(fixture.reopen(fixture.file("MainDB", "data/store.db")), 1);
   EXPECT_FALSE(fixture.connection.IsEOF()) << "no query yet";
   ASSERT_TRUE(fixture.connection.OpenRecordset("SELECT 1 WHERE 1 = 0"));
   EXPECT_TRUE(fixture.connection.IsEOF());

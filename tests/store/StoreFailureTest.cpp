@@ -61,7 +61,7 @@ TEST(ServerDatabase, SilentOneIsTriedOnceInACall) {
   SilentServer silent;
   StoreImage image;
   const auto at = [&](const std::string &slot) {
-    return slot + "Type=7\n" + slot + "Name=127.0.0.1:" + std::to_string(silent.port()) + '\n';
+    return slot_lines(slot, {{"Type", "7"}, {"Name", "127.0.0.1:" + std::to_string(silent.port())}});
   };
   image.configure(at("MainDB") + "BackDBType=-1\n");
   EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <memory>
 #include <sqlite3.h>
 #include <stdexcept>
@@ -21,6 +22,14 @@
 inline PostgresServer &postgres() {
   static PostgresServer server;
   return server;
+}
+
+// The lines that configure a slot: "MainDB" or "BackDB", and the rest of each key with its value.
+inline std::string slot_lines(const std::string &slot,
+                              std::initializer_list<std::pair<const char *, std::string>> values) {
+  std::string lines;
+  for (const auto &[key, value] : values) lines += slot + key + '=' + value + '\n';
+  return lines;
 }
 
 class Store {
@@ -42,7 +51,7 @@ class FileStore : public Store {
   explicit FileStore(const TestRoot &root) : path_(root.path("data/store.db")) { (void)run("PRAGMA user_version = 1"); }
 
   [[nodiscard]] std::string settings(const std::string &slot) const override {
-    return slot + "Type=1\n" + slot + "Name=store.db\n";
+    return slot_lines(slot, {{"Type", "1"}, {"Name", "store.db"}});
   }
 
   std::string run(const std::string &statements) override {
@@ -95,9 +104,11 @@ class ServerStore : public Store {
   ServerStore() { (void)run("SET client_min_messages = error; DROP SCHEMA public CASCADE; CREATE SCHEMA public"); }
 
   [[nodiscard]] std::string settings(const std::string &slot) const override {
-    return slot + "Type=7\n" + slot + "Name=127.0.0.1:" + std::to_string(postgres().port()) + '\n' + slot +
-           "User=" + PostgresServer::kUser + '\n' + slot + "Passwd=" + PostgresServer::kPassword + '\n' + slot +
-           "InitDB=postgres\n";
+    return slot_lines(slot, {{"Type", "7"},
+                             {"Name", "127.0.0.1:" + std::to_string(postgres().port())},
+                             {"User", PostgresServer::kUser},
+                             {"Passwd", PostgresServer::kPassword},
+                             {"InitDB", "postgres"}});
   }
 
   std::string run(const std::string &statements) override { return postgres().run(statements); }

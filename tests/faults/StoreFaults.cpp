@@ -13,7 +13,7 @@ using faults::fail_each_call;
 // rejected INSERT, missing; or false with rows or marks that are not the former ones.
 struct SaveRows : TwoStateImage {
   SaveRows(std::string_view slots, int project_number) : TwoStateImage(slots), project(project_number) {
-    (void)image.add({.key = kRecords + 1, .level = kRejected});
+    (void)image.add({.key = kRecords + 1, .level = kRejected, .pass = "kept"});
   }
   void ready() {
     switch_state(project, EDIT_STATUS_INSERTED);

@@ -42,17 +42,4 @@ struct ConnectionFixture {
   int mask = -1;
 };
 
-inline std::string server(const std::string &slot, int type, const std::string &source,
-                          const std::string &password = PostgresServer::kPassword) {
-  return slot_lines(slot, {{"Type", std::to_string(type)},
-                           {"Name", source},
-                           {"User", PostgresServer::kUser},
-                           {"Passwd", password},
-                           {"InitDB", "postgres"}});
-}
-
-inline std::string local(int port, char between = ':') {
-  return std::string("127.0.0.1") + between + std::to_string(port);
-}
-
 inline constexpr double kAtOnce = 1.9;  // seconds; a time-out would be 2

@@ -32,6 +32,20 @@ inline std::string slot_lines(const std::string &slot,
   return lines;
 }
 
+// The lines of a slot at a server: its type, address and password.
+inline std::string server(const std::string &slot, int type, const std::string &source,
+                          const std::string &password = PostgresServer::kPassword) {
+  return slot_lines(slot, {{"Type", std::to_string(type)},
+                           {"Name", source},
+                           {"User", PostgresServer::kUser},
+                           {"Passwd", password},
+                           {"InitDB", "postgres"}});
+}
+
+inline std::string local(int port, char between = ':') {
+  return std::string("127.0.0.1") + between + std::to_string(port);
+}
+
 class Store {
  public:
   Store() = default;
@@ -104,11 +118,7 @@ class ServerStore : public Store {
   ServerStore() { (void)run("SET client_min_messages = error; DROP SCHEMA public CASCADE; CREATE SCHEMA public"); }
 
   [[nodiscard]] std::string settings(const std::string &slot) const override {
-    return slot_lines(slot, {{"Type", "7"},
-                             {"Name", "127.0.0.1:" + std::to_string(postgres().port())},
-                             {"User", PostgresServer::kUser},
-                             {"Passwd", PostgresServer::kPassword},
-                             {"InitDB", "postgres"}});
+    return server(slot, 7, local(postgres().port()));
   }
 
   std::string run(const std::string &statements) override { return postgres().run(statements); }

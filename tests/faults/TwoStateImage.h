@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "tests/kernel/TableFixture.h"
 #include "tests/store/StoreFixture.h"
 
 // What reading a file calls, and what the ciphers do.
@@ -18,8 +17,9 @@ inline const std::string kCiphers = "EVP_CIPHER_CTX_new EVP_CipherInit_ex EVP_CI
 struct Fields {
   std::size_t level, modified;
 };
-inline constexpr Fields kAccountFields{Account::kLevel, Account::kModified};
-inline constexpr Fields kItemFields{Item::kLevel, Item::kModified};
+inline constexpr Fields kAccountFields{.level = 12, .modified = 40};
+inline constexpr Fields kItemFields{.level = Item::kLevel, .modified = Item::kModified};
+inline constexpr std::size_t kAccountSince = 24;
 inline constexpr int kRecords = 3;
 
 // An image whose tables Item and Account hold the records 1 to 3 in one of two states, all of them marked.
@@ -31,7 +31,7 @@ struct TwoStateImage {
     for (std::uint32_t key = 1; key <= kRecords; ++key) {
       (void)image.add({.key = key});
       char *record = account.GetAt(account.Insert(key, 0, 0));
-      put(record, Account::kSince, SYSTEMTIME{2001, 2, 6, 3, 10, 20, 30, 0});
+      put(record, kAccountSince, SYSTEMTIME{2001, 2, 6, 3, 10, 20, 30, 0});
     }
   }
 

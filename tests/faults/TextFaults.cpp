@@ -99,6 +99,23 @@ struct Commit : TextFiles {
 };
 
 TEST_F(Faults, SaveText) { fail_each_call(SaveText(), kSaving); }
+
+// Catches: a save that is true although its bytes are not on the disk.
+TEST_F(Faults, SaveNeedsTheDisk) {
+  TextFiles files;
+  const std::span<const faults::Row> rows = faults::rows();
+  const auto is_fsync = [](const faults::Row &row) { return std::string_view(row.name) == "fsync"; };
+  const auto row = std::find_if(rows.begin(), rows.end(), is_fsync) - rows.begin();
+  files.switch_state();
+  bool saved = true;
+  {
+    const faults::Armed armed({static_cast<int>(row), EIO, 1, true});
+    saved = files.image.item.SaveData(0);
+  }
+  EXPECT_FALSE(saved);
+  EXPECT_GT(faults::failed(), 0);
+}
+
 TEST_F(Faults, LoadText) { fail_each_call(LoadText(), kReading + kCiphers); }
 TEST_F(Faults, Commit) { fail_each_call(Commit(), kSaving); }
 TEST_F(Faults, Headers) {

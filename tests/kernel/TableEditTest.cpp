@@ -76,7 +76,7 @@ TEST(ByDesign, KeyZeroDeletesByPosition) {
     accounts.fill({1, 5, 9}, 10);
     EXPECT_EQ(accounts.table.Delete(0, row.hint, 0), row.result);
     EXPECT_EQ(accounts.keys(), row.keys_after);
-    EXPECT_EQ(row.result == 1, account(0) == bytes_at(accounts.slot(2), kAccountSize)) << "the freed slot";
+    EXPECT_EQ(row.result == 1, account(0) == bytes_at(accounts.slot(2), Account::kSize)) << "the freed slot";
   }
 }
 
@@ -87,10 +87,10 @@ TEST(ByDesign, UpdateKeepsStatus) {
     for (const int status : {0, 1, 2, 3, 4, 5}) {
       SCOPED_TRACE(std::to_string(status) + " over " + std::to_string(stored));
       accounts.fill({5}, 6);
-      put(accounts.slot(0), kStatus, stored);
+      put(accounts.slot(0), Account::kStatus, stored);
       const std::string record = account(5, 0, 0, status);
       EXPECT_EQ(accounts.table.Update(record.data(), 0, 7), 0);
-      EXPECT_EQ(status == 1 ? 3 : status, accounts.number(0, kStatus));
+      EXPECT_EQ(status == 1 ? 3 : status, accounts.number(0, Account::kStatus));
     }
   }
 }

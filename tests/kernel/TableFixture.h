@@ -40,26 +40,25 @@ struct Image {
   CRtDataBase plant;
 };
 
-// Where the values of an Account record stand; its size is 52.
-enum AccountOffset : std::size_t {
-  kKey = 0,
-  kName = 4,
-  kLevel = 12,
-  kSince = 24,
-  kModified = 40,
-  kProject = 44,
-  kStatus = 48,
-  kAccountSize = 52
+// Offsets of the values of an Account record, and its size.
+struct Account {
+  static constexpr std::size_t kKey = 0;
+  static constexpr std::size_t kName = 4;
+  static constexpr std::size_t kLevel = 12;
+  static constexpr std::size_t kSince = 24;
+  static constexpr std::size_t kModified = 40;
+  static constexpr std::size_t kProject = 44;
+  static constexpr std::size_t kStatus = 48;
+  static constexpr std::size_t kSize = 52;
 };
-using Account = AccountOffset;
 
 inline std::string account(std::uint32_t key, std::int32_t level = 0, std::int32_t project = 0,
                            std::int32_t status = 0) {
-  std::string record(kAccountSize, '\0');
-  put(record.data(), kKey, key);
-  put(record.data(), kLevel, level);
-  put(record.data(), kProject, project);
-  put(record.data(), kStatus, status);
+  std::string record(Account::kSize, '\0');
+  put(record.data(), Account::kKey, key);
+  put(record.data(), Account::kLevel, level);
+  put(record.data(), Account::kProject, project);
+  put(record.data(), Account::kStatus, status);
   return record;
 }
 
@@ -78,18 +77,18 @@ struct Accounts : Image {
     table.SetIDExclusive(next_key);
   }
 
-  char *slot(std::size_t position) { return table.GetDataAddress() + position * kAccountSize; }
+  char *slot(std::size_t position) { return table.GetDataAddress() + position * Account::kSize; }
   // The record at a position, null for a negative one; a number of a record; the bytes of the first records.
   char *record(int position) { return position < 0 ? nullptr : slot(static_cast<std::size_t>(position)); }
   std::int32_t number(std::size_t position, std::size_t offset) {
     return value_at<std::int32_t>(slot(position), offset);
   }
-  std::string area(std::size_t records = 5) { return bytes_at(slot(0), records * kAccountSize); }
+  std::string area(std::size_t records = 5) { return bytes_at(slot(0), records * Account::kSize); }
   std::uint32_t next_key() { return table.GetTableInfo()->IDExclusive; }
   std::vector<std::uint32_t> keys() {
     std::vector<std::uint32_t> found;
     for (std::size_t i = 0; i < static_cast<std::size_t>(table.GetRecordCount()); ++i) {
-      found.push_back(value_at<std::uint32_t>(slot(i), kKey));
+      found.push_back(value_at<std::uint32_t>(slot(i), Account::kKey));
     }
     return found;
   }

@@ -71,7 +71,7 @@ TEST(TableValues, RefusalsWriteNothing) {
   EXPECT_STREQ(buffer, "untouched");
   EXPECT_EQ(before, accounts.area());
   EXPECT_EQ(table.SetFieldData(0, 2, "\x07\0\0"), 1) << "writing looks a key 0 up, reading does not";
-  EXPECT_EQ(accounts.number(0, kLevel), 7);
+  EXPECT_EQ(accounts.number(0, Account::kLevel), 7);
 }
 
 // Catches: a width that is not FieldSize, a text that is copied beyond its terminator, a stamp that single values do
@@ -83,14 +83,14 @@ TEST(TableValues, CopiesFieldSizeOrText) {
     std::size_t offset;
     std::string value, stored, read;
   } rows[] = {
-      {2, kLevel, "\x01\x02\x03\x04XXXX", "\x01\x02\x03\x04____", "\x01\x02\x03\x04????"},
-      {1, kName, std::string("ab\0XXXXX", 8), std::string("ab\0_____", 8), std::string("ab\0?????", 8)},
+      {2, Account::kLevel, "\x01\x02\x03\x04XXXX", "\x01\x02\x03\x04____", "\x01\x02\x03\x04????"},
+      {1, Account::kName, std::string("ab\0XXXXX", 8), std::string("ab\0_____", 8), std::string("ab\0?????", 8)},
       {3, 16, "abcdefgh", "abcdefgh", "abcdefgh"},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.field);
-    std::memset(accounts.slot(1) + 4, '_', kAccountSize - 4);
-    std::string expected = bytes_at(accounts.slot(1), kAccountSize);
+    std::memset(accounts.slot(1) + 4, '_', Account::kSize - 4);
+    std::string expected = bytes_at(accounts.slot(1), Account::kSize);
     expected.replace(row.offset, row.stored.size(), row.stored);
     std::string by_key(8, '?'), by_position(8, '?');
     EXPECT_EQ(row.field == 1 ? accounts.table.SetFieldData(5, row.field, row.value.data())
@@ -98,7 +98,7 @@ TEST(TableValues, CopiesFieldSizeOrText) {
               1);
     EXPECT_EQ(accounts.table.GetFieldData(5, row.field, by_key.data()), 1);
     EXPECT_EQ(accounts.table.GetFieldDataAt(1, row.field, by_position.data()), 1);
-    EXPECT_EQ(bytes_at(accounts.slot(1), kAccountSize), expected);
+    EXPECT_EQ(bytes_at(accounts.slot(1), Account::kSize), expected);
     EXPECT_EQ(by_key, row.read);
     EXPECT_EQ(by_position, row.read);
   }
@@ -108,7 +108,7 @@ TEST(TableValues, CopiesFieldSizeOrText) {
 TEST(ByDesign, TextCopyUnbounded) {
   Accounts accounts({5, 6}, 7);
   std::string expected = accounts.area(1);
-  expected.replace(kName, 11, std::string("0123456789") + '\0');
+  expected.replace(Account::kName, 11, std::string("0123456789") + '\0');
   EXPECT_EQ(accounts.table.SetFieldData(5, 1, "0123456789"), 1);
   EXPECT_EQ(accounts.area(1), expected);
   char buffer[16];
@@ -129,7 +129,7 @@ TEST(ByDesign, EndPositionExclusive) {
     accounts.fill({1, 2, 3, 4, 5}, 6);
     std::string expected = accounts.area();
     for (std::size_t i = 0; i < 5; ++i) {
-      if (row.changed[i] == 'X') expected.replace(i * kAccountSize + kName, 8, std::string("X\0YYYYYY", 8));
+      if (row.changed[i] == 'X') expected.replace(i * Account::kSize + Account::kName, 8, std::string("X\0YYYYYY", 8));
     }
     EXPECT_EQ(accounts.table.SetColumnValueAt(1, "X\0YYYYYYZ", row.first, row.end), 1);
     EXPECT_EQ(accounts.area(), expected);

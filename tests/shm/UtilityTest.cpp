@@ -44,6 +44,7 @@ TEST(ByDesign, TimeScanOverlap) {
       {"2008--3", {2008, 65533, 65535, 44, 55, 66, 77, 88}},
       {"2008-3-7x9:5:0", {2008, 3, 0, 7, 0, 66, 77, 88}},
       {"2008-3-200000", {2008, 3, 0, 3392, 3, 66, 77, 88}},
+      {"2008-03-0: 09:05:00", {2008, 3, 0, 0, 0, 66, 77, 88}},
       {"2008-3-7 9 :5:0", {2008, 3, 0, 7, 9, 0, 77, 88}},
       {"2008-3-7-9:5", {2008, 3, 0, 7, 65527, 5, 0, 88}},
       {"2008-3-7 9:5:-1", {2008, 3, 0, 7, 9, 5, 65535, 65535}},
@@ -65,6 +66,20 @@ TEST(Utility, GetLocalTimeIsThePresentInWholeSeconds) {
   EXPECT_TRUE(before <= read && read <= time(nullptr)) << read;
   EXPECT_EQ(now.wDayOfWeek, parts.tm_wday);
   EXPECT_EQ(now.wMilliseconds, 0);
+}
+
+// Catches: a time zone that a program has left, because the system remembers the one it read first.
+TEST(Utility, GetLocalTimeFollowsTheTimeZone) {
+  std::array<int, 2> hours{};
+  for (std::size_t i = 0; i < hours.size(); ++i) {
+    setenv("TZ", i == 0 ? "UTC0" : "FIVE-5", 1);
+    SYSTEMTIME now{};
+    GetLocalTime(now);
+    hours.at(i) = now.wHour;
+  }
+  unsetenv("TZ");
+  const int apart = (hours[1] - hours[0] + 24) % 24;
+  EXPECT_TRUE(apart == 5 || apart == 6) << apart;  // 6 if an hour has ended in between
 }
 
 struct DefaultRow {

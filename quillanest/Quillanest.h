@@ -13,6 +13,8 @@
 // program.
 #pragma once
 
+#include "quillanest/Version.h"
+#include "quillanest/base/Events.h"
 #include "quillanest/base/MessageBox.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/RtField.h"

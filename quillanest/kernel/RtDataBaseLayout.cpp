@@ -1,12 +1,16 @@
 // The catalogue phase of CRtDataBase: taking tables and fields, and laying the segment out.
 #include <limits>
+#include <string_view>
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/Parts.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
 
 using quillanest::Parts;
+using quillanest::Place;
+using quillanest::report_error;
 
 namespace {
 
@@ -32,34 +36,55 @@ void visit_slots(CRtDataBase &database, Visit visit) {
   }
 }
 
-// Computes the record size of every table and the offsets and size of the segment. False if no segment can hold the
-// catalogue: a number is negative or the size exceeds 2 GB.
+bool refuse(CRtTable &table, std::string_view sentence) noexcept {
+  report_error("layout.table", {table.GetTableName()}, "the table cannot be laid out: ", sentence);
+  return false;
+}
+
+// Computes the offsets of a table's fields and its record size.
+bool compute_record(CRtTable &table) {
+  const std::int32_t count = Parts::attr(table).TableFieldNum;
+  std::int64_t size = 0;
+  if (count < 0) return refuse(table, "FIELDNUM is negative");
+  if (Parts::attr(table).RecordMaxCount < 0) return refuse(table, "MAX is negative");
+  if (Parts::fields(table) == nullptr) return refuse(table, "it has no fields");
+  for (auto &[index, field] : *Parts::fields(table)) {
+    if (index >= count) return refuse(table, "a field's INDEX is not below FIELDNUM");
+    if (field.GetFieldSize() < 0) return refuse(table, "the SIZE of a field is negative");
+    if (size > kLargestSegment) break;
+    field.SetFieldOffset(static_cast<int>(size));
+    size += field.GetFieldSize();
+  }
+  if (size > kLargestSegment) return refuse(table, "a record would have more than 2 GB");
+  table.SetTableSize(static_cast<int>(size));
+  return true;
+}
+
+// Computes the record size of every table and the offsets and size of the segment. False, for a catalogue that no
+// segment can hold, if a number is negative or the size exceeds 2 GB.
 bool compute_layout(CRtDataBase &database) {
   _db_attr &attr = Parts::attr(database);
   std::int64_t fields = 0;
   std::int64_t data = 0;
-  if (attr.DBTableNum > kMostTables) return false;
+  const auto is_too_large = [&](std::int64_t size) {
+    if (size > kLargestSegment) {
+      report_error("layout.size", {database.GetDBName()}, "the segment of the database would have more than 2 GB");
+    }
+    return size > kLargestSegment;
+  };
+  if (is_too_large(attr.DBTableNum * std::int64_t{sizeof(_table_attr)} + std::int64_t{sizeof(_db_attr)})) return false;
   // Unfilled slots have neither fields nor records, so only the filled ones count.
   for (auto &[slot, table] : *Parts::tables(database)) {
-    const std::int32_t count = Parts::attr(table).TableFieldNum;
-    const std::int32_t capacity = Parts::attr(table).RecordMaxCount;
-    std::int64_t record_size = 0;
-    if (slot >= attr.DBTableNum || count < 0 || capacity < 0 || Parts::fields(table) == nullptr) return false;
-    for (auto &[index, field] : *Parts::fields(table)) {
-      if (index >= count || field.GetFieldSize() < 0 || record_size > kLargestSegment) return false;
-      field.SetFieldOffset(static_cast<int>(record_size));
-      record_size += field.GetFieldSize();
-    }
-    fields += count;
-    if (record_size > kLargestSegment) return false;
-    table.SetTableSize(static_cast<int>(record_size));
-    data += record_size * capacity;
-    if (data > kLargestSegment || fields * std::int64_t{sizeof(_field_attr)} > kLargestSegment) return false;
+    if (slot >= attr.DBTableNum) return refuse(table, "its INDEX is not below TableCount");
+    if (!compute_record(table)) return false;
+    fields += Parts::attr(table).TableFieldNum;
+    data += std::int64_t{Parts::attr(table).TableSize} * Parts::attr(table).RecordMaxCount;
+    if (is_too_large(data) || is_too_large(fields * std::int64_t{sizeof(_field_attr)})) return false;
   }
   const std::int64_t field_offset =
       std::int64_t{sizeof(_db_attr)} + attr.DBTableNum * std::int64_t{sizeof(_table_attr)};
   const std::int64_t data_offset = field_offset + fields * std::int64_t{sizeof(_field_attr)};
-  if (data_offset + data > kLargestSegment) return false;
+  if (is_too_large(data_offset + data)) return false;
   attr.TableOffset = sizeof(_db_attr);
   attr.FieldOffset = static_cast<std::int32_t>(field_offset);
   attr.DBFieldNum = static_cast<std::int32_t>(fields);
@@ -144,14 +169,26 @@ int CRtDataBase::InitAddField(const CRtField &field) {
 }
 
 int CRtDataBase::CreateMem() {
-  if (attr_.DBTableNum < 1 || tables_ == nullptr || !compute_layout(*this)) return 0;
+  const Place place{GetDBName()};
+  if (attr_.DBTableNum < 1 || tables_ == nullptr) {
+    report_error("layout.no_tables", place, "the database has no table slots, or is laid out already");
+    return 0;
+  }
+  if (!compute_layout(*this)) return 0;
   segment_.SetKey(static_cast<int>(attr_.DBID));
-  if (segment_.Create(attr_.DBSize, false, true) == nullptr) return 0;
+  if (segment_.Create(attr_.DBSize, false, true) == nullptr) {
+    report_error("layout.segment", place, "the system has no segment of ", attr_.DBSize, " bytes");
+    return 0;
+  }
   // Create() returns an existing segment of any size.
-  if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) return 0;
+  if (quillanest::SegmentAccess::bytes(segment_).size() < static_cast<std::size_t>(attr_.DBSize)) {
+    report_error("layout.shared_id", place, "the segment of the ID ", attr_.DBID, " exists and is smaller than the ",
+                 attr_.DBSize, " bytes of this database: give it an ID of its own");
+    return 0;
+  }
   write_slots(*this);
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
-  quillanest::SegmentAccess::notes(segment_)->store(0);  // an earlier image may have left some
+  quillanest::SegmentAccess::notes(segment_)->store(0);  // of an image that was here before
   (void)ReleaseTableMemory();
   mapped_ = 1;
   return 1;

@@ -6,14 +6,18 @@
 #include <string_view>
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/ManagerView.h"
 #include "quillanest/kernel/Parts.h"
 #include "quillanest/platform/InstallRoot.h"
+#include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/Configuration.h"
 #include "quillanest/shm/Bytes.h"
 
 using quillanest::ManagerView;
 using quillanest::Parts;
+using quillanest::report_error;
+using quillanest::report_note;
 
 namespace {
 
@@ -67,7 +71,19 @@ int CRtdbManager::ReadConfigInfo() {
       quillanest::profile_int(file, quillanest::kConfigurationSection, "FileKey_Manager", kDefaultManagerKey);
   // All work that can fail for lack of a resource is done by now. A path that does not fit its member is refused,
   // because a cut path would name another place; a manager without a data path does not start.
-  if (root.empty() || !copy_path(attr_.SysIniFile, file) || !copy_path(attr_.DataPath, folder)) return 0;
+  if (root.empty()) {
+    report_error("config.root", {},
+                 "no installation root: QUILLANEST_ROOT is not set, and the library's file is unknown");
+    return 0;
+  }
+  for (const std::string &name : {file, folder}) {
+    if (name.size() < RTDB_PATH_SIZE) continue;
+    report_error("config.path", {name}, "the path has ", name.size(), " characters, of which 95 fit");
+  }
+  if (!copy_path(attr_.SysIniFile, file) || !copy_path(attr_.DataPath, folder)) return 0;
+  if (!quillanest::file_size(file)) {
+    report_note("config.missing", {file}, "there is no configuration file here; all settings have their defaults");
+  }
   segment_.SetKey(key);
   return 1;
 }

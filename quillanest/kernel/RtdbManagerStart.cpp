@@ -6,6 +6,7 @@
 #include <string>
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/base/Text.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/ManagerView.h"
@@ -18,7 +19,10 @@
 using quillanest::DatabaseView;
 using quillanest::Directory;
 using quillanest::ManagerView;
+using quillanest::Operation;
 using quillanest::Parts;
+using quillanest::report_error;
+using quillanest::report_note;
 using quillanest::SegmentAccess;
 
 namespace {
@@ -37,11 +41,17 @@ void write_attributes(_rtdb_attr &to, const _rtdb_attr &from) {
 // Maps the segments of an existing directory for the life of the process.
 bool reopen_image(CRtdbManager &manager) {
   const Directory entries = ManagerView::directory(manager, Parts::attr(manager).DataBaseMaxNum);
-  if (!entries) return false;
+  if (!entries) {
+    report_error("start.directory", {}, "there is no directory of databases to reopen");
+    return false;
+  }
   for (int slot = entries.next_present(0); slot >= 0; slot = entries.next_present(slot + 1)) {
     const _db_attr record = entries.records[slot];
     CShareMemory segment(static_cast<int>(record.DBID));
-    if (segment.Create(record.DBSize, false, false) == nullptr) return false;
+    if (segment.Create(record.DBSize, false, false) == nullptr) {
+      report_error("start.segment", {}, "no segment of ", record.DBSize, " bytes for the database ", record.DBID);
+      return false;
+    }
     // By design [ReopenKeepsSegments]: a re-opened segment stays for the life of the process.
     SegmentAccess::keep_for_process_life(segment);
   }
@@ -67,10 +77,17 @@ bool bind_system_database(CRtdbManager &manager) {
     return quillanest::equal_ignoring_case(
         quillanest::text_in({quillanest::as_bytes(system.GetDBName()), sizeof(_db_attr)}), kSystemName);
   };
-  if (manager.GetDataBaseFromID(system, quillanest::kSystemDatabaseID) == 0) return false;
+  if (manager.GetDataBaseFromID(system, quillanest::kSystemDatabaseID) == 0) {
+    report_error("start.system", {}, "no database has the ID 1, that of the system database");
+    return false;
+  }
   const bool is_listed = has_name();
-  if (system.AttachShareMemory() == 0) return false;
+  if (system.AttachShareMemory() == 0) {
+    report_error("start.segment", {}, "the segment of the system database cannot be mapped");
+    return false;
+  }
   if (is_listed || has_name()) return true;
+  report_error("start.system", {}, "the database with the ID 1 is not called \"system\"");
   (void)system.DetachShareMemory();
   return false;
 }
@@ -98,12 +115,21 @@ void CRtdbManager::DestroyMemory() { segment_.Detach(); }
 
 int CRtdbManager::CreateMem(int bReopen) {
   const std::int32_t slots = attr_.DataBaseMaxNum;
-  if (slots < 0 || slots > RTDB_DATABASE_MAX) return 0;  // SetRights reaches every word of the attributes
+  if (slots < 0 || slots > RTDB_DATABASE_MAX) {  // SetRights reaches every word of the attributes
+    report_error("start.slots", {}, "the attributes say ", slots, " database slots, of which there are at most 10");
+    return 0;
+  }
   const bool creates = bReopen == 0;
-  if (segment_.Create(quillanest::manager_segment_size(slots), false, creates) == nullptr) return 0;
+  if (segment_.Create(quillanest::manager_segment_size(slots), false, creates) == nullptr) {
+    report_error("start.segment", {}, "no manager segment: the system refuses, or FileKey_Manager leads to key -1");
+    return 0;
+  }
   const std::span<std::byte> bytes = ManagerView::segment(*this);
   // An existing segment may be of any size.
-  if (bytes.size() < static_cast<std::size_t>(quillanest::manager_segment_size(slots))) return 0;
+  if (bytes.size() < static_cast<std::size_t>(quillanest::manager_segment_size(slots))) {
+    report_error("start.segment", {}, "a smaller segment of another use has the key of the manager segment");
+    return 0;
+  }
   if (creates) write_attributes(ManagerView::attr(*this), attr_);
   _rtdb_head head{};
   head.DbInfoOffset = quillanest::kDirectoryOffset;
@@ -114,10 +140,15 @@ int CRtdbManager::CreateMem(int bReopen) {
 }
 
 bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
-  return quillanest::neutral_on_failure(false, [&] {
+  Operation operation;
+  const bool started = quillanest::neutral_on_failure(false, [&] {
     // If the configuration cannot be read whole, the key of the segment is not known.
     if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
-    if (AttachShareMemory() != 0) return true;
+    if (AttachShareMemory() != 0) {
+      report_note("start.attached", {},
+                  "this process has an image already, which is used; the schema file is not read");
+      return true;
+    }
     if (CreateMem(bReopen ? 1 : 0) == 0) return false;
     if (!bReopen) SetRtdbStatus(RTDB_STATUS_BUILDING);
     const bool laid_out =
@@ -129,4 +160,5 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
     SetRtdbStatus(RTDB_STATUS_LOADED);
     return true;
   });
+  return operation.explain(started, "start.failed", {}, "the image does not start");
 }

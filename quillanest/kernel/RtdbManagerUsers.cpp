@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/ManagerView.h"
@@ -18,6 +19,7 @@
 
 using quillanest::as_bytes;
 using quillanest::ManagerView;
+using quillanest::report_error;
 using quillanest::TableView;
 
 namespace {
@@ -111,11 +113,26 @@ void set_user_name(_rtdb_attr &attr, std::string_view name) {
 int CRtdbManager::UserLogin(const char *name, const char *password) {
   CRtTable users_table;
   CRtTable rights_table;
-  if (system_.GetDBTableFromID(users_table, kUsersTable) == 0) return 0;
-  if (system_.GetDBTableFromID(rights_table, kRightsTable) == 0) return 0;
+  const quillanest::Operation operation;
+  (void)system_.GetDBTableFromID(users_table, kUsersTable);
+  (void)system_.GetDBTableFromID(rights_table, kRightsTable);
   const TableView users = TableView::of(users_table);
   const TableView rights = TableView::of(rights_table);
-  if (!users || users.record_size != kUserSize || !rights || rights.record_size < kRightsSizeMin) return 0;
+  if (!users || !rights) {
+    report_error("login.table", {"system"}, "there is no table ", users ? kRightsTable : kUsersTable,
+                 users ? ", that of the rights" : ", that of the users");
+    return 0;
+  }
+  if (users.record_size != kUserSize) {
+    report_error("login.users", {"system"}, "records of the users' table 104 have ", users.record_size,
+                 " bytes instead of 92: no user can log in");
+    return 0;
+  }
+  if (rights.record_size < kRightsSizeMin) {
+    report_error("login.rights", {"system"}, "records of the rights' table 106 have ", rights.record_size,
+                 " bytes, which is less than 36: no user can log in");
+    return 0;
+  }
 
   const auto user = name == nullptr ? std::nullopt : find_user(users, quillanest::text_at(name));
   if (!user) return -1;

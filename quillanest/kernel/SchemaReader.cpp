@@ -7,7 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/base/Report.h"
+#include "quillanest/kernel/Parts.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/LineReader.h"
@@ -35,14 +36,14 @@ constexpr std::array<Marker, 6> kMarkers{{{"#Database_Start", Section::kDatabase
 // Takes the keys and values of one record line from left to right. A blank in a key matches any run of white space.
 class RecordLine {
  public:
-  explicit RecordLine(std::string_view line) : rest_(line) {}
+  explicit RecordLine(std::string_view line) : rest_(line), size_(line.size()) {}
 
   // The run of non-blank characters after `key`.
   [[nodiscard]] std::string text(std::string_view key) {
     take_key(key);
     skip_blanks(rest_);
     const std::size_t size = std::min(rest_.find_first_of(" \t\n\v\f\r"), rest_.size());
-    complete_ = complete_ && size > 0;
+    require(size > 0);
     std::string value(rest_.substr(0, size));
     rest_.remove_prefix(size);
     return value;
@@ -52,15 +53,19 @@ class RecordLine {
   [[nodiscard]] std::uint32_t number(std::string_view key) {
     take_key(key);
     const std::optional<std::uint32_t> value = scan_int(rest_);
-    complete_ = complete_ && value.has_value();
+    require(value.has_value());
     return value.value_or(0);
   }
 
   // The signed decimal number after `key`.
   [[nodiscard]] int integer(std::string_view key) { return static_cast<int>(number(key)); }
 
-  // False after a key or its value was missing.
-  [[nodiscard]] bool is_complete() const noexcept { return complete_; }
+  // The first key that is missing or has no value; empty if there is none. And its column, from 1.
+  [[nodiscard]] std::string_view missing() const noexcept { return missing_; }
+  [[nodiscard]] int column() const noexcept { return column_; }
+
+  // The column, from 1, of the value that was taken last.
+  [[nodiscard]] int last_column() const noexcept { return last_column_; }
 
  private:
   void take_key(std::string_view key) {
@@ -68,12 +73,27 @@ class RecordLine {
       skip_blanks(rest_);
       key.remove_prefix(1);
     }
-    complete_ = complete_ && rest_.starts_with(key);
+    last_key_ = key;
+    last_column_ = column_here();
+    require(rest_.starts_with(key));
     rest_.remove_prefix(std::min(key.size(), rest_.size()));
   }
 
+  // Notes the first of the things that must be there and is not.
+  void require(bool is_there) noexcept {
+    if (is_there || !missing_.empty()) return;
+    missing_ = last_key_;
+    column_ = last_column_;
+  }
+
+  [[nodiscard]] int column_here() const noexcept { return static_cast<int>(size_ - rest_.size()) + 1; }
+
   std::string_view rest_;
-  bool complete_ = true;
+  std::size_t size_;
+  std::string_view last_key_;
+  std::string_view missing_;
+  int last_column_ = 1;
+  int column_ = 0;
 };
 
 // The default text of a field line, if the line has one.
@@ -90,10 +110,11 @@ std::optional<std::string> default_of(std::string_view line) {
 
 class SchemaReader {
  public:
-  explicit SchemaReader(CRtdbManager &manager) : manager_(manager) {}
+  SchemaReader(CRtdbManager &manager, std::string_view path) : manager_(manager), path_(path) {}
 
-  // Takes one line that begins with '#'; false if it is rejected.
-  [[nodiscard]] bool take(std::string_view line) {
+  // Takes one line that begins with '#'; false, with a reason reported, if it is rejected.
+  [[nodiscard]] bool take(std::string_view line, int number) {
+    number_ = number;
     mark(line);
     const bool taken = take_record(line);
     current_ = next_;
@@ -127,13 +148,19 @@ class SchemaReader {
   [[nodiscard]] bool take_database(std::string_view text) {
     RecordLine line(text);
     auto database = std::make_unique<CRtDataBase>();
-    database->SetDBName(line.text("#Name=").c_str());
-    database->SetDBCName(line.text(" Describe=").c_str());
+    database->SetDBName(name(line, "#Name=", RTDB_NAME_SIZE).c_str());
+    database->SetDBCName(name(line, " Describe=", RTDB_CNAME_SIZE).c_str());
     database->SetDBID(line.number(" ID="));
     database->SetDBType(line.number(" Type="));
     database->SetDBTableNum(line.integer(" TableCount="));
-    if (!line.is_complete() || database->CreateTableMemory() == 0) return false;
-    if (manager_.AddDataBase(database.get()) == 0) return false;
+    if (!is_complete(line)) return false;
+    if (database->CreateTableMemory() == 0) {
+      return refuse("schema.table_count", line.last_column(), "TableCount=", database->GetDBTableNum(),
+                    " is negative, or more than a segment of 2 GB holds");
+    }
+    if (manager_.AddDataBase(database.get()) == 0) {
+      return refuse("schema.databases", 1, "there are more than ", manager_.GetDataBaseMaxNum(), " databases");
+    }
     (void)database.release();  // the manager owns it
     return true;
   }
@@ -141,23 +168,33 @@ class SchemaReader {
   [[nodiscard]] bool take_table(std::string_view text) {
     RecordLine line(text);
     const std::uint32_t database = line.number("#DBID=");
-    table_.SetTableName(line.text(" NAME=").c_str());
-    table_.SetTableCName(line.text(" CNAME=").c_str());
+    table_.SetTableName(name(line, " NAME=", RTDB_NAME_SIZE).c_str());
+    table_.SetTableCName(name(line, " CNAME=", RTDB_CNAME_SIZE).c_str());
     table_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
     table_.SetTableID(line.number(" ID="));
     table_.SetIndexInDB(line.integer(" INDEX="));
     table_.SetRecordMaxCount(line.integer(" MAX="));
     table_.SetTableFieldNum(line.integer(" FIELDNUM="));
     table_.SetRecordCount(0);
-    return line.is_complete() && manager_.AddTable(table_) != 0;
+    if (!is_complete(line)) return false;
+    if (manager_.AddTable(table_) != 0) return true;
+    const CRtDataBase *owner = find_database(database);
+    if (owner == nullptr) return refuse("schema.database_id", 1, "no database has the ID ", database);
+    const int slots = owner->GetDBTableNum();
+    const int slot = table_.GetIndexInDB();
+    if (slot < 0 || slot >= slots) {
+      return refuse("schema.table_index", 1, "INDEX=", slot, " is not one of the ", slots,
+                    " table slots of its database, which count from 0");
+    }
+    return refuse("schema.field_count", 1, "FIELDNUM=", table_.GetTableFieldNum(), " is negative");
   }
 
   [[nodiscard]] bool take_field(std::string_view text) {
     RecordLine line(text);
     const std::uint32_t database = line.number("#DBID=");
     const std::uint32_t table = line.number(" TABLEID=");
-    field_.SetFieldName(line.text(" NAME=").c_str());
-    field_.SetFieldCName(line.text(" CNAME=").c_str());
+    field_.SetFieldName(name(line, " NAME=", RTDB_NAME_SIZE).c_str());
+    field_.SetFieldCName(name(line, " CNAME=", RTDB_CNAME_SIZE).c_str());
     field_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
     field_.SetTableID(table);
     field_.SetFieldID(line.number(" ID="));
@@ -166,13 +203,77 @@ class SchemaReader {
     field_.SetFieldSize(line.integer(" SIZE="));
     if (const std::optional<std::string> value = default_of(text)) field_.SetDefaultValue(value->c_str());
     const FieldTypeInfo *type = field_type_of_keyword(keyword);
-    if (!line.is_complete() || type == nullptr) return false;
+    if (!is_complete(line)) return false;
+    if (type == nullptr) {
+      return refuse("schema.type", static_cast<int>(text.find("TYPE=")) + 1, "unknown type ", Quoted{keyword});
+    }
     field_.SetFieldType(type->code);
     field_.SetFieldTypeSize(type->element_width);
-    return manager_.AddField(field_) != 0;
+    warn_about(*type, database, table);
+    if (manager_.AddField(field_) != 0) return true;
+    if (find_database(database) == nullptr) return refuse("schema.database_id", 1, "no database has the ID ", database);
+    if (field_.GetIndexInTable() < 0) {
+      return refuse("schema.field_index", 1, "INDEX=", field_.GetIndexInTable(), " is negative");
+    }
+    return refuse("schema.table_id", 1, "no table of the database ", database, " has the ID ", table);
+  }
+
+  // What is accepted and loses data all the same.
+  void warn_about(const FieldTypeInfo &type, std::uint32_t database, std::uint32_t table) const {
+    const Place place{path_, number_, 1};
+    const int index = field_.GetIndexInTable();
+    if (type.bytes != 0 && field_.GetFieldSize() < type.bytes) {
+      report_warning("schema.field_size", place, "SIZE=", field_.GetFieldSize(), " is less than the ", type.bytes,
+                     " bytes of the type: values run on into the next field");
+    }
+    const CRtDataBase *owner = find_database(database);
+    if (owner == nullptr || Parts::tables(*owner) == nullptr) return;
+    for (const auto &[slot, filled] : *Parts::tables(*owner)) {
+      if (Parts::attr(filled).TableID != table) continue;
+      if (index >= Parts::attr(filled).TableFieldNum) {
+        report_warning("schema.field_dropped", place, "INDEX=", index,
+                       " is not below FIELDNUM=", Parts::attr(filled).TableFieldNum,
+                       " of the table: the field is dropped, and with the next save its column");
+      } else if (Parts::fields(filled) != nullptr && Parts::fields(filled)->contains(index)) {
+        report_warning("schema.field_twice", place, "INDEX=", index,
+                       " was given to another field before, which is lost");
+      }
+      return;
+    }
+  }
+
+  // The text after a key. One that is too long is ignored later, and that of the line before stays.
+  [[nodiscard]] std::string name(RecordLine &line, std::string_view key, std::size_t most) const {
+    std::string text = line.text(key);
+    if (text.size() > most) {
+      report_warning("schema.name_length", {path_, number_, line.last_column()}, "the text has ", text.size(),
+                     " characters, of which ", most, " fit: it is ignored, and that of the line before counts");
+    }
+    return text;
+  }
+
+  [[nodiscard]] bool is_complete(const RecordLine &line) const noexcept {
+    if (line.missing().empty()) return true;
+    return refuse("schema.form", line.column(), Quoted{line.missing()},
+                  " is missing here, or its value is; the keys have a fixed order");
+  }
+
+  template <class... Pieces>
+  bool refuse(const char *code, int column, const Pieces &...pieces) const noexcept {
+    report_error(code, {path_, number_, column}, pieces...);
+    return false;
+  }
+
+  [[nodiscard]] const CRtDataBase *find_database(std::uint32_t id) const {
+    for (const auto &database : Parts::catalogue(manager_)) {
+      if (database != nullptr && database->GetDBID() == id) return database.get();
+    }
+    return nullptr;
   }
 
   CRtdbManager &manager_;
+  std::string_view path_;
+  int number_ = 0;  // of the line
   // By design [ValuesInherited]: one table and one field object take all lines, so that what a line does not set, a
   // default value or a name that is too long, stays as the line before set it.
   CRtTable table_;
@@ -184,17 +285,25 @@ class SchemaReader {
 }  // namespace
 
 bool read_schema(const char *path, CRtdbManager &manager) {
-  if (path == nullptr || *path == '\0') return false;
-  std::optional<FileText> file = read_file(std::string(text_at(path)));
-  if (!file) return false;
+  const std::string name(path == nullptr ? std::string_view() : text_at(path));
+  if (name.empty()) {
+    report_error("schema.path", {}, "no schema file is named");
+    return false;
+  }
+  std::optional<FileText> file = read_file(name);
+  if (!file) {
+    report_error("schema.missing", {name}, "the schema file does not exist, is not a file or may not be read");
+    return false;
+  }
   LineReader lines(without_byte_order_mark(file->chars()), kLineMax);
-  SchemaReader schema(manager);
+  SchemaReader schema(manager, name);
   std::string_view line;
+  int number = 0;
   // By design [LastLineTwice]: the end of the file shows only in a fetch that leaves the line as it was, so the last
   // line of a file that ends with a line end is taken twice.
   do {
-    (void)lines.next(line);
-    if (line.starts_with('#') && !schema.take(line)) return false;
+    if (lines.next(line)) ++number;
+    if (line.starts_with('#') && !schema.take(line, number)) return false;
   } while (!lines.at_end());
   return true;
 }

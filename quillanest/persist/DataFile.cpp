@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/StoreNames.h"
 #include "quillanest/persist/Walks.h"
@@ -29,14 +30,20 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
   const DataFolders folders(configuration_file_of(manager()), data_path_of(manager()));
   const std::optional<std::string> folder =
       database.GetDBID() == kSystemDatabaseID ? folders.system_folder() : folders.baseline_folder();
-  if (!folder) return std::nullopt;
+  if (!folder) {
+    report_error("text.folder", {}, "the folder that BaselineFolder names does not exist");
+    return std::nullopt;
+  }
   const std::size_t db_name = use_caption_names_ ? offsetof(_db_attr, DBCName) : offsetof(_db_attr, DBName);
   const std::size_t table_name =
       use_caption_names_ ? offsetof(_table_attr, TableCName) : offsetof(_table_attr, TableName);
   std::string name = database_text(database, db_name);
   name += '_';
   name += block_text(*table.GetTableInfo(), table_name);
-  if (!is_file_name(name)) return std::nullopt;
+  if (!is_file_name(name)) {
+    report_error("text.name", {name}, "the name of the table's file would lead out of the data folder");
+    return std::nullopt;
+  }
   return *folder + name + extension_;
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
@@ -201,6 +202,40 @@ std::optional<DataLines> lines_of(FileText &file, IsRemark is_remark) {
   return data;
 }
 
+bool report_no_lines(std::string_view path) noexcept {
+  report_error("text.form", {path},
+               "the file is not lines of text after a header line: an encoding other than one byte a character, zero "
+               "bytes, line ends other than LF and CR LF, or nothing at all");
+  return false;
+}
+
+// What a header loses: columns without a field, and fields without a column, whose values are 0 from now on.
+void warn_about_columns(const TableView &view, const std::vector<const _field_attr *> &fields,
+                        std::string_view path) noexcept {
+  const auto unknown = std::count(fields.begin(), fields.end(), nullptr);
+  if (unknown > 0) {
+    report_warning("text.unknown_column", {path, 1}, unknown,
+                   " columns of the header are not fields of the table: the next save drops them");
+  }
+  for (const _field_attr &field : view.all_fields()) {
+    const auto is_it = [&](const _field_attr *mapped) { return mapped == &field; };
+    if (std::any_of(fields.begin(), fields.end(), is_it)) continue;
+    report_warning("text.missing_column", {path, 1}, "no column is called ",
+                   Quoted{block_text(field, offsetof(_field_attr, FieldName))},
+                   ": its values keep the bytes of before");
+  }
+}
+
+// Lines that a full table does not take.
+void warn_about_rest(LineReader &lines, std::int32_t count, std::string_view path) noexcept {
+  std::int64_t left = 0;
+  std::string_view line;
+  while (!lines.at_end() && lines.next(line)) left += is_record_line(line) ? 1 : 0;
+  if (left == 0) return;
+  report_warning("text.capacity", {path}, "the table is full with ", count, " records, and ", left,
+                 " more are in the file: the next save loses them");
+}
+
 }  // namespace
 
 bool CRtdbDataFile::LoadTable(CRtDataBase &database, CRtTable &table, int) {
@@ -210,11 +245,14 @@ bool CRtdbDataFile::LoadTable(CRtDataBase &database, CRtTable &table, int) {
 
 bool CRtdbDataFile::LoadTableFrom(CRtTable &table, const std::string &path) {
   std::optional<FileText> file = read_file(path);
-  if (!file) return true;
+  if (!file) {
+    report_note("text.missing", {path}, "there is no data file; the table keeps the records that it has");
+    return true;
+  }
   const TableView view = TableView::of(table);
-  if (!view) return false;
+  if (!view) return report_not_attached(path);
   std::optional<DataLines> data = lines_of(*file, is_skipped_before_header);
-  if (!data) return false;
+  if (!data) return report_no_lines(path);
   // By design [CommentsOnlyEmpties]: comments whose last line has no line end leave an empty table.
   std::vector<const _field_attr *> fields;
   if (!is_skipped_before_header(data->header)) {
@@ -222,7 +260,9 @@ bool CRtdbDataFile::LoadTableFrom(CRtTable &table, const std::string &path) {
   }
 
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
+  warn_about_columns(view, fields, path);
   const std::int32_t count = fill_records(view, data->lines, separator_, fields, cipher);
+  warn_about_rest(data->lines, count, path);
   view.set_count(count);
   if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
   return true;
@@ -230,11 +270,14 @@ bool CRtdbDataFile::LoadTableFrom(CRtTable &table, const std::string &path) {
 
 bool LoadSomeDataFile(CRtTable &table, const std::string &path, bool use_caption_names, char separator) {
   std::optional<FileText> file = read_file(path);
-  if (!file) return true;
+  if (!file) {
+    report_note("text.missing", {path}, "there is no file to merge; the table keeps the values that it has");
+    return true;
+  }
   const TableView view = TableView::of(table);
-  if (!view) return false;
+  if (!view) return report_not_attached(path);
   std::optional<DataLines> data = lines_of(*file, [](std::string_view line) { return line.starts_with('#'); });
-  if (!data) return false;
+  if (!data) return report_no_lines(path);
   const std::vector<const _field_attr *> fields =
       map_columns(table, view, {data->header, separator}, use_caption_names, FirstColumn::kByName);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/kernel/VersionFields.h"
@@ -14,6 +15,7 @@
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/StoreNames.h"
+#include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
@@ -135,14 +137,18 @@ NewFile new_file_for(const TableView &view) {
 
 bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
   const TableView view = TableView::of(table);
-  if (!view) return false;
+  const std::string place = place_of(database, table);
+  if (!view) return report_not_attached(place);
   const std::optional<std::string> path = path_of(database, table);
   if (!path) return false;
   // Before the new file is opened: the key is read from files, and the new file might take the last file descriptor.
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
-  if (!passwords_are_whole(view, cipher)) return false;
+  if (!passwords_are_whole(view, cipher)) return report_cut_password(place);
   FileReplacement file(*path, new_file_for(view));
-  if (!file.is_open()) return false;
+  if (!file.is_open()) {
+    report_error("text.create", {*path}, "the file cannot be written: ", std::string_view(last_system_error()));
+    return false;
+  }
 
   ModifiedMarks marks(view, find_version_fields(view).modified);
   const bool saved = neutral_on_failure(false, [&] {
@@ -156,7 +162,10 @@ bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
     writer.finish();
     return file.commit();
   });
-  if (!saved) marks.restore();
+  if (!saved) {
+    report_error("text.write", {*path}, "the file could not be written whole and to the disk; the former one is kept");
+    marks.restore();
+  }
   return saved;
 }
 

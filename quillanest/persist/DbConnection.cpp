@@ -1,7 +1,9 @@
 #include "quillanest/persist/DbConnection.h"
 
+#include <string_view>
 #include <utility>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/platform/Path.h"
 #include "quillanest/settings/Configuration.h"
 #include "quillanest/sql/ComError.h"
@@ -13,6 +15,11 @@ namespace {
 constexpr std::size_t kNameSize = 64;
 constexpr std::size_t kTextSize = 24;
 constexpr std::size_t kConnectionStringSize = 200;
+
+constexpr std::array<std::string_view, 2> kSlotNames{"main", "backup"};
+
+// Servers repeat values of rows in the lines after the first one.
+std::string_view first_line(std::string_view text) noexcept { return text.substr(0, text.find_first_of("\r\n")); }
 
 }  // namespace
 
@@ -67,6 +74,14 @@ std::optional<std::string> CDbConnection::connection_string(int slot_number, con
   return text;
 }
 
+// The backup of type 0 without a name is one that nobody has asked for.
+void CDbConnection::report_failed_open(int slot_number, const _com_error &error) const noexcept {
+  const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
+  if (slot_number == SLOT_BACKUP && slot.type == DB_TYPE_SQLSERVER && slot.name.empty()) return;
+  report_warning("store.open", {kSlotNames[static_cast<std::size_t>(slot_number)]},
+                 "the database cannot be opened: ", first_line(error.ErrorMessage()));
+}
+
 bool CDbConnection::open_slot(int slot_number, const DataSource &data_source) {
   Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   slot.rows.reset();
@@ -80,8 +95,9 @@ bool CDbConnection::open_slot(int slot_number, const DataSource &data_source) {
   slot.failed = false;
   try {
     slot.connection = again && locked != nullptr ? std::move(locked) : Connection::open(*text);
-  } catch (const _com_error &) {
+  } catch (const _com_error &error) {
     slot.failed = true;
+    report_failed_open(slot_number, error);
   }
   return !slot.failed;
 }

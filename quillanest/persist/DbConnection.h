@@ -74,6 +74,7 @@ class CDbConnection {
 
   // The provider code of the current slot, -1 without one.
   [[nodiscard]] int GetCurrentType() const;
+  [[nodiscard]] bool is_open() const { return open_mask_ != 0; }
   [[nodiscard]] int GetCurrentSlot() const { return current_slot_; }
 
   // The row set and the row that the reader is at, for callers that look columns up once; null without a row.
@@ -123,6 +124,7 @@ class CDbConnection {
 
   [[nodiscard]] std::optional<std::string> connection_string(int slot_number, const DataSource &data_source) const;
   bool open_slot(int slot_number, const DataSource &data_source);
+  void report_failed_open(int slot_number, const _com_error &error) const noexcept;
   [[nodiscard]] Slot *current();
   [[nodiscard]] const Slot *current() const;
 

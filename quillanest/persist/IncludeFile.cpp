@@ -8,9 +8,11 @@
 
 #include "quillanest/base/MessageBox.h"
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/platform/Path.h"
+#include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
@@ -147,12 +149,18 @@ std::string include_file_text(CRtDataBase &database) {
 }  // namespace quillanest
 
 int CRtDataBase::BuildIncludeFile(const char *directory) {
-  if (directory == nullptr || quillanest::text_at(directory).empty()) return 0;
+  const quillanest::Operation operation;
+  if (directory == nullptr || quillanest::text_at(directory).empty()) {
+    quillanest::report_error("header.folder", {}, "no folder is named");
+    return 0;
+  }
   return quillanest::neutral_on_failure(0, [&] {
     const std::string name = quillanest::name_of(*this);
     const std::string path = quillanest::path_in(quillanest::text_at(directory), name + ".h");
     quillanest::FileReplacement file(quillanest::is_file_name(name) ? path : std::string());
     if (!file.is_open()) {
+      quillanest::report_error("header.create", {path},
+                               "the header cannot be written: ", std::string_view(quillanest::last_system_error()));
       quillanest::show_message(("Fail to create file " + path).c_str());
       return 0;
     }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/DataFile.h"
@@ -25,8 +26,10 @@ namespace {
 // file sizes fails as on a full disk.
 template <class Work>
 bool guarded(Work work) {
+  quillanest::Operation operation;
   const quillanest::FileSizeSignalBlock block;
-  return quillanest::neutral_on_failure(false, work);
+  return operation.explain(quillanest::neutral_on_failure(false, work), "store.failed", {},
+                           "the load or save fails for a reason that is not known");
 }
 
 // Returns work(store) with the store that a configuration file selects. Members of the manager use its own file, those

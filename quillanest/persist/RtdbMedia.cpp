@@ -2,6 +2,7 @@
 #include "quillanest/persist/RtdbMedia.h"
 
 #include "quillanest/base/Neutral.h"
+#include "quillanest/base/Report.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/persist/ModifiedMarks.h"
@@ -27,6 +28,14 @@ bool has_pairs_of_quotes(std::string_view text, bool escapes) {
 
 bool is_digit(std::string_view text) { return text.size() == 1 && text[0] >= '0' && text[0] <= '9'; }
 
+constexpr int kReportedRows = 3;  // one by one; further ones are counted
+
+bool report_rejected_delete(std::string_view store_table) noexcept {
+  report_error("store.delete", {store_table},
+               "a database rejects the DELETE of the former rows: is the table there, and may the user change it?");
+  return false;
+}
+
 // Whether a project save writes the record.
 bool is_changed(const TableView &view, std::byte *record, const _field_attr &modified) {
   return view.key_of(record) != 0 && version_value(view, record, modified) != 0;
@@ -40,6 +49,7 @@ struct CRtdbMedia::Source {
   std::string store_table;
   FieldList fields;
   VersionFields versions;
+  mutable int left_out = 0;  // records whose statements were not sent
 };
 
 // A statement that inserts a record.
@@ -146,14 +156,17 @@ void CRtdbMedia::insert_record(const Source &source, std::int32_t position, Modi
   // By design [RejectedInsertIgnored]: a row that the store rejects is missing there, and the save goes on. A broken
   // statement is not even sent, because a store might read something else in it that changes other rows.
   const Insert insert = insert_statement(source.store_table, bytes, source.fields);
-  if (insert.is_whole) connection_.run_deferred(insert.statement);
+  if (insert.is_whole) return connection_.run_deferred(insert.statement);
+  if (++source.left_out > kReportedRows) return;
+  report_warning("store.row", {source.store_table}, "the record with the ID ", source.view.key_of(bytes.data()),
+                 " is not saved: a text in it would end its quotes early, or a character is not a digit");
 }
 
 bool CRtdbMedia::save_all_rows(const Source &source, ModifiedMarks &marks) {
   std::string statement = "DELETE FROM " + source.store_table;
   if (source.versions.project != nullptr) statement += " WHERE iProjectID = 0";
   // Not Execute: its 16-bit count can be negative without an error, and only an error ends the save.
-  if (!connection_.run(statement.c_str(), TARGET_BOTH)) return false;
+  if (!connection_.run(statement.c_str(), TARGET_BOTH)) return report_rejected_delete(source.store_table);
   const std::int32_t count = source.view.count();
   for (std::int32_t i = 0; i < count; ++i) insert_record(source, i, marks);
   return true;
@@ -167,7 +180,7 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
     const auto key = static_cast<std::int32_t>(view.key_at(i));
     const std::string statement = "DELETE FROM " + source.store_table + " WHERE ID = " + std::to_string(key) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (!connection_.run(statement.c_str(), TARGET_BOTH)) return false;
+    if (!connection_.run(statement.c_str(), TARGET_BOTH)) return report_rejected_delete(source.store_table);
     insert_record(source, i, marks);
   }
   return true;
@@ -177,7 +190,10 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
 // the former rows and the records are marked as before.
 template <class Save>
 bool CRtdbMedia::keep(const Source &source, Save save) {
-  if (!connection_.begin_transaction()) return false;
+  if (!connection_.begin_transaction()) {
+    report_error("store.begin", {source.store_table}, "a database refuses a transaction; nothing is changed");
+    return false;
+  }
   ModifiedMarks marks(source.view, source.versions.modified);
   bool saved = false;
   const bool kept = neutral_on_failure(false, [&] {
@@ -188,7 +204,12 @@ bool CRtdbMedia::keep(const Source &source, Save save) {
       return false;
     }
   });
+  if (source.left_out > kReportedRows) {
+    report_warning("store.rows", {source.store_table}, source.left_out, " of ", source.view.count(),
+                   " records are not saved");
+  }
   if (!kept) {
+    report_error("store.lost", {source.store_table}, "the changes could not be kept; the former rows are in the store");
     connection_.rollback_transaction();
     marks.restore();
   }
@@ -198,7 +219,12 @@ bool CRtdbMedia::keep(const Source &source, Save save) {
 bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) {
   (void)open_for(database, false);
   const TableView view = TableView::of(table);
-  if (!view || !passwords_are_whole(view, cipher_)) return false;
+  const std::string place = place_of(database, table);
+  if (!view) return report_not_attached(place);
+  if (!passwords_are_whole(view, cipher_)) return report_cut_password(place);
+  if (!connection_.is_open()) {
+    report_warning("store.closed", {place}, "no database is open: nothing is saved, and the marks are cleared");
+  }
   const Source source{view, store_table_name(database, table), fields_of(view), find_version_fields(view)};
   if (project == 0 || source.versions.project == nullptr) {
     return keep(source, [&](ModifiedMarks &marks) { return save_all_rows(source, marks); });

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
@@ -122,13 +123,18 @@ void CRtdbMedia::store_rows(const TableView &view, int count) {
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {
   (void)open_for(database, true);
   const TableView view = TableView::of(table);
-  if (!view) return false;
+  if (!view) return report_not_attached(place_of(database, table));
   const std::string store_table = store_table_name(database, table);
   const VersionFields fields = find_version_fields(view);
   // One row more than the table holds shows that there are too many.
   const std::int32_t capacity = view.capacity();
   const std::size_t most_rows = static_cast<std::size_t>(capacity) + 1;
-  if (!connection_.OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) return false;
+  if (!connection_.OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) {
+    report_error("store.query", {store_table},
+                 connection_.is_open() ? "the rows cannot be read: is the table there, with all its columns?"
+                                       : "no database is open to read from");
+    return false;
+  }
 
   const int found = connection_.GetRecordCount();
   const int count = std::min(found, capacity);
@@ -139,6 +145,9 @@ bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) 
     const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
     // By design [MergeFailureIgnored]: if the project's rows cannot be read, the load has the base rows and succeeds.
     (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
+  }
+  if (count < found) {
+    report_error("store.capacity", {store_table}, "the table is full with ", count, " records, and the store has more");
   }
   return count == found;
 }

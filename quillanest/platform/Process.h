@@ -8,6 +8,9 @@ namespace quillanest {
 // The identifier of this process.
 [[nodiscard]] int process_id();
 
+// What the system says of the last call that failed on this thread; a text that lasts for ever. Nothing is allocated.
+[[nodiscard]] const char *last_system_error() noexcept;
+
 // The name of this machine, empty if the system does not report it.
 [[nodiscard]] std::string host_name();
 

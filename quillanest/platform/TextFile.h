@@ -42,6 +42,10 @@ template <class Text>
   return marked ? Text(text.data() + kMark.size(), text.size() - kMark.size()) : text;
 }
 
+// Appends bytes at once to a file, which is made for its owner alone if it does not exist. No link is followed, nothing
+// is allocated, and a failure is silent.
+void append_to_file(const char *path, std::string_view bytes) noexcept;
+
 // The size of the file in bytes; nothing if the path names none.
 [[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
 

@@ -64,12 +64,12 @@ def check_own(verdict, path, line, here, target):
         return
     target = target.removeprefix("quillanest/")
     of_system = (verdict.root / "quillanest" / SYSTEM_INCLUDE / target).is_file()
-    if not of_system and not (verdict.root / "quillanest" / target).is_file():
+    if not of_system and not any((verdict.root / "quillanest" / name).is_file() for name in (target, target + ".in")):
         verdict.complain(path, line, f'"quillanest/{target}" does not exist')
         return
     if is_of_system(target) and not is_of_system(here):
         verdict.complain(path, line, f"only {SYSTEM_FOLDER}/ includes this header")
-    if here == UMBRELLA or (of_system and layer_of(target) is None):
+    if here == UMBRELLA or target == "Version.h" or (of_system and layer_of(target) is None):
         return
     source, wanted = layer_of(here), layer_of(target)
     if source not in LAYERS or wanted not in LAYERS:

@@ -1,14 +1,21 @@
 #include "quillanest/platform/Process.h"
 
 #include <array>
+#include <errno.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 namespace quillanest {
 
 int process_id() { return static_cast<int>(getpid()); }
+
+const char *last_system_error() noexcept {
+  const char *text = strerrordesc_np(errno);
+  return text == nullptr ? "unknown error" : text;
+}
 
 std::string host_name() {
   std::array<char, 256> name{};

@@ -9,7 +9,9 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
+#include "quillanest/platform/FileSizeSignal.h"
 #include "quillanest/platform/posix/Descriptor.h"
 
 namespace quillanest {
@@ -26,6 +28,14 @@ FileText::FileText(std::size_t size) : size_(size) {
   bytes_ = {static_cast<char *>(::operator new(size, kPage)),
             [](char *bytes) noexcept { ::operator delete(bytes, kPage); }};
   (void)madvise(bytes_.get(), size, MADV_HUGEPAGE);
+}
+
+void append_to_file(const char *path, std::string_view bytes) noexcept {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  const Descriptor file(::open(path, kFlags, 0600));
+  if (file.get() < 0) return;
+  const FileSizeSignalBlock block;
+  (void)!::write(file.get(), bytes.data(), bytes.size());
 }
 
 std::optional<FileText> read_file(const std::string &path) {

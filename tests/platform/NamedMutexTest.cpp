@@ -189,4 +189,14 @@ TEST(MutexFolder, AllAgreeWhateverHappensToThePlainName) {
   }
 }
 
+// Catches: a closed handle whose slot is not used again, so that a program that edits long enough has none left.
+TEST(NamedMutex, HandlesAreUsedAgain) {
+  constexpr int kMoreThanThereAre = 4'300'000;
+  for (int i = 0; i < kMoreThanThereAre; ++i) {
+    const quillanest::MutexHandle handle = quillanest::open_mutex("qn handles");
+    ASSERT_NE(handle, quillanest::kNoMutex) << i;
+    quillanest::close_mutex(handle);
+  }
+}
+
 }  // namespace

@@ -56,6 +56,24 @@ TEST_P(StoreFailure, SaveThatCannotBeKeptIsFalseAndMarksAgain) {
                                           {.key = 2, .name = "second", .level = 2, .modified = 1}}));
 }
 
+// Catches: a slot that failed to commit and whose transaction goes on, so that the next table cannot begin one.
+TEST(ServerDatabase, RefusedCommitEndsWithItsTable) {
+  StoreImage image("SF", {{21, "Other", 5, {"ID UINT 4", "Level INT 4"}}});
+  image.run("CREATE TABLE plant_Other (ID bigint, Level integer)");
+  image.add({.key = 1, .name = "one"});
+  CRtTable other;
+  ASSERT_EQ(image.plant.GetDBTableFromID(other, 21), 1);
+  ASSERT_EQ(other.Insert(7, 0, 0), 0);
+  (void)image.stores[0]->run(
+      "CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN RAISE 'no'; END $$; CREATE CONSTRAINT "
+      "TRIGGER late AFTER INSERT ON plant_Item DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE FUNCTION refuse()");
+  EXPECT_FALSE(image.plant.SaveData(0));
+  for (const auto &store : image.stores) {
+    EXPECT_EQ(store->run("SELECT ID FROM plant_Item"), "");
+    EXPECT_EQ(store->run("SELECT ID FROM plant_Other"), "7\n");
+  }
+}
+
 // Catches: a silent server that is tried for every table, or once more for every database.
 TEST(ServerDatabase, SilentOneIsTriedOnceInACall) {
   SilentServer silent;

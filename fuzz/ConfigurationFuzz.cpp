@@ -66,7 +66,7 @@ void check_key(const Surroundings &surroundings, const Key &key) {
   const int number = profile_int(plain, key.section, key.key, 7);
   const bool is_number = value.find_first_not_of("+-0123456789") == std::string::npos;
   if (is_number && value.find_first_of("+-", 1) == std::string::npos) {
-    require(number == static_cast<int>(std::strtol(value.c_str(), nullptr, 10)), "a number is read as it stands");
+    require(number == static_cast<int>(std::strtol(value.c_str(), nullptr, 10)), "a number is read as it is written");
   }
 }
 
@@ -121,6 +121,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
   check_manager(surroundings);
   check_connections(configuration);
   const auto cipher = quillanest::PasswordCipher::from_configuration(configuration);
-  require(cipher.decrypt(cipher.encrypt("secret")) == "secret", "a password comes back whatever the key file");
+  require(cipher.decrypt(cipher.encrypt("secret")) == "secret", "a password comes back with any key file");
   return 0;
 }

@@ -140,7 +140,7 @@ void check_address(const std::string &input) {
   require(is_part_of(address.host, input) && is_part_of(address.port, input), "host and port are the caller's");
   if (address.port.empty()) return;
   require(input.ends_with(address.port), "the port is the end");
-  require(address.host.size() < input.size() - address.port.size(), "the host ends in front of the port");
+  require(address.host.size() < input.size() - address.port.size(), "the host ends before the port");
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ void fill(CRtTable &table, const std::vector<std::uint32_t> &keys) {
 void check_found(const CRtTable &table, std::uint32_t key) {
   int place = -2;
   const int found = table.FindIDExclusive(key, place);
-  require(place >= 0 && place <= table.GetRecordCount(), "a place lies in the table or behind its end");
+  require(place >= 0 && place <= table.GetRecordCount(), "a place lies in the table or after its end");
   require(found == 0 || value_at<std::uint32_t>(table.GetAt(place), 0) == key, "what is found has the key");
   require(table.FindRecordIndex(key) == (found == 1 ? place : -1), "both searches find the same");
   const char *record = table.FindIDExclusive(key);
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
   std::vector<std::uint32_t> keys = keys_of(input);
   fill(table, keys);
 
-  // Each number of the input is looked for itself, and as a position with the keys around the one that stands there.
+  // Each number of the input is looked for itself, and as a position with the keys around the one that is there.
   const auto check = [&](auto check_key) {
     for (const std::uint32_t probe : probes) {
       check_key(probe);

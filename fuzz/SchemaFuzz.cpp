@@ -30,13 +30,13 @@ struct Surroundings : quillanest::model::RootsInMemory {
   MemoryFile schema;
 };
 
-// The fields of one table lie behind one another in a record. Returns the record's size.
+// The fields of one table lie one after the other in a record. Returns the record's size.
 int check_fields(const CRtTable &table) {
   CRtField field;
   int offset = 0;
   for (int i = 0; i < table.GetTableFieldNum() && i < kMostFields; ++i) {
     require(table.GetFieldFromIndex(field, i) == 1, "a field slot can be read");
-    require(field.GetFieldOffset() == offset, "a field lies behind the one before it");
+    require(field.GetFieldOffset() == offset, "a field lies after the one before it");
     require(field.GetFieldSize() >= 0, "a field has a size");
     require(table.FindFieldFromName(field.GetFieldName(), false) <= i, "a field is found by its name");
     offset += field.GetFieldSize();
@@ -46,12 +46,12 @@ int check_fields(const CRtTable &table) {
 
 void check_table(CRtTable &table, int &field_offset, std::int64_t &data_offset) {
   const _table_attr attr = *table.GetTableInfo();
-  require(attr.FieldOffset == field_offset, "a table's fields lie behind those of the table before it");
-  require(attr.DataOffset == data_offset, "a table's records lie behind those of the table before it");
+  require(attr.FieldOffset == field_offset, "a table's fields lie after those of the table before it");
+  require(attr.DataOffset == data_offset, "a table's records lie after those of the table before it");
   require(attr.RecordCount == 0 && attr.IDExclusive == 1, "a table without a data file is empty");
   field_offset += attr.TableFieldNum * static_cast<int>(sizeof(_field_attr));
   data_offset += std::int64_t{attr.TableSize} * attr.RecordMaxCount;
-  if (attr.IndexInDB < 0) return;  // a slot that nobody filled is not attached
+  if (attr.IndexInDB < 0) return;  // a slot that no line filled is not attached
   require(table.GetDataAddress() != nullptr, "a table that was filled is attached");
   const int record_size = check_fields(table);
   require(attr.TableFieldNum > kMostFields || record_size == attr.TableSize, "fields make up the record");

@@ -20,7 +20,7 @@ using quillanest::model::LastingImage;
 using quillanest::model::require;
 
 constexpr int kCapacity = 8;
-constexpr std::size_t kApart = 40;  // from one field to the next; the bytes behind a value belong to no field
+constexpr std::size_t kApart = 40;  // from one field to the next; the bytes after a value belong to no field
 
 struct Column {
   const char *name, *type, *store_type;
@@ -58,7 +58,7 @@ std::vector<TableSpec> tables() {
   for (const Column &column : kTable) {
     rows.fields.push_back(std::string(column.name) + ' ' + column.type + ' ' + std::to_string(kApart));
   }
-  return {{10, "Before", 3, {"ID UINT 4"}}, rows, {12, "Behind", 3, {"ID UINT 4"}}};
+  return {{10, "Before", 3, {"ID UINT 4"}}, rows, {12, "After", 3, {"ID UINT 4"}}};
 }
 
 struct RowsImage : LastingImage {

@@ -53,8 +53,8 @@ void store(CRtTable &table, const CRtField &field, const std::string &text) {
   const std::string after = quillanest::model::records_of(table);
   const auto start = static_cast<std::size_t>(table.GetTableSize() + field.GetFieldOffset());
   const std::size_t end = start + static_cast<std::size_t>(field.GetFieldSize());
-  require(before.substr(0, start) == after.substr(0, start), "nothing in front of the field changes");
-  require(before.substr(end) == after.substr(end), "nothing behind the field changes");
+  require(before.substr(0, start) == after.substr(0, start), "nothing before the field changes");
+  require(before.substr(end) == after.substr(end), "nothing after the field changes");
 }
 
 void check_field(CRtTable &table, int index, const std::string &text) {

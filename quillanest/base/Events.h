@@ -35,7 +35,7 @@ struct Event {
 };
 
 // Called on the thread whose operation met the event, without any lock of the library held. What it throws is
-// discarded. It may call the library; events of such a call are not reported.
+// discarded; it must not end its thread. It may call the library; events of such a call are not reported.
 using EventHandler = void (*)(const Event &event, void *context);
 
 // Events go to `handler` from now on, with `context`; null, the default, reports none. Any thread may call it; an event

@@ -98,8 +98,9 @@ const char *CRtField::GetTypeStr() const { return quillanest::field_type(attr_.F
 void CRtField::GetDisplayText(int nType, char *pValue, char *pszText) {
   if (pszText == nullptr) return;
   if (pValue == nullptr) return copy_with_terminator(pszText, {});
-  if (nType == quillanest::kString) return copy_with_terminator(pszText, quillanest::text_at(pValue));
-  if (nType == quillanest::kPasswd) {
+  if (quillanest::kind_of(nType) == quillanest::Kind::kText)
+    return copy_with_terminator(pszText, quillanest::text_at(pValue));
+  if (quillanest::kind_of(nType) == quillanest::Kind::kPassword) {
     const std::string enciphered = quillanest::neutral_on_failure(std::string(), [&] {
       return quillanest::TzDes::SimpleEncrypt(std::string(quillanest::text_at(pValue)).c_str());
     });

@@ -108,6 +108,26 @@ void set_user_name(_rtdb_attr &attr, std::string_view name) {
   quillanest::copy_text(room, name.substr(0, room.size() - 1));
 }
 
+// Whether both tables are there with records that a login can read; else the reason is reported.
+bool can_log_in(const TableView &users, const TableView &rights) noexcept {
+  if (!users || !rights) {
+    report_error("login.table", {"system"}, "there is no table ", users ? kRightsTable : kUsersTable,
+                 users ? ", that of the rights" : ", that of the users");
+    return false;
+  }
+  if (users.record_size != kUserSize) {
+    report_error("login.users", {"system"}, "records of the users' table 104 have ", users.record_size,
+                 " bytes instead of 92: no user can log in");
+    return false;
+  }
+  if (rights.record_size < kRightsSizeMin) {
+    report_error("login.rights", {"system"}, "records of the rights' table 106 have ", rights.record_size,
+                 " bytes, which is less than 36: no user can log in");
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 int CRtdbManager::UserLogin(const char *name, const char *password) {
@@ -118,21 +138,7 @@ int CRtdbManager::UserLogin(const char *name, const char *password) {
   (void)system_.GetDBTableFromID(rights_table, kRightsTable);
   const TableView users = TableView::of(users_table);
   const TableView rights = TableView::of(rights_table);
-  if (!users || !rights) {
-    report_error("login.table", {"system"}, "there is no table ", users ? kRightsTable : kUsersTable,
-                 users ? ", that of the rights" : ", that of the users");
-    return 0;
-  }
-  if (users.record_size != kUserSize) {
-    report_error("login.users", {"system"}, "records of the users' table 104 have ", users.record_size,
-                 " bytes instead of 92: no user can log in");
-    return 0;
-  }
-  if (rights.record_size < kRightsSizeMin) {
-    report_error("login.rights", {"system"}, "records of the rights' table 106 have ", rights.record_size,
-                 " bytes, which is less than 36: no user can log in");
-    return 0;
-  }
+  if (!can_log_in(users, rights)) return 0;
 
   const auto user = name == nullptr ? std::nullopt : find_user(users, quillanest::text_at(name));
   if (!user) return -1;

@@ -74,7 +74,7 @@ std::optional<std::string> CDbConnection::connection_string(int slot_number, con
   return text;
 }
 
-// The backup of type 0 without a name is one that nobody has asked for.
+// The backup of type 0 without a name is one that was not asked for.
 void CDbConnection::report_failed_open(int slot_number, const _com_error &error) const noexcept {
   const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
   if (slot_number == SLOT_BACKUP && slot.type == DB_TYPE_SQLSERVER && slot.name.empty()) return;

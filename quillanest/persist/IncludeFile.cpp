@@ -77,7 +77,8 @@ std::string member_line(const CRtField &field) {
   const int element = field.GetFieldTypeSize();
   const std::int64_t count = element == 0 ? 1 : std::int64_t{field.GetFieldSize()} / element;
   std::string declaration = joined({"\t", field.GetTypeStr(), "  \t\t", name_of(field)});
-  if (field.GetFieldType() != kTime && count > 1) declaration += joined({"[", std::to_string(count), "]"});
+  if (kind_of(field.GetFieldType()) != Kind::kTime && count > 1)
+    declaration += joined({"[", std::to_string(count), "]"});
   declaration += ';';
   return joined({padded(std::move(declaration), kMemberWidth), "//", caption_of(field), "\n"});
 }

@@ -105,23 +105,31 @@ int CRtdbMedia::open_for(CRtDataBase &database, bool first_only) {
 
 void CRtdbMedia::append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value) {
   const Dialect &dialect = dialect_of_type(connection_.GetCurrentType());
+  Statement &statement = insert.statement;
   std::string text;
   append_value_text(field.FieldType, value, cipher_, text);
-  if (is_text_type(field.FieldType)) {
-    insert.statement.is_plain = insert.statement.is_plain && text.find_first_of("'\\") == std::string::npos;
-    // By design [QuotesNotEscaped]: a text goes into its quotes as it is. One that would end them early breaks its
-    // statement.
-    insert.is_whole = insert.is_whole && stays_in_quotes(text);
-    insert.statement.text += '\'';
-    insert.statement.text += text.empty() ? dialect.empty_text : std::string_view(text);
-    insert.statement.text += '\'';
-  } else if (field.FieldType != kTime) {
-    // Any text but a digit is not a value, and might start another token.
-    const bool is_character = field.FieldType == kChar || field.FieldType == kUchar;
-    insert.is_whole = insert.is_whole && (!is_character || is_digit(text));
-    insert.statement.text += text;
-  } else {
-    insert.statement.text.append(dialect.date_start).append(text).append(dialect.date_end);
+  switch (kind_of(field.FieldType)) {
+    case Kind::kText:
+    case Kind::kPassword:
+      statement.is_plain = statement.is_plain && text.find_first_of("'\\") == std::string::npos;
+      // By design [QuotesNotEscaped]: a text goes into its quotes as it is. One that would end them early breaks its
+      // statement.
+      insert.is_whole = insert.is_whole && stays_in_quotes(text);
+      statement.text.append("'").append(text.empty() ? dialect.empty_text : std::string_view(text)).append("'");
+      return;
+    case Kind::kTime:
+      statement.text.append(dialect.date_start).append(text).append(dialect.date_end);
+      return;
+    case Kind::kCharacter:
+      // A text other than a digit would not be a value, or would begin something else.
+      insert.is_whole = insert.is_whole && is_digit(text);
+      statement.text += text;
+      return;
+    case Kind::kInteger:
+    case Kind::kReal:
+    case Kind::kNone:
+      statement.text += text;
+      return;
   }
 }
 

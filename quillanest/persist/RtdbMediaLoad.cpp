@@ -94,7 +94,7 @@ void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std
     const Variant value = map.value(row, column);
     if (equal_ignoring_case(block_text(column.field, offsetof(_field_attr, FieldName)), "ID")) {
       record = record_to_merge(table, view, value);
-    } else if (record != nullptr && column.field.FieldType != kPasswd) {
+    } else if (record != nullptr && kind_of(column.field.FieldType) != Kind::kPassword) {
       // By design [MergeKeepsPasswords]: the rows of a project never change a password.
       store_value(column.field, view.value(record, column.field), value, cipher);
     }

@@ -3,7 +3,8 @@
 //     const std::unique_ptr<TableStore> store = open_store(manager, configured_store(configuration_file));
 //     const bool saved = store->SaveTable(database, table, 0);
 //
-// To add a store, derive a class from TableStore and add a row to the table in TableStore.cpp.
+// To add a store, derive a class from TableStore, add a StoreKind and a row in TableStore.cpp, and say in
+// configured_store() what selects it.
 // Lifetime: a store is opened for one published call and reads the configuration in its constructor; the manager must
 // outlive it. Threads: one object belongs to one thread.
 // Errors: operations return false. If memory or another resource of the system is short, they may raise std::bad_alloc,

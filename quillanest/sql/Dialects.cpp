@@ -95,7 +95,11 @@ const Dialect *dialect_of_provider(std::string_view name) noexcept {
 
 Undo undo_of_server(std::string_view name) noexcept {
   for (const Dialect &dialect : kDialects) {
-    if (!dialect.server.empty() && name.find(dialect.server) != std::string_view::npos) return dialect.undo;
+    if (dialect.server.empty()) continue;
+    // A server that takes savepoints is known by its whole name, the others come with their makers' names.
+    const bool is_it = dialect.undo == Undo::kBySavepoint ? name == dialect.server
+                                                          : name.find(dialect.server) != std::string_view::npos;
+    if (is_it) return dialect.undo;
   }
   return kStandard.undo;
 }

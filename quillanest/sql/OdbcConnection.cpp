@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "quillanest/base/Neutral.h"
 #include "quillanest/platform/Odbc.h"
 #include "quillanest/sql/ComError.h"
 #include "quillanest/sql/Dialects.h"
@@ -137,9 +137,14 @@ class OdbcConnection : public Connection {
     if (!in_transaction_) return;
     in_transaction_ = false;
     pending_.clear();
-    try {
-      (void)worker_->run(undo_transaction);
-    } catch (const std::exception &) {
+    const bool undone = neutral_on_failure(false, [&] {
+      try {
+        return worker_->run(undo_transaction);
+      } catch (const _com_error &) {
+        return false;
+      }
+    });
+    if (!undone) {
       // Must not raise. The end of the connection undoes the transaction; until then nothing more may be run, because
       // psqlodbc 13.02 commits an open transaction if autocommit is switched on.
       worker_->refuse();
@@ -212,22 +217,28 @@ class OdbcConnection : public Connection {
   // would be kept without the earlier ones. A failure of any kind, out of memory too, counts as false, so that the
   // caller always knows whether the transaction is lost.
   bool undo_statement() noexcept {
-    try {
-      switch (undo_) {
-        case Undo::kBySavepoint:
-          undo_to_savepoint();
-          return true;
-        case Undo::kByServerIfItStaysOpen: {
-          const RowSet open = query("SELECT @@TRANCOUNT", 1);
-          return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
-        }
-        case Undo::kByServer:
-          return true;
+    return neutral_on_failure(false, [&] {
+      try {
+        return try_to_undo();
+      } catch (const _com_error &) {
+        return false;
       }
-      return false;
-    } catch (const std::exception &) {
-      return false;
+    });
+  }
+
+  bool try_to_undo() {
+    switch (undo_) {
+      case Undo::kBySavepoint:
+        undo_to_savepoint();
+        return true;
+      case Undo::kByServerIfItStaysOpen: {
+        const RowSet open = query("SELECT @@TRANCOUNT", 1);
+        return open.row_count() == 1 && integer_content(open.value(0, 0)) > 0;
+      }
+      case Undo::kByServer:
+        return true;
     }
+    return false;
   }
 
   std::unique_ptr<OdbcWorker> worker_;

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <new>
 
 #include "quillanest/platform/Thread.h"
 #include "quillanest/sql/ComError.h"
@@ -151,7 +152,7 @@ void OdbcWorker::give_up() noexcept {
   try {
     OdbcSources::instance().hangs(shared_->source);
     shared_->is_counted = true;
-  } catch (const std::exception &) {
+  } catch (const std::bad_alloc &) {
     // Not counted, because memory is short. Destructors give up too, so this must not raise.
   }
 }

@@ -144,7 +144,7 @@ std::set<std::string> memory_files() {
   const std::string mine = "nqt" + std::to_string(getpid()) + 'n';
   std::set<std::string> names;
   for (const std::string &folder : {std::string("/dev/shm"), mutexes}) {
-    std::error_code gone;  // a file that somebody else removes meanwhile, or the folder before the first mutex
+    std::error_code gone;  // a file that another program removes in between, or the folder before the first mutex
     for (const auto &entry : fs::directory_iterator(folder, gone)) {
       const std::string name = entry.path().filename().string();
       const bool counts = folder == mutexes ? name.starts_with(mine) : !name.starts_with("PostgreSQL.");

@@ -46,7 +46,7 @@ bool equals(const CRtTable &table, const Model &model) {
   return std::all_of(model.begin(), model.end(), next_holds) && table.GetRecordCount() == position;
 }
 
-// Inserts the record, whose key 0 stands for one that the table issues.
+// Inserts the record, whose key 0 means one that the table issues.
 bool insert(CRtTable &table, Model &model, Record &record) {
   const bool full = model.size() == kCapacity;
   const bool present = model.count(record[0]) > 0;

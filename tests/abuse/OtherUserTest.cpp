@@ -69,7 +69,7 @@ int as_user(uid_t user, const std::function<int()> &work) {
   return Process(user, [&](const Process::Pause &) { return work(); }).finish();
 }
 
-// An installation that everybody may read, with folders that everybody may write to, and no folder of mutexes.
+// An installation that every user may read, with folders that every user may write to, and no folder of mutexes.
 class OtherUser : public testing::Test {
  protected:
   OtherUser() {

@@ -69,7 +69,7 @@ TEST(ByDesign, FullWidthText) {
       const std::string text(length, 'x');
       row.set(text.c_str());
       if (length <= row.width) expected.replace(row.offset, length + 1, text + '\0');
-      // The terminator of a default value of full width would stand behind the object.
+      // The terminator of a default value of full width would be after the object.
       if (length == 32) expected[128] = '\x11';
       EXPECT_EQ(bytes_at(row.object, row.size), expected);
     }

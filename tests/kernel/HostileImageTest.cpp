@@ -1,4 +1,5 @@
-// Descriptors with absurd values: whatever a client writes into the image, no operation crashes or leaves the segment.
+// Descriptors with absurd values: with anything that a client writes into the image, no operation crashes or leaves the
+// segment.
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -36,7 +37,7 @@ struct Hostile : Image {
   char *start;
 };
 
-// Holes of one page each, with a page behind each that nobody may touch; the next small mappings land in them. They
+// Holes of one page each, with a page after each that may not be touched; the next small mappings land in them. They
 // stay for the life of the process, as some of those mappings do.
 class Walls {
  public:
@@ -124,7 +125,7 @@ TEST(HostileImage, UnterminatedTextEndsWithTheSegment) {
   char *end = image.start + Hostile::kPage;
   int channel[2];
   ASSERT_EQ(pipe(channel), 0);
-  EXPECT_EQ(write(channel[1], end, 1), -1) << "the byte behind the segment can be read";
+  EXPECT_EQ(write(channel[1], end, 1), -1) << "the byte after the segment can be read";
   close(channel[0]);
   close(channel[1]);
   CRtTable &table = image.last;

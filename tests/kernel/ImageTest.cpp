@@ -87,11 +87,11 @@ TEST(Image, UnfilledSlotsHoldFreshDescriptors) {
   const std::string bytes = segment(1, 940);
   EXPECT_EQ(difference(descriptor(104, {-1, -1, -1, 0, 0, 0, 792, 936, 0, 1}), bytes.substr(200, 104)), -1);
   EXPECT_EQ(difference(descriptor(128, {-1, -1, -1, 0, 0, 0, 0, 4}), bytes.substr(536, 128)), -1);
-  EXPECT_EQ(value_at<std::int32_t>(bytes.data(), 756), 4) << "offset of the field behind";
+  EXPECT_EQ(value_at<std::int32_t>(bytes.data(), 756), 4) << "offset of the field after it";
   EXPECT_EQ(value_at<std::int32_t>(bytes.data(), 396), 936) << "record area of the last table";
 }
 
-// Catches: members that a constructor forgets, or that stand elsewhere in the object.
+// Catches: members that a constructor forgets, or that are elsewhere in the object.
 TEST(Image, FreshObjectsHoldTheirStartValues) {
   const CRtDataBase database;
   const CRtTable table;

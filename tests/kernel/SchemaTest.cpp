@@ -66,7 +66,7 @@ TEST(Schema, LinesAndSections) {
       {"plain", kPlain, true},
       {"lines without # are skipped", "free text\n \n\nName=x\n" + kPlain, true},
       {"empty", "", false},
-      {"text behind a marker", "#Database_Start now\n" + kSystem + "#Database_FinishX\n" + tables(kStation), true},
+      {"text after a marker", "#Database_Start now\n" + kSystem + "#Database_FinishX\n" + tables(kStation), true},
       {"marker in another case", "#database_start\n" + kSystem + "#Database_Finish\n", false},
       {"record line outside any section", kText + "\n" + kPlain, true},
       {"runs of blanks", databases("#Name=system  Describe=S \t ID= 1   Type=-3TableCount=1\n"), true},
@@ -143,11 +143,11 @@ TEST(Schema, TypeKeywords) {
     ASSERT_TRUE(start.done);
     EXPECT_EQ(start.field(1)->FieldType, code);
     EXPECT_EQ(start.field(1)->FieldTypeSize, width);
-    EXPECT_EQ(start.field(1)->FieldSize, 3);  // as written, whatever the type
+    EXPECT_EQ(start.field(1)->FieldSize, 3);  // as written, for any type
   }
 }
 
-// Catches: a default text that new records do not get; each row is the end of a field line behind one whose default is
+// Catches: a default text that new records do not get; each row is the end of a field line after one whose default is
 // "prev".
 TEST(Schema, DefaultTexts) {
   const std::string width32(32, 'd');

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Where the status, a caller's number and the flags of the slots stand in the manager segment.
+// Where the status, a caller's number and the flags of the slots are in the manager segment.
 constexpr std::size_t kStatusOffset = 20 + 220;
 constexpr std::size_t kReservedOffset = 12;
 constexpr std::size_t kFlagsOffset = 1256;

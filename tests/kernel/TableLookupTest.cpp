@@ -45,7 +45,7 @@ std::vector<std::uint32_t> ascending_keys(std::mt19937 &generator, int kind, std
 }  // namespace
 
 // Catches: a search that is off by one, signed, wrong about the insertion point, or fails for some number of records:
-// whatever places are looked at first, the answer is that of halving, also among equal keys. An area that is not
+// whichever places are looked at first, the answer is that of halving, also among equal keys. An area that is not
 // ascending is searched within its bounds.
 TEST(TableLookup, SearchIsThatOfHalving) {
   constexpr int kMost = 3000;
@@ -161,7 +161,7 @@ TEST(TableLookup, OnlyTheMarkOneIsModified) {
   EXPECT_FALSE(accounts.table.IsModified()) << "a table without the field";
 }
 
-// Catches: records that survive, bytes that do not, a copy of the counters that stays behind.
+// Catches: records that survive, bytes that do not, a copy of the counters that is left.
 TEST(TableLookup, DeleteAllRecordForgetsAndKeepsBytes) {
   Accounts accounts({3, 5, 9}, 10);
   const std::string bytes = accounts.area();

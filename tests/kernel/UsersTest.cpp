@@ -139,9 +139,9 @@ TEST(UsersTest, SettersWriteImageAndObject) {
 // Catches: bytes after the users' area that are taken for a user.
 TEST(UsersTest, FaultyCountDoesNotReachTheNextTable) {
   Users image;
-  char *behind = image.users.GetDataAddress() + 5 * 92;
-  std::memcpy(behind + 4, "ghost", 6);
-  std::memset(behind + 20, 0, 1);
+  char *after = image.users.GetDataAddress() + 5 * 92;
+  std::memcpy(after + 4, "ghost", 6);
+  std::memset(after + 20, 0, 1);
   image.users.SetRecordCount(1000);
   EXPECT_EQ(image.manager.UserLogin("ghost", ""), -1);
 }
@@ -190,7 +190,7 @@ TEST(ByDesign, LoginRightsStayLocal) {
   EXPECT_FALSE(copy.CheckRights(0));
   EXPECT_TRUE(copy.CheckRights(4));
 
-  // A rights record that does not exist, one in the slot behind the table, and key 0, which is never one.
+  // A rights record that does not exist, one in the slot after the table, and key 0, which is never one.
   std::memset(image.rights.GetAt(0), 0, 4);
   for (const std::uint32_t key : {99U, 0U}) {
     const char *guest = image.users.GetAt(1);
@@ -265,11 +265,11 @@ TEST(ByDesign, UserNameSpills) {
 
   const std::string long_name(5000, 'x');
   CShareMemory segment(kManagerKey);
-  const auto *behind = static_cast<const char *>(segment.Attach()) + 20 + 276;
-  const std::string before = bytes_at(behind, 1000);
+  const auto *after = static_cast<const char *>(segment.Attach()) + 20 + 276;
+  const std::string before = bytes_at(after, 1000);
   image.manager.SetSysUserName(long_name.c_str());
   EXPECT_EQ(image.manager.GetSysUserName(), std::string(47, 'x'));
-  EXPECT_EQ(bytes_at(behind, 1000), before);
+  EXPECT_EQ(bytes_at(after, 1000), before);
 }
 
 }  // namespace

@@ -168,7 +168,7 @@ char *HostileRun::any_record(const CRtTable &table) {
 }
 
 bool HostileRun::is_cheap(CRtDataBase &database) {
-  constexpr std::size_t kSmall = 4096;  // whatever the descriptors say meanwhile
+  constexpr std::size_t kSmall = 4096;  // regardless of what the descriptors say
   if (contended_) {
     return std::all_of(mapped_.begin(), mapped_.end(), [](const Mapped &mapped) { return mapped.size <= kSmall; });
   }

@@ -2,7 +2,7 @@
 //
 // A caller answers for the room in its own buffers, so each is as large as a segment, and calls that touch TableSize
 // bytes of one get a place in a segment while a descriptor may say that these are more. Names of databases and the
-// paths of the manager are mended before each call: the ones become names of mutexes, which stay, the others say what
+// paths of the manager are put right before each call: names become names of mutexes, which stay, and paths say what
 // is saved where.
 #pragma once
 

@@ -41,7 +41,7 @@ void HostileRun::use_values(CRtTable &table) {
       [&] { (void)table.SetColumnValueAt(index, any_buffer(), place, input_.wild()); },
       [&] { (void)table.SetFieldByText(place, index, input_.choice(16) == 0 ? nullptr : any_changeable_text()); },
       [&] {
-        // The shown text needs room behind the value, so the value is in a segment.
+        // The shown text needs room after the value, so the value is in a segment.
         char *value = input_.choice(16) == 0 ? nullptr : any_address();
         CRtField::GetDisplayText(static_cast<int>(input_.choice(18)) - 1, value, any_buffer());
       });

@@ -23,7 +23,7 @@ struct ImageSurroundings : RootsInMemory {
 // Calls with arguments that make sense, each compared with a model of the tables.
 void run_with_model(const ImageSurroundings &surroundings, Input input);
 
-// Calls with any arguments, and descriptors that somebody writes over. What they return is not looked at.
+// Calls with any arguments, and descriptors that are written over. What they return is not looked at.
 void run_hostile(const ImageSurroundings &surroundings, Input input);
 
 // The same for some milliseconds, while other threads change numbers of the descriptors and put them back.

@@ -92,7 +92,7 @@ void ModelRun::save_and_load(Followed &followed, CRtTable &table) {
   adopt_next(followed.model.table(), table);
 }
 
-// A text that fills its field has its terminator on the byte behind it: behind the last record that is the first byte
+// A text that fills its field has its terminator on the byte after it: after the last record that is the first byte
 // of the next table.
 void ModelRun::adopt_next(const RandomTable &loaded, CRtTable &table) {
   const char *end = table.GetDataAddress() + static_cast<std::size_t>(loaded.capacity) * loaded.record_size;

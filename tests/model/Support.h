@@ -52,7 +52,7 @@ struct RootsInMemory {
   RootsInMemory();
 };
 
-// An image that serves all inputs of a process, with a database behind the system database that no input may change.
+// An image that serves all inputs of a process, with a database after the system database that no input may change.
 struct LastingImage : RootsInMemory, Image {
   explicit LastingImage(const std::vector<TableSpec> &tables);
 

@@ -133,7 +133,7 @@ bool TableModel::adopt(CRtTable &table) {
     last = key_of(record);
     records_[last] = record;
   }
-  // 0 stands for no key that is left.
+  // 0 means that no key is left.
   return next_key_ == 0 || next_key_ > last;
 }
 

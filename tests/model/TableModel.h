@@ -33,7 +33,7 @@ class TableModel {
   [[nodiscard]] const RandomTable &table() const noexcept { return *table_; }
   [[nodiscard]] int count() const noexcept { return static_cast<int>(records_.size()); }
   [[nodiscard]] std::uint32_t next_key() const noexcept { return next_key_; }
-  // The position of a key, or -1; where it stands or would stand; the key and the record at a position in use.
+  // The position of a key, or -1; where it is or would be; the key and the record at a position in use.
   [[nodiscard]] int position_of(std::uint32_t key) const;
   [[nodiscard]] int place_of(std::uint32_t key) const;
   [[nodiscard]] std::uint32_t key_at(int position) const;
@@ -44,7 +44,7 @@ class TableModel {
 
   // Whether the table holds what the model says.
   [[nodiscard]] bool matches(const CRtTable &table) const;
-  // Takes the table's records over. False when their keys do not ascend from 1 or the next key is not behind them: a
+  // Takes the table's records over. False when their keys do not ascend from 1 or the next key is not after them: a
   // table like that cannot be followed.
   bool adopt(CRtTable &table);
 

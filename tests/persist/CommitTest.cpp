@@ -20,7 +20,7 @@ void add_edited(CRtTable &account, const Edit &edit) {
 TEST(ByDesign, CommitCursors) {
   const struct {
     std::vector<Edit> edits, left;
-    std::int32_t behind;  // status in the slot after the last record
+    std::int32_t after;  // status in the slot after the last record
     std::uint32_t next_key;
   } rows[] = {
       {{{10, 7, 4}, {20, 7, 2}, {30, 0, 0}, {40, 8, 3}}, {{10, 0, 4}, {20, 0, 1}, {30, 0, 1}}, 1, 31},
@@ -47,9 +47,9 @@ TEST(ByDesign, CommitCursors) {
       EXPECT_EQ(peek(record, Account::kProject), row.left[i].project);
       EXPECT_EQ(peek(record, Account::kStatus), row.left[i].status);
     }
-    const char *behind = image.account.GetDataAddress() + 52 * row.left.size();
-    EXPECT_EQ(peek(behind, 0), 0);
-    EXPECT_EQ(peek(behind, Account::kStatus), row.behind);
+    const char *after = image.account.GetDataAddress() + 52 * row.left.size();
+    EXPECT_EQ(peek(after, 0), 0);
+    EXPECT_EQ(peek(after, Account::kStatus), row.after);
     EXPECT_EQ(image.account.GetIDExclusive(), row.next_key);
   }
 }

@@ -178,8 +178,8 @@ TEST(FileReplacement, PassesByATemporaryFileThatIsNotItsOwn) {
   EXPECT_EQ(permissions(planted), fs::perms{0666});
 }
 
-// Catches: whoever held the lock of a left-over file blocked all saves for as long as it pleased. A replacement under
-// way is waited for to its end: otherwise its older content would come last.
+// Catches: a process that held the lock of a left-over file blocked all saves for as long as it pleased. A replacement
+// under way is waited for to its end: otherwise its older content would come last.
 TEST(FileReplacement, LockedLeftOverCostsTheLongestWaitOnly) {
   const TestRoot root;
   FileReplacement slow(root.path("data/slow"));

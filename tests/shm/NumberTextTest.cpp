@@ -46,7 +46,7 @@ TEST(NumberText, IntegerIsTheLow32BitsOfAWideOne) {
       expect_int);
 }
 
-// Catches: a text without a number was a negative 0 when a minus sign stood in it; "0x" without digits behind it was
+// Catches: a text without a number was a negative 0 when a minus sign was in it; "0x" without digits after it was
 // skipped, and what followed was taken for the number.
 TEST(NumberText, FloatingPointIsTheCLibrarys) {
   for_each_text("|-|-abc|-+5|--5|-.|- 5|-e5|+-5|0x|0xg|0x-5|0xinf|0xnan|-0x-5|0xp5|0x.|0x+1|0x 1", expect_double);

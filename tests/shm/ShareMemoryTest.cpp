@@ -96,7 +96,7 @@ TEST(ShareMemory, ForkedChildStartsWithoutTheParentsSegments) {
   for (const void *view : views) EXPECT_EQ(text_at(view, 20'000), std::string(20'000, 'x'));
 }
 
-// Catches: the file was readable by everybody, and a link to another one was followed.
+// Catches: the file was readable by every user, and a link to another one was followed.
 TEST(ShareMemory, FileBackedSegmentIsItsOwnersAlone) {
   namespace fs = std::filesystem;
   const TestRoot root;
@@ -115,7 +115,7 @@ TEST(ShareMemory, FileBackedSegmentIsItsOwnersAlone) {
   unsetenv("MAP_FILE_PATH");
 }
 
-// Catches: whoever made a segment's file shorter through /proc ended the program at its next access.
+// Catches: a process that made a segment's file shorter through /proc ended the program at its next access.
 TEST(ShareMemory, SizeOfASegmentIsFixed) {
   CShareMemory segment(333);
   ASSERT_NE(segment.Create(10'000, false, true), nullptr);

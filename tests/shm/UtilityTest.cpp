@@ -199,7 +199,7 @@ TEST(Utility, KillThreadExAbandonsMutexesAndHitsNobodyThroughAStaleHandle) {
     void *handle = CreateThreadEx(hold_mutex, text.data());
     ASSERT_EQ(hear(), 'y');
     for (void *other : stale) EXPECT_TRUE(KillThreadEx(other));
-    EXPECT_EQ(mutex.Wait(0), 0x102) << "the thread behind another handle was ended";
+    EXPECT_EQ(mutex.Wait(0), 0x102) << "the thread of another handle was ended";
     EXPECT_TRUE(KillThreadEx(handle));
     EXPECT_EQ(mutex.Wait(20'000), 0x80);
     EXPECT_TRUE(mutex.Release());

@@ -83,6 +83,7 @@ class SchemaReader {
   }
 
   [[nodiscard]] bool take_database(std::string_view text) {
+    found_ = nullptr;
     RecordLine line(text);
     auto database = std::make_unique<CRtDataBase>();
     database->SetDBName(name(line, "#Name=", RTDB_NAME_SIZE).c_str());
@@ -103,6 +104,7 @@ class SchemaReader {
   }
 
   [[nodiscard]] bool take_table(std::string_view text) {
+    found_ = nullptr;
     RecordLine line(text);
     const std::uint32_t database = line.number("#DBID=");
     table_.SetTableName(name(line, " NAME=", RTDB_NAME_SIZE).c_str());
@@ -156,27 +158,36 @@ class SchemaReader {
   }
 
   // What is accepted and loses data all the same.
-  void warn_about(const FieldTypeInfo &type, std::uint32_t database, std::uint32_t table) const {
+  void warn_about(const FieldTypeInfo &type, std::uint32_t database, std::uint32_t table) {
     const Place place{path_, number_, 1};
     const int index = field_.GetIndexInTable();
     if (type.bytes != 0 && field_.GetFieldSize() < type.bytes) {
       report_warning("schema.field_size", place, "SIZE=", field_.GetFieldSize(), " is less than the ", type.bytes,
                      " bytes of the type: values run on into the next field");
     }
-    const CRtDataBase *owner = find_database(database);
-    if (owner == nullptr || Parts::tables(*owner) == nullptr) return;
-    for (const auto &[slot, filled] : *Parts::tables(*owner)) {
-      if (Parts::attr(filled).TableID != table) continue;
-      if (index >= Parts::attr(filled).TableFieldNum) {
-        report_warning("schema.field_dropped", place, "INDEX=", index,
-                       " is not below FIELDNUM=", Parts::attr(filled).TableFieldNum,
-                       " of the table: the field is dropped, and with the next save its column");
-      } else if (Parts::fields(filled) != nullptr && Parts::fields(filled)->contains(index)) {
-        report_warning("schema.field_twice", place, "INDEX=", index,
-                       " was given to another field before, which is lost");
-      }
-      return;
+    const CRtTable *owner = find_table(database, table);
+    if (owner == nullptr) return;
+    if (index >= Parts::attr(*owner).TableFieldNum) {
+      report_warning("schema.field_dropped", place, "INDEX=", index,
+                     " is not below FIELDNUM=", Parts::attr(*owner).TableFieldNum,
+                     " of the table: the field is dropped, and with the next save its column");
+    } else if (Parts::fields(*owner) != nullptr && Parts::fields(*owner)->contains(index)) {
+      report_warning("schema.field_twice", place, "INDEX=", index, " was given to another field before, which is lost");
     }
+  }
+
+  // The first table of a database with that ID; null if there is no such table. Most fields are of the table of the
+  // field before.
+  [[nodiscard]] const CRtTable *find_table(std::uint32_t database, std::uint32_t id) {
+    if (found_ != nullptr && found_database_ == database && Parts::attr(*found_).TableID == id) return found_;
+    found_ = nullptr;
+    found_database_ = database;
+    const CRtDataBase *owner = find_database(database);
+    if (owner == nullptr || Parts::tables(*owner) == nullptr) return nullptr;
+    for (const auto &[slot, table] : *Parts::tables(*owner)) {
+      if (Parts::attr(table).TableID == id) return found_ = &table;
+    }
+    return nullptr;
   }
 
   // The text after a key. One that is too long is ignored later, and that of the line before stays.
@@ -210,7 +221,9 @@ class SchemaReader {
 
   CRtdbManager &manager_;
   std::string_view path_;
-  int number_ = 0;  // of the line
+  int number_ = 0;                   // of the line
+  const CRtTable *found_ = nullptr;  // by find_table(), until the next table line
+  std::uint32_t found_database_ = 0;
   // By design [ValuesInherited]: one table and one field object take all lines, so that what a line does not set, a
   // default value or a name that is too long, stays as the line before set it.
   CRtTable table_;

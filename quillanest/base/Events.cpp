@@ -129,10 +129,10 @@ const char *last_failure() noexcept {
   return mine->shown.c_str();
 }
 
-void report(Severity severity, const char *code, const Place &place, const Sentence &sentence) noexcept {
+void report(Severity severity, const char *code, const Place &place, const Sentence &sentence, To to) noexcept {
   if (t_mine.is_handling) return;
   remember(severity, code, place, sentence);
-  hand_over(severity, code, place, sentence);
+  if (to == To::kHandler) hand_over(severity, code, place, sentence);
 }
 
 Operation::Operation() noexcept {

@@ -62,25 +62,29 @@ class FixedText {
 
 using Sentence = FixedText<501>;
 
-void report(Severity severity, const char *code, const Place &place, const Sentence &sentence) noexcept;
+// Who learns of an event: last_failure() of the thread alone, or the handler as well.
+enum class To : std::uint8_t { kThread, kHandler };
+
+void report(Severity severity, const char *code, const Place &place, const Sentence &sentence,
+            To to = To::kHandler) noexcept;
 
 template <class... Pieces>
-void report_error(const char *code, const Place &place, const Pieces &...pieces) noexcept {
+void report_as(Severity severity, const char *code, const Place &place, const Pieces &...pieces) noexcept {
   Sentence sentence;
   (sentence.add(pieces), ...);
-  report(Severity::kError, code, place, sentence);
+  report(severity, code, place, sentence);
+}
+template <class... Pieces>
+void report_error(const char *code, const Place &place, const Pieces &...pieces) noexcept {
+  report_as(Severity::kError, code, place, pieces...);
 }
 template <class... Pieces>
 void report_warning(const char *code, const Place &place, const Pieces &...pieces) noexcept {
-  Sentence sentence;
-  (sentence.add(pieces), ...);
-  report(Severity::kWarning, code, place, sentence);
+  report_as(Severity::kWarning, code, place, pieces...);
 }
 template <class... Pieces>
 void report_note(const char *code, const Place &place, const Pieces &...pieces) noexcept {
-  Sentence sentence;
-  (sentence.add(pieces), ...);
-  report(Severity::kNote, code, place, sentence);
+  report_as(Severity::kNote, code, place, pieces...);
 }
 
 // An operation whose failure last_failure() gives. The outermost one of a thread forgets the failure before.

@@ -46,7 +46,7 @@ struct DatabaseView {
 
   // The notes of the process about the segment, which the object must have mapped.
   static std::atomic<std::uint64_t> *notes(const CRtDataBase &database) noexcept {
-    return SegmentAccess::notes(database.segment_);
+    return SegmentAccess::notes(database.segment_).data();
   }
 
   static bool is_mapped(const CRtDataBase &database) noexcept { return segment(database).size() >= sizeof(_db_attr); }

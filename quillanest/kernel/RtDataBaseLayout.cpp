@@ -188,7 +188,9 @@ int CRtDataBase::CreateMem() {
   }
   write_slots(*this);
   quillanest::store(quillanest::SegmentAccess::bytes(segment_).data(), attr_);
-  quillanest::SegmentAccess::notes(segment_)->store(0);  // of an image that was here before
+  for (std::atomic<std::uint64_t> &note : quillanest::SegmentAccess::notes(segment_)) {
+    note.store(0);  // of an image that was here before
+  }
   (void)ReleaseTableMemory();
   mapped_ = 1;
   return 1;

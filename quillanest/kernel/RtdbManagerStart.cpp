@@ -1,8 +1,10 @@
 // Start-up: attaching to an image, building one, re-opening one.
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <string>
 
 #include "quillanest/base/Neutral.h"
@@ -13,8 +15,11 @@
 #include "quillanest/kernel/Parts.h"
 #include "quillanest/kernel/SchemaReader.h"
 #include "quillanest/platform/Process.h"
+#include "quillanest/platform/TextFile.h"
+#include "quillanest/settings/Configuration.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/SegmentAccess.h"
+#include "quillanest/shm/TextAt.h"
 
 using quillanest::DatabaseView;
 using quillanest::Directory;
@@ -92,6 +97,39 @@ bool bind_system_database(CRtdbManager &manager) {
   return false;
 }
 
+// A digest of a schema file's bytes; 0 if they are not to be read, which changes no result.
+std::uint64_t digest_of(const char *path) noexcept {
+  try {
+    const std::optional<quillanest::FileText> file = quillanest::read_file(std::string(quillanest::text_at(path)));
+    if (!file) return 0;
+    std::uint64_t digest = 0xCBF29CE484222325U;  // FNV-1a
+    for (const char c : file->view()) digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    return digest;
+  } catch (const std::exception &) {
+    return 0;
+  }
+}
+
+// The process remembers what its image was built from in the first note about the manager segment.
+void note_schema(const CShareMemory &segment, const char *path) {
+  const auto notes = SegmentAccess::notes(segment);
+  if (!notes.empty()) notes[0].store(digest_of(path));
+}
+
+// Whether an image that is there already serves a start with this schema file. It always does by default.
+bool serves_schema(const CShareMemory &segment, const char *path, bool is_strict) {
+  const auto notes = SegmentAccess::notes(segment);
+  const std::uint64_t built_from = notes.empty() ? 0 : notes[0].load();
+  if (path == nullptr || built_from == 0 || built_from == digest_of(path)) {
+    report_note("start.attached", {}, "this process has an image already, which is used; the schema file is not read");
+    return true;
+  }
+  quillanest::report_as(is_strict ? quillanest::Severity::kError : quillanest::Severity::kWarning, "start.schema",
+                        {quillanest::text_at(path)},
+                        "the image of this process was built from another schema file, or this one was changed since");
+  return !is_strict;
+}
+
 }  // namespace
 
 int CRtdbManager::AttachShareMemory() {
@@ -144,16 +182,14 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
   const bool started = quillanest::neutral_on_failure(false, [&] {
     // If the configuration cannot be read whole, the key of the segment is not known.
     if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
-    if (AttachShareMemory() != 0) {
-      report_note("start.attached", {},
-                  "this process has an image already, which is used; the schema file is not read");
-      return true;
-    }
+    const bool strict = quillanest::is_strict(attr_.SysIniFile);
+    if (AttachShareMemory() != 0) return serves_schema(segment_, bReopen ? nullptr : pszSchemaFile, strict);
     if (CreateMem(bReopen ? 1 : 0) == 0) return false;
     if (!bReopen) SetRtdbStatus(RTDB_STATUS_BUILDING);
     const bool laid_out =
         bReopen ? reopen_image(*this) : quillanest::read_schema(pszSchemaFile, *this) && CreateDBMem() != 0;
     if (!laid_out) return false;
+    if (!bReopen) note_schema(segment_, pszSchemaFile);
     record_host_name(*this);
     if (!bind_system_database(*this)) return false;
     if (!bReopen) return LoadSystemDB() != 0;

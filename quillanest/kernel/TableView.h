@@ -48,7 +48,7 @@ struct TableView {
   std::int64_t record_size = 0;
   std::int64_t field_offset = 0;                // of the table's first field descriptor
   std::int32_t field_num = 0;                   // the stated number of fields
-  std::atomic<std::uint64_t> *notes = nullptr;  // of the process about the segment: a bit per slot, see has_order()
+  std::atomic<std::uint64_t> *notes = nullptr;  // of the process about the segment: bits per slot, see has_order()
   std::int32_t slot = 0;
 
   // False for a table that is not attached; no other member may be used then.
@@ -122,6 +122,16 @@ struct TableView {
     if (ascends && slot < kLastNote && !has_order()) notes->fetch_and(~order_note(), std::memory_order_relaxed);
   }
 
+  // Whether a load has filled the table, or found nothing to fill it with, since the image was built. Slots from 1023
+  // on share a bit. The bits follow those of the order.
+  static constexpr std::int32_t kLastLoadNote = 1023;
+  [[nodiscard]] bool was_loaded() const noexcept {
+    return (load_note().load(std::memory_order_relaxed) >> (load_bit() % 64) & 1U) != 0;
+  }
+  void note_loaded() const noexcept {
+    load_note().fetch_or(std::uint64_t{1} << (load_bit() % 64), std::memory_order_relaxed);
+  }
+
   // Call it after a write of `size` bytes at `offset` of the record at `start`. If the write covers keys, of this
   // record or of those after it, and they are out of order now, that is noted.
   void check_order(const std::byte *start, std::int64_t offset, std::int64_t size) const noexcept {
@@ -193,6 +203,9 @@ struct TableView {
   // of a scan.
   [[nodiscard]] static std::int32_t cut_to_room(std::int32_t stated, std::int64_t bytes, std::int64_t size) noexcept;
   static void check_keys(TableView view, const std::byte *start, std::int64_t bytes) noexcept;
+
+  [[nodiscard]] std::int32_t load_bit() const noexcept { return std::clamp(slot, 0, kLastLoadNote); }
+  [[nodiscard]] std::atomic<std::uint64_t> &load_note() const noexcept { return notes[1 + load_bit() / 64]; }
 };
 
 // Notes in its destructor whether the keys that a load put into the area ascend. A load that an exception ends leaves
@@ -208,7 +221,11 @@ class KeyOrder {
     ascends_ = ascends_ && key >= last_;
     last_ = key;
   }
-  void complete() noexcept { complete_ = true; }
+  // All keys are there; `ascends` speaks for those that were not added.
+  void complete(bool ascends = true) noexcept {
+    ascends_ = ascends_ && ascends;
+    complete_ = true;
+  }
 
  private:
   const TableView &view_;

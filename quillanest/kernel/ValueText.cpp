@@ -9,6 +9,7 @@
 #include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
+#include "quillanest/shm/NumberText.h"
 
 namespace quillanest {
 namespace {
@@ -69,11 +70,11 @@ std::size_t write_fixed(char *to, double value) {
 }
 
 template <class Integer>
-std::size_t format_integer(std::span<std::byte> value, char *text) {
+std::size_t format_integer(std::span<const std::byte> value, char *text) {
   return static_cast<std::size_t>(write_integer(text, load_part<Integer>(value)) - text);
 }
 
-std::size_t format_integer(const FieldTypeInfo &type, std::span<std::byte> value, char *text) {
+std::size_t format_integer(const FieldTypeInfo &type, std::span<const std::byte> value, char *text) {
   if (type.bytes == 2)
     return type.is_signed ? format_integer<std::int16_t>(value, text) : format_integer<std::uint16_t>(value, text);
   return type.is_signed ? format_integer<std::int32_t>(value, text) : format_integer<std::uint32_t>(value, text);
@@ -83,7 +84,7 @@ double real_in(const FieldTypeInfo &type, std::span<std::byte> value) {
   return type.bytes == sizeof(float) ? static_cast<double>(load_part<float>(value)) : load_part<double>(value);
 }
 
-std::size_t format_character(std::span<std::byte> value, char *text) {
+std::size_t format_character(std::span<const std::byte> value, char *text) {
   *text = load_part<char>(value);
   return *text == '\0' ? 0 : 1;
 }
@@ -92,13 +93,7 @@ bool is_possible(const SYSTEMTIME &time) {
   return time.wDay >= 1 && time.wDay <= 31 && time.wMonth >= 1 && time.wMonth <= 12;
 }
 
-std::size_t format_time(std::span<std::byte> value, char *text) {
-  auto time = load_part<SYSTEMTIME>(value);
-  if (!is_possible(time)) {
-    // By design [TimeStamped]: showing an empty or impossible time stamps it with the present.
-    (void)read_local_time(time);
-    store_part(value, time);
-  }
+std::size_t write_time(const SYSTEMTIME &time, char *text) {
   char *end = write_integer(text, time.wYear);
   const struct {
     char before;
@@ -109,6 +104,29 @@ std::size_t format_time(std::span<std::byte> value, char *text) {
     end = write_integer(end, part.number);
   }
   return static_cast<std::size_t>(end - text);
+}
+
+std::size_t format_time(std::span<std::byte> value, char *text) {
+  auto time = load_part<SYSTEMTIME>(value);
+  if (!is_possible(time)) {
+    // By design [TimeStamped]: showing an empty or impossible time stamps it with the present.
+    (void)read_local_time(time);
+    store_part(value, time);
+  }
+  return write_time(time, text);
+}
+
+// The shortest decimal number that reads back as the same one.
+std::size_t write_shortest(const FieldTypeInfo &type, std::span<const std::byte> value, char *text) {
+  const double number =
+      type.bytes == sizeof(float) ? static_cast<double>(load_part<float>(value)) : load_part<double>(value);
+  if (type.bytes == sizeof(float)) {
+    const auto narrow = static_cast<float>(number);
+    const auto size = static_cast<std::size_t>(std::to_chars(text, text + kNumberTextMax, narrow).ptr - text);
+    // Reading goes through the wider type, which now and then rounds to a neighbour.
+    if (!std::isfinite(narrow) || static_cast<float>(parse_double({text, size})) == narrow) return size;
+  }
+  return static_cast<std::size_t>(std::to_chars(text, text + kNumberTextMax, number).ptr - text);
 }
 
 }  // namespace
@@ -124,6 +142,25 @@ std::size_t format_value(std::int32_t type, std::span<std::byte> value, char *te
       return write_fixed(text, real_in(info, value));
     case Kind::kTime:
       return format_time(value, text);
+    case Kind::kNone:
+    case Kind::kText:
+    case Kind::kPassword:
+      return 0;
+  }
+  return 0;
+}
+
+std::size_t format_exactly(std::int32_t type, std::span<const std::byte> value, char *text) {
+  const FieldTypeInfo &info = field_type(type);
+  switch (info.kind) {
+    case Kind::kCharacter:
+      return format_character(value, text);
+    case Kind::kInteger:
+      return format_integer(info, value, text);
+    case Kind::kReal:
+      return write_shortest(info, value, text);
+    case Kind::kTime:
+      return write_time(load_part<SYSTEMTIME>(value), text);
     case Kind::kNone:
     case Kind::kText:
     case Kind::kPassword:

@@ -18,6 +18,10 @@ inline constexpr std::size_t kNumberTextMax = 330;
 // overwritten in place with the current local time. Missing bytes count as zero.
 std::size_t format_value(std::int32_t type, std::span<std::byte> value, char *text);
 
+// The same for a value that is a field's bytes, in a form that comes back exactly: the shortest number, a time as it
+// is.
+std::size_t format_exactly(std::int32_t type, std::span<const std::byte> value, char *text);
+
 // Appends the text form of any value; a password is enciphered.
 void append_value_text(std::int32_t type, std::span<std::byte> value, const PasswordCipher &cipher, std::string &text);
 

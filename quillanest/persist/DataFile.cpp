@@ -48,12 +48,14 @@ std::optional<std::string> CRtdbDataFile::path_of(CRtDataBase &database, CRtTabl
 }
 
 bool CRtdbDataFile::LoadAllCustomized(int project) {
-  return for_each_database(manager(), [&](CRtDataBase &database) {
+  bool loaded = true;
+  const bool walked = for_each_database(manager(), [&](CRtDataBase &database) {
     // By design [SystemViewLeftOpen]: the system database stays mapped; the directory's next step unmaps it.
     if (database.AttachShareMemory() == 0 || database.GetDBID() == kSystemDatabaseID) return;
-    (void)LoadDataBase(database, project);
+    loaded = LoadDataBase(database, project) && loaded;
     (void)database.DetachShareMemory();
   });
+  return walked && (loaded || !strict());
 }
 
 }  // namespace quillanest

@@ -2,6 +2,9 @@
 //
 // A file is a header line of field names and one line per record, values separated by ';'. Nothing is quoted or
 // escaped. docs/data-files.md has the grammar. Files are written with CR LF and read with CR LF or LF.
+// In the strict mode (key Strict) a load is false, with table and file unchanged, if anything in the file does not fit
+// the table, and a save is false, with the former file kept, if a value would not come back from it, or if the table
+// was not loaded before.
 // No operation takes the database's mutex: writers record each record as it is at that moment, readers write straight
 // into the image.
 #pragma once
@@ -9,7 +12,9 @@
 #include <optional>
 #include <string>
 
+#include "quillanest/kernel/TableView.h"
 #include "quillanest/persist/TableStore.h"
+#include "quillanest/settings/PasswordCipher.h"
 
 namespace quillanest {
 
@@ -35,6 +40,7 @@ class CRtdbDataFile final : public TableStore {
   bool LoadAllCustomized(int project) override;
 
  private:
+  bool write_table(CRtTable &table, const TableView &view, const PasswordCipher &cipher, const std::string &path);
   [[nodiscard]] std::optional<std::string> path_of(CRtDataBase &database, CRtTable &table) const;
 
   bool use_caption_names_;

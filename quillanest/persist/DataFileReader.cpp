@@ -1,239 +1,167 @@
-// Reading a table's text file, and merging partial-update files.
-#include <algorithm>
-#include <cstring>
+// Reading a table's text file.
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "quillanest/base/Report.h"
 #include "quillanest/kernel/RtdbManager.h"
-#include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/DataLines.h"
+#include "quillanest/persist/Exact.h"
+#include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/StoreNames.h"
-#include "quillanest/platform/TextFile.h"
-#include "quillanest/settings/PasswordCipher.h"
 #include "quillanest/shm/Bytes.h"
-#include "quillanest/shm/FieldType.h"
-#include "quillanest/shm/LineReader.h"
-#include "quillanest/shm/ValueBytes.h"
 
 namespace quillanest {
 namespace {
-
-constexpr std::size_t kLineMax = 4095;
-
-// Takes the columns of a line from left to right.
-class Columns {
- public:
-  Columns(std::string_view line, char separator) : rest_(line), separator_(separator) {}
-
-  // Returns the next column's text; is_last() is then true if no separator follows it.
-  // By design [LastColumnLosesOne]: the last column loses its last character, which is the line end in all lines but
-  // one that ends with the file.
-  std::string_view next() {
-    const std::size_t end = rest_.find(separator_);
-    last_ = end == std::string_view::npos;
-    if (last_) return rest_.substr(0, rest_.empty() ? 0 : rest_.size() - 1);
-    const std::string_view text = rest_.substr(0, end);
-    rest_.remove_prefix(end + 1);
-    return text;
-  }
-
-  [[nodiscard]] bool is_last() const noexcept { return last_; }
-
- private:
-  std::string_view rest_;
-  char separator_;
-  bool last_ = false;
-};
-
-enum class FirstColumn { kIsKey, kByName };
-
-// The field of each column of a header, null for a column without a field.
-std::vector<const _field_attr *> map_columns(const CRtTable &table, const TableView &view, Columns header,
-                                             bool use_caption_names, FirstColumn first) {
-  std::vector<const _field_attr *> fields;
-  const int most = view.field_num;
-  while (static_cast<int>(fields.size()) < most) {
-    const std::string name(header.next());
-    const bool is_key = fields.empty() && first == FirstColumn::kIsKey && !header.is_last();
-    const int index = is_key ? 0 : table.FindFieldFromName(name.c_str(), use_caption_names);
-    fields.push_back(index >= 0 ? view.field(index) : nullptr);
-    if (header.is_last()) break;
-  }
-  return fields;
-}
-
-// The size of a field in a record, in bytes.
-std::size_t size_of(const _field_attr &field) {
-  return static_cast<std::size_t>(std::max(read_once(field.FieldSize), 0));
-}
-
-// Stores a PASSWD text: clears the field and copies as much of the clear password as fits.
-void store_password(const _field_attr &field, std::span<std::byte> value, std::string_view text,
-                    const PasswordCipher &cipher) {
-  const std::span<std::byte> whole = value.first(std::min(value.size(), size_of(field)));
-  std::fill(whole.begin(), whole.end(), std::byte{0});
-  const std::string clear = cipher.decrypt(text);
-  std::memcpy(whole.data(), clear.data(), std::min(whole.size(), clear.size()));
-}
-
-void store_column(const _field_attr &field, std::span<std::byte> value, std::string_view text,
-                  const PasswordCipher &cipher) {
-  if (value.empty()) return;
-  const std::int32_t type = read_once(field.FieldType);
-  switch (kind_of(type)) {
-    case Kind::kCharacter:
-      return store_part(value, text.empty() ? '\0' : text.front());
-    case Kind::kText:
-      // By design [FullWidthString]: a text as long as the field fills it, and its terminator falls on the byte after
-      // the field.
-      return copy_text(value, text.substr(0, size_of(field)));
-    case Kind::kPassword:
-      return store_password(field, value, text, cipher);
-    case Kind::kInteger:
-    case Kind::kReal:
-    case Kind::kTime:
-    case Kind::kNone:
-      (void)store_value_of_text(type, value, text);
-  }
-}
-
-// Whether the bytes of a file are lines of text. In another encoding, or with line ends of another kind, they would
-// load as an empty table, and the next save would replace them. Lines before the header may begin with a zero byte; no
-// other byte may be one. The header has no CR except in its line end. A file of remarks alone needs no line end.
-bool is_text_of_lines(std::string_view text, bool has_zeros) {
-  const auto is_skipped = [&](std::size_t at) { return at < text.size() && (text[at] == '#' || text[at] == '\0'); };
-  const auto line_after = [&](std::size_t at) { return std::min(text.find('\n', at), text.size() - 1) + 1; };
-  const bool has_line_ends = text.find('\n') != std::string_view::npos;
-  std::size_t header = 0;
-  while (is_skipped(header)) header = line_after(header);
-  if (header == text.size()) return !has_zeros && (has_line_ends || text.find('\r') == std::string_view::npos);
-  std::string_view first = text.substr(header, text.find('\n', header) - header);
-  if (first.ends_with('\r')) first.remove_suffix(1);
-  if (first.find('\r') != std::string_view::npos) return false;
-  return has_line_ends && (!has_zeros || text.find('\0', header) == std::string_view::npos);
-}
 
 // A remark, or a line that begins with a zero byte.
 bool is_skipped_before_header(std::string_view line) { return line.empty() || line.front() == '#'; }
 
 bool is_record_line(std::string_view line) { return !line.empty() && line.front() >= '1' && line.front() <= '9'; }
 
-// Fills a record slot from a line; fields without a column keep their bytes.
-void fill_record(const TableView &view, std::byte *record, Columns line, const std::vector<const _field_attr *> &fields,
-                 const PasswordCipher &cipher) {
-  for (const _field_attr *field : fields) {
-    const std::string_view text = line.next();
-    if (field != nullptr) store_column(*field, view.value(record, *field), text, cipher);
-    if (line.is_last()) return;
-  }
+bool is_remark_or_blank(std::string_view line) {
+  return line.starts_with('#') || line.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-// Fills the record slots from the remaining lines, up to the table's capacity, and notes whether the keys ascend.
-// Returns the number of slots filled.
-std::int32_t fill_records(const TableView &view, LineReader &lines, char separator,
-                          const std::vector<const _field_attr *> &fields, const PasswordCipher &cipher) {
-  const std::int32_t capacity = view.capacity();
-  std::int32_t count = 0;
-  KeyOrder order(view);
-  std::string_view line;
-  while (!lines.at_end() && count < capacity && lines.next(line)) {
-    if (!is_record_line(line)) continue;
-    fill_record(view, view.record(count), {line, separator}, fields, cipher);
-    order.add(view.key_at(count));
-    ++count;
-  }
-  order.complete();
-  return count;
-}
+// The table's own records.
+class LiveArea {
+ public:
+  explicit LiveArea(const TableView &view) : view_(view) {}
 
-// Whether the keys of all records ascend.
-bool keys_ascend(const TableView &view) {
-  const std::int32_t count = view.count();
-  for (std::int32_t i = 1; i < count; ++i) {
-    if (view.key_at(i) < view.key_at(i - 1)) return false;
+  // The bytes from a record's first one to the end of the segment.
+  [[nodiscard]] std::span<std::byte> record(std::int32_t position) const noexcept {
+    return view_.segment.subspan(static_cast<std::size_t>(view_.record(position) - view_.segment.data()));
   }
+  [[nodiscard]] std::uint32_t key_at(std::int32_t position) const noexcept { return view_.key_at(position); }
+
+ private:
+  const TableView &view_;
+};
+
+// Reads the records of one file.
+class RecordReader {
+ public:
+  RecordReader(DataLines &lines, const Header &header, char separator, const PasswordCipher &cipher, Misfits &misfits)
+      : lines_(lines), header_(header), separator_(separator), cipher_(cipher), misfits_(misfits) {}
+
+  // Fills the first records of an area from the remaining lines, at most `capacity`. Returns the number of records.
+  template <class Area>
+  std::int32_t fill(Area &area, std::int32_t capacity, FullText full) {
+    std::int32_t count = 0;
+    std::uint32_t last = 0;
+    std::string_view line;
+    while (count < capacity && lines_.next(line)) {
+      if (!is_record_line(line)) {
+        if (!is_remark_or_blank(line)) misfits_.report_misfit("text.line", lines_.number, kNoKey);
+        continue;
+      }
+      fill_record(area.record(count), line, full);
+      const std::uint32_t key = area.key_at(count);
+      if (key <= last) [[unlikely]] {
+        misfits_.report_misfit("text.order", lines_.number, "the key ", key, " comes after ", last,
+                               ": keys have to ascend");
+      }
+      ascends_ = ascends_ && key >= last;
+      last = key;
+      ++count;
+    }
+    report_rest(count);
+    return count;
+  }
+
+  // Whether the keys of the records do.
+  [[nodiscard]] bool ascends() const noexcept { return ascends_; }
+
+ private:
+  static constexpr std::string_view kNoKey = "the line does not begin with a digit from 1 to 9, so it is not read";
+
+  // Fields without a column keep their bytes.
+  void fill_record(std::span<std::byte> record, std::string_view line, FullText full) {
+    Columns columns(line, separator_);
+    std::size_t used = 0;
+    while (used < header_.fields.size() && !columns.is_last()) {
+      const _field_attr *field = header_.fields[used++];
+      const std::string_view text = columns.next();
+      if (field != nullptr) store(*field, record, text, full);
+    }
+    const bool goes_on = !columns.is_last() && header_.columns == static_cast<int>(used);
+    if (used < header_.fields.size() || goes_on || !line.ends_with('\n')) [[unlikely]] {
+      report_end(line);
+    }
+  }
+
+  void store(const _field_attr &field, std::span<std::byte> record, std::string_view text, FullText full) {
+    const std::int64_t offset = read_once(field.FieldOffset);
+    if (offset < 0 || offset >= std::ssize(record)) return;
+    const char *wrong = store_column(field, record.subspan(static_cast<std::size_t>(offset)), text, cipher_, full);
+    if (wrong != nullptr) [[unlikely]] {
+      report_value(misfits_, field, lines_.number, wrong);
+    }
+  }
+
+  void report_end(std::string_view line) noexcept {
+    if (lines_.is_part(line)) {
+      misfits_.report_misfit("text.line", lines_.number, "the line is longer than 4094 bytes, and is read in parts");
+    } else if (!line.ends_with('\n')) {
+      misfits_.report_misfit("text.line_end", lines_.number,
+                             "the last line has no line end: the last character of its last value is lost");
+    } else {
+      misfits_.report_misfit("text.line", lines_.number, "the line does not have the ", header_.columns,
+                             " columns of the header");
+    }
+  }
+
+  // Records that a full table does not take.
+  void report_rest(std::int32_t count) noexcept {
+    std::int64_t left = 0;
+    std::string_view line;
+    while (lines_.next(line)) left += is_record_line(line) ? 1 : 0;
+    if (left == 0) return;
+    misfits_.report_misfit("text.capacity", 0, "the table is full with ", count, " records, and ", left,
+                           " more are in the file: the next save loses them");
+  }
+
+  DataLines &lines_;
+  const Header &header_;
+  char separator_;
+  const PasswordCipher &cipher_;
+  Misfits &misfits_;
+  bool ascends_ = true;
+};
+
+// A file that is not there leaves the table as it is; one that may not be read does too, but the next save loses it.
+bool report_no_file(const TableView &view, const std::string &path, bool is_strict) {
+  if (file_size(path)) {
+    report_as(is_strict ? Severity::kError : Severity::kWarning, "text.unreadable", {path},
+              "the file is not a file, or may not be read: the table keeps the records that it has");
+    return !is_strict;
+  }
+  report_note("text.missing", {path}, "there is no data file; the table keeps the records that it has");
+  if (view) view.note_loaded();
   return true;
 }
 
-// Merges one line into the record that its first column selects.
-void merge_line(const CRtTable &table, const TableView &view, Columns line,
-                const std::vector<const _field_attr *> &fields, const _field_attr *modified,
-                const PasswordCipher &cipher) {
-  const _field_attr *const first = view.field(0);
-  if (first == nullptr || fields.empty() || fields.front() == nullptr) return;
-  const std::string key(line.next());
-  const auto key_index = static_cast<int>(fields.front() - first);
-  char *found = table.FindRecordbyStringField(key_index, key.c_str());
-  if (found == nullptr) return;
-  std::byte *record = as_bytes(static_cast<void *>(found));
-  for (std::size_t column = 1; column < fields.size() && !line.is_last(); ++column) {
-    const std::string_view text = line.next();
-    const _field_attr *field = fields[column];
-    if (field == nullptr) continue;
-    store_column(*field, view.value(record, *field), text, cipher);
-    if (modified != nullptr) set_version_value(view, record, *modified, 1);
-  }
+bool fill(const TableView &view, RecordReader &reader, Misfits &misfits) {
+  KeyOrder order(view);
+  LiveArea area(view);
+  const std::int32_t count = reader.fill(area, view.capacity(), FullText::kEndsAfterField);
+  order.complete(reader.ascends());
+  (void)misfits.allow_all();
+  view.set_count(count);
+  count_on_after(view, count);
+  view.note_loaded();
+  return true;
 }
 
-// The configuration file of the manager that a table belongs to; empty without one.
-std::string configuration_of(const CRtTable &table) {
-  CRtdbManager *manager = TableView::database(table)->GetRtdbManager();
-  return manager == nullptr ? std::string() : configuration_file_of(*manager);
-}
-
-// The header line of a file and the lines after it.
-struct DataLines {
-  LineReader lines;
-  std::string_view header;
-};
-
-// Opens the lines of a file. The header is the first line for which is_remark(line) is false, or the last remark if the
-// file ends with it and it has no line end. Nothing if the bytes are not lines of text or there is no header.
-template <class IsRemark>
-std::optional<DataLines> lines_of(FileText &file, IsRemark is_remark) {
-  const std::span<char> text = without_byte_order_mark(file.chars());
-  DataLines data{LineReader(text, kLineMax), {}};
-  if (!is_text_of_lines({text.data(), text.size()}, data.lines.has_zeros())) return std::nullopt;
-  do {
-    if (!data.lines.next(data.header)) return std::nullopt;
-  } while (is_remark(data.header) && !data.lines.at_end());
-  return data;
-}
-
-bool report_no_lines(std::string_view path) noexcept {
-  report_error("text.form", {path},
-               "the file is not lines of text after a header line: an encoding other than one byte a character, zero "
-               "bytes, line ends other than LF and CR LF, or nothing at all");
-  return false;
-}
-
-// What a header loses: columns without a field, and fields without a column, whose values are 0 from now on.
-void warn_about_columns(const TableView &view, const std::vector<const _field_attr *> &fields,
-                        std::string_view path) noexcept {
-  const auto unknown = std::count(fields.begin(), fields.end(), nullptr);
-  if (unknown > 0) {
-    report_warning("text.unknown_column", {path, 1}, unknown,
-                   " columns of the header are not fields of the table: the next save drops them");
-  }
-  for (const _field_attr &field : view.all_fields()) {
-    const auto is_it = [&](const _field_attr *mapped) { return mapped == &field; };
-    if (std::any_of(fields.begin(), fields.end(), is_it)) continue;
-    report_warning("text.missing_column", {path, 1}, "no column is called ",
-                   Quoted{block_text(field, offsetof(_field_attr, FieldName))},
-                   ": its values keep the bytes of before");
-  }
-}
-
-// Lines that a full table does not take.
-void warn_about_rest(LineReader &lines, std::int32_t count, std::string_view path) noexcept {
-  std::int64_t left = 0;
-  std::string_view line;
-  while (!lines.at_end() && lines.next(line)) left += is_record_line(line) ? 1 : 0;
-  if (left == 0) return;
-  report_warning("text.capacity", {path}, "the table is full with ", count, " records, and ", left,
-                 " more are in the file: the next save loses them");
+// Into a copy first: the table keeps its records if a line does not fit.
+bool fill_strictly(const TableView &view, RecordReader &reader, Misfits &misfits) {
+  const std::int32_t capacity = view.capacity();
+  RecordCopy records(view, capacity);
+  records.set_count(reader.fill(records, capacity, FullText::kHasNoEnd));
+  if (!misfits.allow_all()) return false;
+  records.put_into(view);
+  view.note_loaded();
+  return true;
 }
 
 }  // namespace
@@ -244,51 +172,23 @@ bool CRtdbDataFile::LoadTable(CRtDataBase &database, CRtTable &table, int) {
 }
 
 bool CRtdbDataFile::LoadTableFrom(CRtTable &table, const std::string &path) {
-  std::optional<FileText> file = read_file(path);
-  if (!file) {
-    report_note("text.missing", {path}, "there is no data file; the table keeps the records that it has");
-    return true;
-  }
   const TableView view = TableView::of(table);
+  std::optional<FileText> file = read_file(path);
+  if (!file) return report_no_file(view, path, strict());
   if (!view) return report_not_attached(path);
-  std::optional<DataLines> data = lines_of(*file, is_skipped_before_header);
-  if (!data) return report_no_lines(path);
+  std::optional<DataLines> lines = lines_of(*file, path, strict(), is_skipped_before_header);
+  if (!lines) return false;
   // By design [CommentsOnlyEmpties]: comments whose last line has no line end leave an empty table.
-  std::vector<const _field_attr *> fields;
-  if (!is_skipped_before_header(data->header)) {
-    fields = map_columns(table, view, {data->header, separator_}, use_caption_names_, FirstColumn::kIsKey);
+  Header header;
+  Misfits misfits(path, strict());
+  if (!is_skipped_before_header(lines->header)) {
+    header = map_columns(table, view, {lines->header, separator_}, use_caption_names_, FirstColumn::kIsKey);
+    report_columns(misfits, view, header);
   }
-
   const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
-  warn_about_columns(view, fields, path);
-  const std::int32_t count = fill_records(view, data->lines, separator_, fields, cipher);
-  warn_about_rest(data->lines, count, path);
-  view.set_count(count);
-  if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
-  return true;
-}
-
-bool LoadSomeDataFile(CRtTable &table, const std::string &path, bool use_caption_names, char separator) {
-  std::optional<FileText> file = read_file(path);
-  if (!file) {
-    report_note("text.missing", {path}, "there is no file to merge; the table keeps the values that it has");
-    return true;
-  }
-  const TableView view = TableView::of(table);
-  if (!view) return report_not_attached(path);
-  std::optional<DataLines> data = lines_of(*file, [](std::string_view line) { return line.starts_with('#'); });
-  if (!data) return report_no_lines(path);
-  const std::vector<const _field_attr *> fields =
-      map_columns(table, view, {data->header, separator}, use_caption_names, FirstColumn::kByName);
-
-  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_of(table));
-  const _field_attr *modified = find_version_fields(view).modified;
-  std::string_view line;
-  while (!data->lines.at_end() && data->lines.next(line)) {
-    merge_line(table, view, {line, separator}, fields, modified, cipher);
-  }
-  view.note_order(keys_ascend(view));  // a column may have changed keys
-  return true;
+  if (!allow_passwords(view, configuration_file_of(manager()), path, strict())) return false;
+  RecordReader reader(*lines, header, separator_, cipher, misfits);
+  return strict() ? fill_strictly(view, reader, misfits) : fill(view, reader, misfits);
 }
 
 }  // namespace quillanest

@@ -12,6 +12,8 @@
 #include "quillanest/kernel/ValueText.h"
 #include "quillanest/kernel/VersionFields.h"
 #include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/ExactWriter.h"
+#include "quillanest/persist/FileOutput.h"
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/StoreNames.h"
@@ -23,53 +25,6 @@
 
 namespace quillanest {
 namespace {
-
-constexpr std::string_view kLineEnd = "\r\n";
-
-// Collects text and passes it to the file in large pieces.
-class Output {
- public:
-  explicit Output(FileReplacement &file) : file_(file), bytes_(std::make_unique_for_overwrite<char[]>(kSize)) {}
-
-  void append(std::string_view text) {
-    if (text.size() > kSize - used_) flush();
-    if (text.size() > kSize) {
-      (void)file_.write(text);
-      return;
-    }
-    text.copy(bytes_.get() + used_, text.size());
-    used_ += text.size();
-  }
-
-  // Appends a text value.
-  // By design [TextIsFormat]: "%%" in a value is written as one "%"; every other "%" is written unchanged.
-  void append_value(std::string_view text) {
-    for (std::size_t at = text.find("%%"); at != std::string_view::npos; at = text.find("%%")) {
-      append(text.substr(0, at + 1));
-      text.remove_prefix(at + 2);
-    }
-    append(text);
-  }
-
-  // Room for the text of a number; use() then keeps the bytes that were written there.
-  char *number_room() {
-    if (kSize - used_ < kNumberTextMax) flush();
-    return bytes_.get() + used_;
-  }
-  void use(std::size_t size) { used_ += size; }
-
-  void flush() {
-    (void)file_.write({bytes_.get(), used_});
-    used_ = 0;
-  }
-
- private:
-  static constexpr std::size_t kSize = std::size_t{1} << 18;
-
-  FileReplacement &file_;
-  std::unique_ptr<char[]> bytes_;
-  std::size_t used_ = 0;
-};
 
 class TableWriter {
  public:
@@ -119,7 +74,7 @@ class TableWriter {
   }
 
   const TableView &view_;
-  Output output_;
+  FileOutput output_;
   const PasswordCipher &cipher_;
   char separator_;
   std::vector<const _field_attr *> fields_;
@@ -133,6 +88,17 @@ NewFile new_file_for(const TableView &view) {
   return has_password ? NewFile::kSecret : NewFile::kByUmask;
 }
 
+bool write_all(const TableView &view, TableWriter writer, bool use_caption_names, ModifiedMarks &marks) {
+  writer.write_header(use_caption_names ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    marks.remember(i);
+    writer.write_record(view.record(i), marks);
+  }
+  writer.finish();
+  return true;
+}
+
 }  // namespace
 
 bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
@@ -142,31 +108,35 @@ bool CRtdbDataFile::SaveTable(CRtDataBase &database, CRtTable &table, int) {
   const std::optional<std::string> path = path_of(database, table);
   if (!path) return false;
   // Before the new file is opened: the key is read from files, and the new file might take the last file descriptor.
-  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration_file_of(manager()));
+  const std::string configuration = configuration_file_of(manager());
+  const PasswordCipher cipher = PasswordCipher::from_configuration(configuration);
+  if (!allow_passwords(view, configuration, place, strict())) return false;
   if (!passwords_are_whole(view, cipher)) return report_cut_password(place);
-  FileReplacement file(*path, new_file_for(view));
+  if (strict() && !view.was_loaded()) return report_not_loaded(place);
+  return write_table(table, view, cipher, *path);
+}
+
+bool CRtdbDataFile::write_table(CRtTable &table, const TableView &view, const PasswordCipher &cipher,
+                                const std::string &path) {
+  FileReplacement file(path, new_file_for(view));
   if (!file.is_open()) {
-    report_error("text.create", {*path}, "the file cannot be written: ", std::string_view(last_system_error()));
+    report_error("text.create", {path}, "the file cannot be written: ", std::string_view(last_system_error()));
     return false;
   }
 
   ModifiedMarks marks(view, find_version_fields(view).modified);
+  bool is_exact = true;
   const bool saved = neutral_on_failure(false, [&] {
-    TableWriter writer(view, file, cipher, separator_);
-    writer.write_header(use_caption_names_ ? offsetof(_field_attr, FieldCName) : offsetof(_field_attr, FieldName));
-    const std::int32_t count = view.count();
-    for (std::int32_t i = 0; i < count; ++i) {
-      marks.remember(i);
-      writer.write_record(view.record(i), marks);
-    }
-    writer.finish();
-    return file.commit();
+    is_exact = strict() ? write_exactly(table, view, file, cipher, {separator_, use_caption_names_}, path, marks)
+                        : write_all(view, {view, file, cipher, separator_}, use_caption_names_, marks);
+    return is_exact && file.commit();
   });
-  if (!saved) {
-    report_error("text.write", {*path}, "the file could not be written whole and to the disk; the former one is kept");
-    marks.restore();
+  if (saved) return true;
+  if (is_exact) {
+    report_error("text.write", {path}, "the file could not be written whole and to the disk; the former one is kept");
   }
-  return saved;
+  marks.restore();
+  return false;
 }
 
 }  // namespace quillanest

@@ -7,6 +7,7 @@
 #include "quillanest/platform/Path.h"
 #include "quillanest/settings/Configuration.h"
 #include "quillanest/sql/ComError.h"
+#include "quillanest/sql/OdbcHandle.h"
 
 namespace quillanest {
 namespace {
@@ -16,12 +17,19 @@ constexpr std::size_t kNameSize = 64;
 constexpr std::size_t kTextSize = 24;
 constexpr std::size_t kConnectionStringSize = 200;
 
-constexpr std::array<std::string_view, 2> kSlotNames{"main", "backup"};
-
-// Servers repeat values of rows in the lines after the first one.
-std::string_view first_line(std::string_view text) noexcept { return text.substr(0, text.find_first_of("\r\n")); }
+// Whether a backslash in a text of the store begins an escape.
+bool asks_for_escapes(Connection &connection) {
+  try {
+    const RowSet answer = connection.query("SELECT '\\\\'", 1);  // two backslashes, or one that is escaped
+    return answer.row_count() == 1 && to_text(answer.value(0, 0)) == "\\";
+  } catch (const _com_error &) {
+    return false;  // some databases without escapes refuse a query without a table
+  }
+}
 
 }  // namespace
+
+std::string_view slot_name(int slot) noexcept { return slot == SLOT_MAIN ? "main" : "backup"; }
 
 CDbConnection::~CDbConnection() {
   if (open_mask_ != 0) (void)Close();
@@ -74,12 +82,40 @@ std::optional<std::string> CDbConnection::connection_string(int slot_number, con
   return text;
 }
 
-// The backup of type 0 without a name is one that was not asked for.
-void CDbConnection::report_failed_open(int slot_number, const _com_error &error) const noexcept {
+bool CDbConnection::is_wanted(int slot_number) const noexcept {
   const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
-  if (slot_number == SLOT_BACKUP && slot.type == DB_TYPE_SQLSERVER && slot.name.empty()) return;
-  report_warning("store.open", {kSlotNames[static_cast<std::size_t>(slot_number)]},
-                 "the database cannot be opened: ", first_line(error.ErrorMessage()));
+  return slot.type >= 0 && (slot.type != DB_TYPE_SQLSERVER || !slot.name.empty());
+}
+
+// A backup that the configuration does not ask for is tried, but not missed.
+void CDbConnection::report_failed_open(int slot_number, const _com_error &error) const noexcept {
+  if (slot_number == SLOT_BACKUP && !is_wanted(slot_number)) return;
+  Sentence sentence;
+  sentence.add("the database cannot be opened: ");
+  sentence.add(reason_of(error.ErrorMessage()).view());
+  const bool repeats = error.Error() == kSourceStillHangs;
+  report(Severity::kWarning, "store.open", {slot_name(slot_number)}, sentence, repeats ? To::kThread : To::kHandler);
+}
+
+void CDbConnection::note_failure(int slot_number, const _com_error &error) noexcept {
+  failure_.clear();
+  failure_.add(slot_name(slot_number));
+  failure_.add(": ");
+  failure_.add(reason_of(error.ErrorMessage()).view());
+}
+
+Connection *CDbConnection::connection(int slot_number) noexcept {
+  return slots_[static_cast<std::size_t>(slot_number)].connection.get();
+}
+
+const Dialect &CDbConnection::dialect(int slot_number) const noexcept {
+  return dialect_of_type(slots_[static_cast<std::size_t>(slot_number)].type);
+}
+
+bool CDbConnection::reads_escapes(int slot_number) {
+  Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
+  if (!slot.reads_escapes) slot.reads_escapes = asks_for_escapes(*slot.connection);
+  return *slot.reads_escapes;
 }
 
 bool CDbConnection::open_slot(int slot_number, const DataSource &data_source) {
@@ -133,37 +169,38 @@ std::optional<std::int64_t> CDbConnection::run(const char *statement, int target
     if ((targets & open_mask_ & (1 << slot)) == 0) continue;
     try {
       changed = slots_[static_cast<std::size_t>(slot)].connection->execute(statement);
-    } catch (const _com_error &) {
+    } catch (const _com_error &error) {
       // By design [FirstErrorStops]: the slots after a failing one do not run the statement.
+      note_failure(slot, error);
       return std::nullopt;
     }
   }
   return changed;
 }
 
-void CDbConnection::run_deferred(const Statement &statement) {
+void CDbConnection::run_deferred(const Statement &statement, std::int64_t tag) {
   // With two slots the second one waits for the result of the first one.
   const bool alone = (open_mask_ & (open_mask_ - 1)) == 0;
   if (statement.is_plain && alone && current() != nullptr) {
-    return current()->connection->execute_deferred(statement.text);
+    return current()->connection->execute_deferred(statement.text, tag);
   }
-  (void)run(statement.text.c_str(), TARGET_BOTH);
+  if (run(statement.text.c_str(), TARGET_BOTH)) return;
+  const std::string_view values = std::string_view(statement.text).substr(statement.text.find(" VALUES("));
+  refusals_.add(tag, reason_of(failure_.view(), values));
+}
+
+Refusals CDbConnection::refusals() const {
+  Refusals all = refusals_;
+  for (const Slot &slot : slots_) {
+    if (slot.connection != nullptr) all.add(slot.connection->refusals());
+  }
+  return all;
 }
 
 CDbConnection::Backslashes CDbConnection::backslashes() {
-  const auto asks = [](Connection &connection) {
-    try {
-      const RowSet answer = connection.query("SELECT '\\\\'", 1);  // two backslashes, or one that is escaped
-      return answer.row_count() == 1 && to_text(answer.value(0, 0)) == "\\";
-    } catch (const _com_error &) {
-      return false;  // some databases without escapes refuse a query without a table
-    }
-  };
   Backslashes found;
-  for (Slot &slot : slots_) {
-    if (slot.connection == nullptr) continue;
-    if (!slot.reads_escapes) slot.reads_escapes = asks(*slot.connection);
-    (*slot.reads_escapes ? found.escapes : found.plain) = true;
+  for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
+    if (connection(slot) != nullptr) (reads_escapes(slot) ? found.escapes : found.plain) = true;
   }
   return found;
 }
@@ -182,76 +219,39 @@ const CDbConnection::Slot *CDbConnection::current() const {
   return current_slot_ < 0 ? nullptr : &slots_[static_cast<std::size_t>(current_slot_)];
 }
 
-bool CDbConnection::OpenRecordset(const char *query, std::size_t most_rows) {
-  Slot *slot = current();
-  if (slot == nullptr) return false;
-  slot->rows.reset();
-  row_ = 0;
-  try {
-    slot->rows.emplace(slot->connection->query(query, most_rows));
-  } catch (const _com_error &) {
-    return false;
-  }
-  return true;
-}
-
-int CDbConnection::GetRecordCount() const {
-  const Slot *slot = current();
-  return slot == nullptr || !slot->rows ? 0 : static_cast<int>(slot->rows->row_count());
-}
-
-void CDbConnection::MoveFirst() { row_ = 0; }
-
-void CDbConnection::MoveNext() {
-  if (row_ < static_cast<std::size_t>(GetRecordCount())) ++row_;
-}
-
-bool CDbConnection::IsEOF() const {
-  const Slot *slot = current();
-  if (slot == nullptr) return true;
-  // By design [EofUnknownIsFalse]: a reader that cannot be asked has not ended.
-  return slot->rows && row_ >= slot->rows->row_count();
-}
-
-const RowSet *CDbConnection::rows() const {
-  const Slot *slot = current();
-  return slot != nullptr && slot->rows && row_ < slot->rows->row_count() ? &*slot->rows : nullptr;
-}
-
-Variant CDbConnection::GetFieldValue(const char *column) const {
-  const RowSet *set = rows();
-  const int index = set == nullptr ? -1 : set->column(column);
-  return index < 0 ? Variant() : set->value(row_, index);
-}
-
 int CDbConnection::GetCurrentType() const {
   const Slot *slot = current();
   return slot == nullptr ? -1 : slot->type;
 }
 
 bool CDbConnection::begin_transaction() {
-  try {
-    for (const Slot &slot : slots_) {
-      if (slot.connection != nullptr) slot.connection->begin();
+  refusals_.clear();
+  for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
+    if (connection(slot) == nullptr) continue;
+    connection(slot)->refusals().clear();
+    try {
+      connection(slot)->begin();
+    } catch (const _com_error &error) {
+      note_failure(slot, error);
+      rollback_transaction();
+      return false;
     }
-    return true;
-  } catch (const _com_error &) {
-    rollback_transaction();
-    return false;
   }
+  return true;
 }
 
 bool CDbConnection::commit_transaction() {
   bool result = true;
-  for (const Slot &slot : slots_) {
-    if (slot.connection == nullptr) continue;
+  for (int slot = SLOT_MAIN; slot <= SLOT_BACKUP; ++slot) {
+    if (connection(slot) == nullptr) continue;
     try {
       // A slot after one that failed is rolled back, or the backup would have rows that the main database lacks.
-      if (result) slot.connection->commit();
-    } catch (const _com_error &) {
+      if (result) connection(slot)->commit();
+    } catch (const _com_error &error) {
+      note_failure(slot, error);
       result = false;
     }
-    if (!result) slot.connection->rollback();
+    if (!result) connection(slot)->rollback();
   }
   return result;
 }

@@ -13,7 +13,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/sql/Connection.h"
 #include "quillanest/sql/Dialects.h"
 #include "quillanest/sql/RowSet.h"
@@ -84,8 +86,23 @@ class CDbConnection {
   // Does what Execute does and returns the whole count of the last slot; nothing if a slot failed.
   std::optional<std::int64_t> run(const char *statement, int targets);
 
-  // Runs a statement whose result is not needed on every open slot, at the latest before the next operation.
-  void run_deferred(const Statement &statement);
+  // Runs a statement whose result is not needed on every open slot, at the latest before the next operation. One that
+  // is refused is noted with its tag.
+  void run_deferred(const Statement &statement, std::int64_t tag);
+  // The deferred statements that were refused since the transaction began.
+  [[nodiscard]] Refusals refusals() const;
+
+  // What the last statement, query or transaction failed with: "main: " or "backup: " and the driver's own first line.
+  [[nodiscard]] std::string_view failure() const noexcept { return failure_.view(); }
+
+  // The connection of a slot, null if it is not open; its errors are the caller's. And whether the configuration asks
+  // for the slot: by a type other than -1, and other than the type 0 without a name that a missing key means.
+  [[nodiscard]] Connection *connection(int slot) noexcept;
+  [[nodiscard]] bool is_wanted(int slot) const noexcept;
+  // The forms of statements at a slot.
+  [[nodiscard]] const Dialect &dialect(int slot) const noexcept;
+  // Whether a slot reads a backslash in a text as the start of an escape. The slot must be open.
+  [[nodiscard]] bool reads_escapes(int slot);
 
   // How the open slots read a backslash in a text; both members are true if the slots differ. Each slot is asked once.
   struct Backslashes {
@@ -125,6 +142,7 @@ class CDbConnection {
   [[nodiscard]] std::optional<std::string> connection_string(int slot_number, const DataSource &data_source) const;
   bool open_slot(int slot_number, const DataSource &data_source);
   void report_failed_open(int slot_number, const _com_error &error) const noexcept;
+  void note_failure(int slot_number, const _com_error &error) noexcept;
   [[nodiscard]] Slot *current();
   [[nodiscard]] const Slot *current() const;
 
@@ -135,6 +153,11 @@ class CDbConnection {
   std::array<Slot, 2> slots_;
   std::size_t row_ = 0;
   bool waits_once_ = false;
+  Refusals refusals_;  // besides those of the connections
+  FixedText<300> failure_;
 };
+
+// "main" or "backup".
+[[nodiscard]] std::string_view slot_name(int slot) noexcept;
 
 }  // namespace quillanest

@@ -8,13 +8,16 @@
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtdbManager.h"
 #include "quillanest/persist/DataFile.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/persist/TableStore.h"
 #include "quillanest/persist/Walks.h"
 #include "quillanest/platform/FileSizeSignal.h"
+#include "quillanest/settings/Configuration.h"
 #include "quillanest/shm/TextAt.h"
 
 using quillanest::configured_store;
 using quillanest::CRtdbDataFile;
+using quillanest::is_strict_image;
 using quillanest::open_store;
 using quillanest::StoreKind;
 using quillanest::TableStore;
@@ -90,11 +93,14 @@ bool CRtdbManager::LoadTableData(unsigned int databaseID, unsigned int tableID, 
 }
 
 bool CRtdbManager::CommitProject() {
-  return quillanest::for_each_database(*this, [](CRtDataBase &database) {
-    if (database.AttachShareMemory() == 0) return;
-    (void)database.CommitProject();
-    (void)database.DetachShareMemory();
+  const quillanest::Operation operation;
+  bool committed = true;
+  const bool walked = quillanest::for_each_database(*this, [&](CRtDataBase &database) {
+    const bool mapped = database.AttachShareMemory() != 0;
+    committed = mapped && database.CommitProject() && committed;
+    if (mapped) (void)database.DetachShareMemory();
   });
+  return walked && (committed || !is_strict_image(this));
 }
 
 bool CRtDataBase::SaveData(int projectID) {
@@ -104,8 +110,10 @@ bool CRtDataBase::SaveData(int projectID) {
 }
 
 bool CRtDataBase::CommitProject() {
-  (void)quillanest::for_each_filled_table(*this, [](CRtTable &table) { return table.CommitProject(); });
-  return true;
+  const quillanest::Operation operation;
+  const bool committed =
+      quillanest::for_each_filled_table(*this, [](CRtTable &table) { return table.CommitProject(); });
+  return committed || !is_strict_image(manager_);
 }
 
 bool CRtTable::SaveData(int projectID) {

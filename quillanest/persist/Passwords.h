@@ -1,5 +1,8 @@
-// Whether a table's passwords can be saved.
+// Whether a table's passwords can be loaded and saved.
 #pragma once
+
+#include <string>
+#include <string_view>
 
 #include "quillanest/kernel/TableView.h"
 #include "quillanest/settings/PasswordCipher.h"
@@ -10,5 +13,10 @@ namespace quillanest {
 // the field, and saving it would replace the whole text by its useless start. Such a table is not saved, so that the
 // store keeps the whole text until the key is back.
 [[nodiscard]] bool passwords_are_whole(const TableView &view, const PasswordCipher &cipher);
+
+// Reports a key file that is named and cannot be used, if the table has a PASSWD field. In the strict mode that, and
+// passwords without a key file, are errors, and the result is false.
+[[nodiscard]] bool allow_passwords(const TableView &view, const std::string &configuration_file, std::string_view place,
+                                   bool is_strict);
 
 }  // namespace quillanest

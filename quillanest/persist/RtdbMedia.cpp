@@ -8,6 +8,7 @@
 #include "quillanest/persist/ModifiedMarks.h"
 #include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/StoreNames.h"
+#include "quillanest/persist/StrictStore.h"
 #include "quillanest/settings/DataFolders.h"
 #include "quillanest/shm/FieldType.h"
 
@@ -28,12 +29,23 @@ bool has_pairs_of_quotes(std::string_view text, bool escapes) {
 
 bool is_digit(std::string_view text) { return text.size() == 1 && text[0] >= '0' && text[0] <= '9'; }
 
-constexpr int kReportedRows = 3;  // one by one; further ones are counted
-
-bool report_rejected_delete(std::string_view store_table) noexcept {
+bool report_rejected_delete(std::string_view store_table, std::string_view reason) noexcept {
   report_error("store.delete", {store_table},
-               "a database rejects the DELETE of the former rows: is the table there, and may the user change it?");
+               "a database rejects the DELETE of the former rows, which ends the save: ", reason);
   return false;
+}
+
+// Records that carry the edits of projects are no base rows, so a full save leaves their keys without one.
+void warn_of_edits(const TableView &view, const VersionFields &versions, std::string_view store_table) {
+  if (versions.project == nullptr) return;
+  std::int32_t edited = 0;
+  const std::int32_t count = view.count();
+  for (std::int32_t i = 0; i < count; ++i) {
+    edited += version_value(view, view.record(i), *versions.project) != 0 ? 1 : 0;
+  }
+  if (edited == 0) return;
+  report_warning("store.edits", {store_table}, edited,
+                 " records carry edits of projects: they are saved as rows of those projects, and have no base row");
 }
 
 // Whether a project save writes the record.
@@ -49,7 +61,7 @@ struct CRtdbMedia::Source {
   std::string store_table;
   FieldList fields;
   VersionFields versions;
-  mutable int left_out = 0;  // records whose statements were not sent
+  mutable Refusals left_out = {};  // records whose statements were not sent
 };
 
 // A statement that inserts a record.
@@ -164,17 +176,21 @@ void CRtdbMedia::insert_record(const Source &source, std::int32_t position, Modi
   // By design [RejectedInsertIgnored]: a row that the store rejects is missing there, and the save goes on. A broken
   // statement is not even sent, because a store might read something else in it that changes other rows.
   const Insert insert = insert_statement(source.store_table, bytes, source.fields);
-  if (insert.is_whole) return connection_.run_deferred(insert.statement);
-  if (++source.left_out > kReportedRows) return;
-  report_warning("store.row", {source.store_table}, "the record with the ID ", source.view.key_of(bytes.data()),
-                 " is not saved: a text in it would end its quotes early, or a character is not a digit");
+  const std::uint32_t key = view.key_of(bytes.data());
+  if (insert.is_whole) return connection_.run_deferred(insert.statement, key);
+  Reason reason;
+  reason.add("a text in it would end its quotes early, or a character is not a digit");
+  source.left_out.add(key, reason);
 }
 
 bool CRtdbMedia::save_all_rows(const Source &source, ModifiedMarks &marks) {
   std::string statement = "DELETE FROM " + source.store_table;
   if (source.versions.project != nullptr) statement += " WHERE iProjectID = 0";
   // Not Execute: its 16-bit count can be negative without an error, and only an error ends the save.
-  if (!connection_.run(statement.c_str(), TARGET_BOTH)) return report_rejected_delete(source.store_table);
+  if (!connection_.run(statement.c_str(), TARGET_BOTH)) {
+    return report_rejected_delete(source.store_table, connection_.failure());
+  }
+  warn_of_edits(source.view, source.versions, source.store_table);
   const std::int32_t count = source.view.count();
   for (std::int32_t i = 0; i < count; ++i) insert_record(source, i, marks);
   return true;
@@ -188,7 +204,9 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
     const auto key = static_cast<std::int32_t>(view.key_at(i));
     const std::string statement = "DELETE FROM " + source.store_table + " WHERE ID = " + std::to_string(key) +
                                   " AND iProjectID = " + std::to_string(project);
-    if (!connection_.run(statement.c_str(), TARGET_BOTH)) return report_rejected_delete(source.store_table);
+    if (!connection_.run(statement.c_str(), TARGET_BOTH)) {
+      return report_rejected_delete(source.store_table, connection_.failure());
+    }
     insert_record(source, i, marks);
   }
   return true;
@@ -199,7 +217,8 @@ bool CRtdbMedia::save_project_rows(const Source &source, int project, ModifiedMa
 template <class Save>
 bool CRtdbMedia::keep(const Source &source, Save save) {
   if (!connection_.begin_transaction()) {
-    report_error("store.begin", {source.store_table}, "a database refuses a transaction; nothing is changed");
+    report_error("store.begin", {source.store_table},
+                 "a database refuses a transaction, and nothing is changed: ", connection_.failure());
     return false;
   }
   ModifiedMarks marks(source.view, source.versions.modified);
@@ -212,15 +231,15 @@ bool CRtdbMedia::keep(const Source &source, Save save) {
       return false;
     }
   });
-  if (source.left_out > kReportedRows) {
-    report_warning("store.rows", {source.store_table}, source.left_out, " of ", source.view.count(),
-                   " records are not saved");
-  }
   if (!kept) {
-    report_error("store.lost", {source.store_table}, "the changes could not be kept; the former rows are in the store");
+    report_error("store.lost", {source.store_table},
+                 "the changes could not be kept, and the former rows are in the store: ", connection_.failure());
     connection_.rollback_transaction();
     marks.restore();
   }
+  Refusals refused = source.left_out;
+  refused.add(connection_.refusals());
+  report_refused(Severity::kWarning, source.store_table, refused, source.view.count());
   return saved && kept;
 }
 
@@ -229,7 +248,9 @@ bool CRtdbMedia::SaveTable(CRtDataBase &database, CRtTable &table, int project) 
   const TableView view = TableView::of(table);
   const std::string place = place_of(database, table);
   if (!view) return report_not_attached(place);
+  if (!allow_passwords(view, configuration_file_of(manager()), place, strict())) return false;
   if (!passwords_are_whole(view, cipher_)) return report_cut_password(place);
+  if (strict()) return StrictStore(connection_, cipher_, view, store_table_name(database, table)).save(project);
   if (!connection_.is_open()) {
     report_warning("store.closed", {place}, "no database is open: nothing is saved, and the marks are cleared");
   }

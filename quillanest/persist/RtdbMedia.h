@@ -79,7 +79,8 @@ class CRtdbMedia final : public TableStore {
   template <class Save>
   bool keep(const Source &source, Save save);
   void insert_record(const Source &source, std::int32_t position, ModifiedMarks &marks);
-  void store_rows(const TableView &view, int count);
+  bool load_rows(CRtTable &table, const TableView &view, const std::string &store_table, int project);
+  void store_rows(CRtTable &table, const TableView &view, int count);
   Insert insert_statement(const std::string &store_table, std::span<std::byte> record, const FieldList &fields);
   [[nodiscard]] bool stays_in_quotes(std::string_view text);
   void append_value(Insert &insert, const _field_attr &field, std::span<std::byte> value);

@@ -7,8 +7,12 @@
 #include "quillanest/base/Text.h"
 #include "quillanest/kernel/KeySearch.h"
 #include "quillanest/kernel/RtdbManager.h"
+#include "quillanest/persist/Exact.h"
+#include "quillanest/persist/Misfits.h"
+#include "quillanest/persist/Passwords.h"
 #include "quillanest/persist/RtdbMedia.h"
 #include "quillanest/persist/StoreNames.h"
+#include "quillanest/persist/StrictStore.h"
 #include "quillanest/persist/Walks.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
@@ -23,8 +27,8 @@ void store_text(const _field_attr &field, std::span<std::byte> value, std::strin
   if (!room.empty()) copy_text(room, text.substr(0, room.size() - 1));
 }
 
-void store_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
-                 const PasswordCipher &cipher) {
+void convert_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
+                   const PasswordCipher &cipher) {
   const FieldTypeInfo &type = field_type(field.FieldType);
   switch (type.kind) {
     case Kind::kCharacter:
@@ -49,12 +53,38 @@ void store_value(const _field_attr &field, std::span<std::byte> value, const Var
   }
 }
 
+// An error names the field.
+void store_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
+                 const PasswordCipher &cipher) {
+  try {
+    convert_value(field, value, column, cipher);
+  } catch (const _com_error &error) {
+    const std::string name(block_text(field, offsetof(_field_attr, FieldName)));
+    throw _com_error(error.Error(), "column " + name + ": " + error.ErrorMessage());
+  }
+}
+
 // A table's fields, each with the column of a row set that has its name.
 class ColumnMap {
  public:
   ColumnMap(const TableView &view, const RowSet &rows) : rows_(rows) {
     for (const _field_attr &field : fields_of(view)) {
       columns_.push_back({field, rows.column(block_text(field, offsetof(_field_attr, FieldName)))});
+    }
+  }
+
+  // Fields without a column, whose values are empty from now on, and columns without a field, with which every INSERT
+  // is rejected.
+  void warn(Misfits &misfits) const noexcept {
+    for (const Column &column : columns_) {
+      if (column.index >= 0) continue;
+      misfits.report_misfit("store.column", 0, "the store's table has no column ",
+                            Quoted{block_text(column.field, offsetof(_field_attr, FieldName))},
+                            ", so the next save loses the rows");
+    }
+    if (rows_.column_count() > columns_.size()) {
+      misfits.report_misfit("store.column", 0, "the store's table has ", rows_.column_count(), " columns, the table ",
+                            columns_.size(), " fields, so the next save loses the rows");
     }
   }
 
@@ -86,8 +116,28 @@ std::byte *record_to_merge(CRtTable &table, const TableView &view, const Variant
   return view.at(place.found ? place.position : table.Insert(key, 0, 0));
 }
 
-// Applies one row of a project. The field "ID", which is the first one, selects the record.
-void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std::size_t row,
+// Runs store(), which stores the values of a row. The error of one that does not convert is raised again with the names
+// of table and column and the ID.
+template <class Store>
+auto named(CRtTable &table, const RowSet &rows, std::size_t row, Store store) {
+  try {
+    return store();
+  } catch (const _com_error &error) {
+    const int key = rows.column("ID");
+    FixedText<400> text;
+    text.add(place_of(*TableView::database(table), table));
+    text.add(", ID ");
+    text.add(key < 0 ? 0U : integer_content(rows.value(row, key)));
+    text.add(": ");
+    text.add(std::string_view(error.ErrorMessage()));
+    report_error("store.value", {}, text.view());
+    throw _com_error(error.Error(), text.c_str());
+  }
+}
+
+// Applies one row of a project. The field "ID", which is the first one, selects the record. False if there is no room
+// for a new one.
+bool merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std::size_t row,
                const PasswordCipher &cipher) {
   std::byte *record = nullptr;
   for (const auto &column : map.columns()) {
@@ -99,52 +149,71 @@ void merge_row(CRtTable &table, const TableView &view, const ColumnMap &map, std
       store_value(column.field, view.value(record, column.field), value, cipher);
     }
   }
+  return record != nullptr;
 }
 
 }  // namespace
 
 // Stores the reader's next `count` rows as the first records of the table.
-void CRtdbMedia::store_rows(const TableView &view, int count) {
+void CRtdbMedia::store_rows(CRtTable &table, const TableView &view, int count) {
   connection_.MoveFirst();
   const RowSet *set = connection_.rows();
   if (set == nullptr) return view.note_order(true);
   const ColumnMap map(view, *set);
+  const std::string place = place_of(*TableView::database(table), table);
+  Misfits misfits(place, false);
+  map.warn(misfits);
   KeyOrder order(view);  // the store orders, but perhaps not by unsigned numbers
   for (int i = 0; i < count; ++i, connection_.MoveNext()) {
     std::byte *record = view.record(i);
-    for (const auto &column : map.columns()) {
-      store_value(column.field, view.value(record, column.field), map.value(connection_.row(), column), cipher_);
-    }
+    const std::size_t row = connection_.row();
+    named(table, *set, row, [&] {
+      for (const auto &column : map.columns()) {
+        store_value(column.field, view.value(record, column.field), map.value(row, column), cipher_);
+      }
+    });
     order.add(view.key_of(record));
   }
   order.complete();
 }
 
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {
-  (void)open_for(database, true);
+  (void)open_for(database, !strict());
   const TableView view = TableView::of(table);
   if (!view) return report_not_attached(place_of(database, table));
   const std::string store_table = store_table_name(database, table);
+  if (!allow_passwords(view, configuration_file_of(manager()), store_table, strict())) return false;
+  if (strict()) return StrictStore(connection_, cipher_, view, store_table).load(table, project);
+  return load_rows(table, view, store_table, project);
+}
+
+bool CRtdbMedia::load_rows(CRtTable &table, const TableView &view, const std::string &store_table, int project) {
   const VersionFields fields = find_version_fields(view);
   // One row more than the table holds shows that there are too many.
   const std::int32_t capacity = view.capacity();
   const std::size_t most_rows = static_cast<std::size_t>(capacity) + 1;
   if (!connection_.OpenRecordset(select_base(store_table, fields).c_str(), most_rows)) {
-    report_error("store.query", {store_table},
-                 connection_.is_open() ? "the rows cannot be read: is the table there, with all its columns?"
-                                       : "no database is open to read from");
+    if (connection_.is_open()) {
+      report_error("store.query", {store_table}, "the rows cannot be read: ", connection_.failure());
+    } else {
+      report_error("store.query", {store_table}, "no database is open to read from");
+    }
     return false;
   }
 
   const int found = connection_.GetRecordCount();
   const int count = std::min(found, capacity);
-  store_rows(view, count);
+  store_rows(table, view, count);
   view.set_count(count);
-  if (count > 0) store_shared(view.attr->IDExclusive, view.key_at(count - 1) + 1);
+  count_on_after(view, count);
+  view.note_loaded();
   if (fields.project != nullptr && project > 0) {
     const std::string query = "SELECT * FROM " + store_table + " WHERE iProjectID = " + std::to_string(project);
     // By design [MergeFailureIgnored]: if the project's rows cannot be read, the load has the base rows and succeeds.
-    (void)MergeProjectRows(table, (query + " ORDER BY ID").c_str());
+    if (!MergeProjectRows(table, (query + " ORDER BY ID").c_str())) {
+      report_warning("store.project", {store_table}, "the rows of project ", project,
+                     " cannot be read, so the table has its base rows alone: ", connection_.failure());
+    }
   }
   if (count < found) {
     report_error("store.capacity", {store_table}, "the table is full with ", count, " records, and the store has more");
@@ -159,18 +228,26 @@ bool CRtdbMedia::MergeProjectRows(CRtTable &table, const char *query) {
   const RowSet *set = connection_.rows();
   if (!view || set == nullptr) return true;
   const ColumnMap map(view, *set);
-  for (; !connection_.IsEOF(); connection_.MoveNext()) merge_row(table, view, map, connection_.row(), cipher_);
+  std::size_t lost = 0;
+  for (; !connection_.IsEOF(); connection_.MoveNext()) {
+    const std::size_t row = connection_.row();
+    lost += named(table, *set, row, [&] { return merge_row(table, view, map, row, cipher_); }) ? 0U : 1U;
+  }
+  if (lost > 0) {
+    report_warning("store.merge", {place_of(*TableView::database(table), table)}, lost,
+                   " rows of the project are not merged, because the table is full");
+  }
   return true;
 }
 
 bool CRtdbMedia::LoadDataBase(CRtDataBase &database, int project) {
-  (void)open_for(database, true);
+  (void)open_for(database, !strict());
   return TableStore::LoadDataBase(database, project);
 }
 
 // All databases through one connection; the results of their tables are combined by "and".
 bool CRtdbMedia::LoadAllCustomized(int project) {
-  (void)open(Folder::kBaseline, true);
+  (void)open(Folder::kBaseline, !strict());
   bool result = true;
   const bool walked = for_each_database(manager(), [&](CRtDataBase &database) {
     if (database.GetDBID() == kSystemDatabaseID || database.AttachShareMemory() == 0) return;

@@ -4,6 +4,7 @@
 
 #include "quillanest/persist/DataFile.h"
 #include "quillanest/persist/RtdbMedia.h"
+#include "quillanest/persist/StoreNames.h"
 #include "quillanest/persist/Walks.h"
 #include "quillanest/settings/Configuration.h"
 
@@ -33,13 +34,18 @@ bool TableStore::LoadDataBase(CRtDataBase &database, int project) {
   return for_each_filled_table(database, [&](CRtTable &table) { return LoadTable(database, table, project); });
 }
 
+TableStore::TableStore(CRtdbManager &manager) : manager_(manager), strict_(is_strict(configuration_file_of(manager))) {}
+
 bool TableStore::SaveAll(int project) {
-  return for_each_database(manager_, [&](CRtDataBase &database) {
-    if (database.AttachShareMemory() == 0) return;
-    (void)SaveDataBase(database, project);
+  bool saved = true;
+  const bool walked = for_each_database(manager_, [&](CRtDataBase &database) {
+    const bool mapped = database.AttachShareMemory() != 0;
+    saved = mapped && SaveDataBase(database, project) && saved;
+    if (!mapped) return;
     leave_database();
     (void)database.DetachShareMemory();
   });
+  return walked && (saved || !strict_);
 }
 
 bool TableStore::LoadSystem() { return LoadDataBase(*manager_.GetSystemDB(), 0); }

@@ -36,7 +36,8 @@ class TableStore {
   virtual bool SaveDataBase(CRtDataBase &database, int project);
   virtual bool LoadDataBase(CRtDataBase &database, int project);
 
-  // Every database of the directory. False only if the directory is empty: a failed table does not count.
+  // Every database of the directory. False only if the directory is empty: a failed table counts in the strict mode
+  // alone.
   bool SaveAll(int project);
   // The system database, through the manager's own mapping.
   bool LoadSystem();
@@ -45,14 +46,17 @@ class TableStore {
   virtual bool LoadAllCustomized(int project) = 0;
 
  protected:
-  explicit TableStore(CRtdbManager &manager) : manager_(manager) {}
+  explicit TableStore(CRtdbManager &manager);
   [[nodiscard]] CRtdbManager &manager() const noexcept { return manager_; }
+  // Whether the strict mode is configured.
+  [[nodiscard]] bool strict() const noexcept { return strict_; }
 
  private:
   // After each database of SaveAll.
   virtual void leave_database() {}
 
   CRtdbManager &manager_;
+  bool strict_;
 };
 
 enum class StoreKind : std::uint8_t { kRelational, kText };

@@ -46,8 +46,9 @@ class NamedRegion {
   // The bytes of the whole region, valid until this object is destroyed or moved from; empty without a mapping.
   [[nodiscard]] std::span<std::byte> bytes() const noexcept { return bytes_; }
 
-  // 64 bits for what this process wants to remember about the region, 0 in a new one, shared by its mappings; null
+  // Words for what this process wants to remember about the region, 0 in a new one, shared by its mappings; null
   // without a mapping. They are no part of the bytes.
+  static constexpr std::size_t kNoteWords = 17;
   [[nodiscard]] std::atomic<std::uint64_t> *notes() const noexcept { return notes_; }
 
   // True if the call that opened this mapping made the region anew, so that its bytes are known to be zero.

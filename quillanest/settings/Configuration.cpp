@@ -20,6 +20,10 @@ int profile_int(const std::string &file, std::string_view section, std::string_v
   return text.empty() ? fallback : ini_number(text);
 }
 
+bool is_strict(const std::string &configuration_file) {
+  return profile_int(configuration_file, kConfigurationSection, "Strict", 0) != 0;
+}
+
 std::string resolve_in_root(std::string_view configuration_file, const std::string &path) {
   if (is_absolute(path) || !configuration_file.ends_with(kConfigurationFile)) return path;
   configuration_file.remove_suffix(kConfigurationFile.size());

@@ -24,6 +24,10 @@ inline constexpr std::string_view kConfigurationSection = "Quillanest";
 // its value is empty. Numbers wider than 32 bits keep their low 32 bits. Raises std::system_error as profile_text does.
 [[nodiscard]] int profile_int(const std::string &file, std::string_view section, std::string_view key, int fallback);
 
+// Whether starts, loads and saves refuse what they would otherwise lose in part: key Strict of section "Quillanest", 0
+// if it is missing. Raises std::system_error as profile_text does.
+[[nodiscard]] bool is_strict(const std::string &configuration_file);
+
 // The full form of a path from the kernel's configuration file: unchanged if it is absolute, else below the
 // installation root, which follows from the place of that file.
 [[nodiscard]] std::string resolve_in_root(std::string_view configuration_file, const std::string &path);

@@ -59,6 +59,15 @@ std::optional<std::string> open_with(const SivKey &key, const Bytes &sealed) {
 
 }  // namespace
 
+PasswordKey key_of_passwords(const std::string &configuration_file) {
+  const std::string named = profile_text(configuration_file, kConfigurationSection, "PasswdKeyFile");
+  if (named.empty()) return PasswordKey::kNotNamed;
+  const std::string path = resolve_in_root(configuration_file, named);
+  const std::optional<FileText> secret = read_file(path);
+  if (!secret || secret->view().empty()) return PasswordKey::kMissing;
+  return is_private_file(path) ? PasswordKey::kUsable : PasswordKey::kOpen;
+}
+
 PasswordCipher PasswordCipher::from_configuration(const std::string &configuration_file) {
   PasswordCipher cipher;
   const std::string named = profile_text(configuration_file, kConfigurationSection, "PasswdKeyFile");

@@ -7,6 +7,7 @@
 // Threads: all functions may run on any thread.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,15 @@
 #include "quillanest/base/Crypto.h"
 
 namespace quillanest {
+
+// The state of the key file that a configuration file names.
+enum class PasswordKey : std::uint8_t {
+  kUsable,
+  kNotNamed,
+  kMissing,  // or empty, or it may not be read
+  kOpen      // usable, but another user's, or with rights for other users
+};
+[[nodiscard]] PasswordKey key_of_passwords(const std::string &configuration_file);
 
 // Enciphers and deciphers with the keys it was built with. Build one for a whole load or save.
 class PasswordCipher {

@@ -49,7 +49,9 @@ bool is_hexadecimal(std::string_view text) {
   return !text.empty() && is_hex_digit(text.front());
 }
 
-std::optional<double> parse_magnitude(std::string_view text, std::chars_format format) {
+// Removes what it reads from the text.
+std::optional<double> scan_magnitude(std::string_view &rest, std::chars_format format) {
+  std::string_view text = rest;
   if (format == std::chars_format::hex) {
     // libstdc++ 12 takes the second sign of "1p+-2" for that of the exponent; C sees no exponent there.
     const std::size_t exponent = text.find_first_of("pP");
@@ -59,17 +61,16 @@ std::optional<double> parse_magnitude(std::string_view text, std::chars_format f
   }
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format);
-  if (error == std::errc::result_out_of_range) {
-    const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
-    return out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e');
-  }
-  if (error != std::errc()) return std::nullopt;
-  return value;
+  if (error == std::errc::invalid_argument) return std::nullopt;
+  const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
+  rest.remove_prefix(number.size());
+  if (error == std::errc()) return value;
+  return out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e');
 }
 
 // A plain decimal number whose digits are exact in a double, as most are: one division rounds it correctly. Nothing for
 // every other text.
-std::optional<double> parse_exact_decimal(std::string_view text) {
+std::optional<double> scan_exact_decimal(std::string_view &text) {
   constexpr std::size_t kDigitsMax = 15;  // 10^15 is below 2^53, and 10^15 itself exact
   constexpr std::array<double, kDigitsMax + 1> kPowers{1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
@@ -92,20 +93,30 @@ std::optional<double> parse_exact_decimal(std::string_view text) {
   }
   const bool goes_on = at < text.size() && (text[at] == 'e' || text[at] == 'E' || text[at] == 'x' || text[at] == 'X');
   if (digits == 0 || goes_on) return std::nullopt;
+  text.remove_prefix(at);
   return static_cast<double>(mantissa) / kPowers[decimals];
+}
+
+std::optional<double> scan_unsigned(std::string_view &text) {
+  if (text.starts_with('-')) return std::nullopt;  // from_chars would take a second sign
+  if (const std::optional<double> value = scan_exact_decimal(text)) return value;
+  if (!is_hexadecimal(text)) return scan_magnitude(text, std::chars_format::general);
+  text.remove_prefix(2);
+  return scan_magnitude(text, std::chars_format::hex);
 }
 
 }  // namespace
 
-double parse_double(std::string_view text) {
-  skip_blanks(text);
-  const bool negative = take_sign(text);
-  if (text.starts_with('-')) return 0.0;  // from_chars would take a second sign
-  if (const std::optional<double> value = parse_exact_decimal(text)) return negative ? -*value : *value;
-  const std::optional<double> value = is_hexadecimal(text) ? parse_magnitude(text.substr(2), std::chars_format::hex)
-                                                           : parse_magnitude(text, std::chars_format::general);
+double scan_double(std::string_view &text) {
+  std::string_view rest = text;
+  skip_blanks(rest);
+  const bool negative = take_sign(rest);
+  const std::optional<double> value = scan_unsigned(rest);
   if (!value) return 0.0;  // a sign without a number does not count
+  text = rest;
   return negative ? -*value : *value;
 }
+
+double parse_double(std::string_view text) { return scan_double(text); }
 
 }  // namespace quillanest

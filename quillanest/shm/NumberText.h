@@ -40,4 +40,7 @@ inline void skip_blanks(std::string_view &text) {
 // hexadecimal, "inf" or "nan"; infinity if it is too large, 0 if there is none.
 [[nodiscard]] double parse_double(std::string_view text);
 
+// The same number; removes it from the start of the text, with white space before it, and nothing if there is none.
+[[nodiscard]] double scan_double(std::string_view &text);
+
 }  // namespace quillanest

@@ -14,8 +14,11 @@ struct SegmentAccess {
   // The bytes of the whole mapped segment; empty without a mapping.
   static std::span<std::byte> bytes(const CShareMemory &segment) noexcept { return segment.mapping_.bytes(); }
 
-  // The notes of the process about the segment; null without a mapping.
-  static std::atomic<std::uint64_t> *notes(const CShareMemory &segment) noexcept { return segment.mapping_.notes(); }
+  // The notes of the process about the segment; empty without a mapping.
+  static std::span<std::atomic<std::uint64_t>> notes(const CShareMemory &segment) noexcept {
+    std::atomic<std::uint64_t> *const first = segment.mapping_.notes();
+    return {first, first == nullptr ? 0 : NamedRegion::kNoteWords};
+  }
 
   // Records the size that a descriptor gives for the segment.
   static void set_size(CShareMemory &segment, int size) noexcept { segment.size_ = size; }

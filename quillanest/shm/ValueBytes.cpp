@@ -1,6 +1,7 @@
 #include "quillanest/shm/ValueBytes.h"
 
 #include <array>
+#include <charconv>
 #include <optional>
 
 #include "quillanest/platform/SystemTime.h"
@@ -20,7 +21,7 @@ bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string
       info.bytes == 4 ? store_part(to, static_cast<float>(parse_double(text))) : store_part(to, parse_double(text));
       return true;
     case Kind::kTime:
-      read_time(text, to);
+      (void)read_time(text, to);
       return true;
     case Kind::kNone:
     case Kind::kCharacter:
@@ -68,10 +69,14 @@ std::optional<SYSTEMTIME> saved_time(std::string_view text) {
 
 }  // namespace
 
-void read_time(std::string_view text, std::span<std::byte> time) {
+bool read_time(std::string_view text, std::span<std::byte> time) {
   if (const std::optional<SYSTEMTIME> saved = saved_time(text); saved && time.size() >= sizeof *saved) {
-    return store(time.data(), *saved);
+    store(time.data(), *saved);
+    return true;
   }
+  skip_blanks(text);
+  if (text.empty()) return true;
+  bool fits = true;
   struct Part {
     std::size_t place;
     char before;  // what precedes the number; a blank matches any white space, also none
@@ -86,13 +91,69 @@ void read_time(std::string_view text, std::span<std::byte> time) {
     if (part.before == ' ') {
       skip_blanks(text);
     } else if (part.before != 0) {
-      if (!text.starts_with(part.before)) return;
+      if (!text.starts_with(part.before)) return false;
       text.remove_prefix(1);
     }
     const std::optional<std::uint32_t> number = scan_int(text);
-    if (!number) return;
+    if (!number) return false;
+    fits = fits && *number <= 0xFFFF;
     if (part.place < time.size()) store_part(time.subspan(part.place), *number);
   }
+  skip_blanks(text);
+  return fits && text.empty();
+}
+
+namespace {
+
+// Whether an integer's text names a number that the type holds.
+bool holds_integer(const FieldTypeInfo &type, std::string_view text) {
+  constexpr std::size_t kAlwaysFits = 9;  // digits
+  if (type.bytes == 4 && text.size() <= kAlwaysFits && !text.starts_with('-')) return true;
+  if (text.starts_with('+')) text.remove_prefix(1);
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return false;
+  const std::int64_t range = std::int64_t{1} << (8 * type.bytes);
+  return type.is_signed ? number >= -range / 2 && number < range / 2 : number >= 0 && number < range;
+}
+
+// Takes a number from the start of the text; the text that it was.
+template <class Scan>
+std::string_view taken(std::string_view &text, Scan scan) {
+  skip_blanks(text);
+  const std::string_view before = text;
+  scan();
+  const std::string_view number = before.substr(0, before.size() - text.size());
+  skip_blanks(text);
+  return number;
+}
+
+}  // namespace
+
+bool store_whole_value(std::int32_t type, std::span<std::byte> to, std::string_view text) {
+  const FieldTypeInfo &info = field_type(type);
+  switch (info.kind) {
+    case Kind::kInteger: {
+      std::uint32_t value = 0;
+      const std::string_view number = taken(text, [&] { value = scan_int(text).value_or(0); });
+      info.bytes == 2 ? store_part(to, static_cast<std::uint16_t>(value)) : store_part(to, value);
+      return text.empty() && (number.empty() || holds_integer(info, number));
+    }
+    case Kind::kReal: {
+      double value = 0;
+      (void)taken(text, [&] { value = scan_double(text); });
+      info.bytes == 4 ? store_part(to, static_cast<float>(value)) : store_part(to, value);
+      return text.empty();
+    }
+    case Kind::kTime:
+      return read_time(text, to);
+    case Kind::kNone:
+    case Kind::kCharacter:
+    case Kind::kText:
+    case Kind::kPassword:
+      return true;
+  }
+  return true;
 }
 
 void store_default(std::int32_t type, std::span<std::byte> to, std::string_view text) {

@@ -13,12 +13,17 @@ namespace quillanest {
 // for codes that are not a type.
 bool store_value_of_text(std::int32_t type, std::span<std::byte> to, std::string_view text);
 
+// Does the same and returns whether the text is a value that the type holds, from its first character to its last.
+// Blanks around it do not count, and an empty text is a zero. True for codes that are not a type.
+[[nodiscard]] bool store_whole_value(std::int32_t type, std::span<std::byte> to, std::string_view text);
+
 // Stores a field's default text as SetDefaultField does, as far as `to` goes. Nothing for an empty text.
 void store_default(std::int32_t type, std::span<std::byte> to, std::string_view text);
 
 // Reads "year-month-day hour:minute:second" into a time of 16 bytes, of which only the first ones may exist.
 // By design [TimeScanOverlap]: each number is stored as 32 bits at its 16-bit place, so its high half lands in the next
 // one, until the next number is stored there. A text that stops early leaves the rest of the time as it was.
-void read_time(std::string_view text, std::span<std::byte> time);
+// True if the text is a whole time whose numbers fit, or empty.
+bool read_time(std::string_view text, std::span<std::byte> time);
 
 }  // namespace quillanest

@@ -21,7 +21,6 @@ namespace quillanest {
 namespace {
 
 constexpr SQLULEN kStatementSeconds = 30;
-constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
 constexpr std::size_t kStatementsPerMessage = 50;
 constexpr std::size_t kMessagesPerSavepoint = 4;
 
@@ -81,6 +80,14 @@ std::string server_name(const OdbcLink &link) {
   return name.data();
 }
 
+char quote_of_names(const OdbcLink &link) {
+  std::array<char, 8> quote{};
+  SQLSMALLINT length = 0;
+  const SQLRETURN result =
+      SQLGetInfo(link.connection.get(), SQL_IDENTIFIER_QUOTE_CHAR, quote.data(), quote.size(), &length);
+  return succeeded(result) && quote[0] != '\0' ? quote[0] : '"';
+}
+
 class OdbcConnection : public Connection {
  public:
   explicit OdbcConnection(std::unique_ptr<OdbcWorker> worker)
@@ -95,9 +102,9 @@ class OdbcConnection : public Connection {
     return run_undoable(text);
   }
 
-  void execute_deferred(const std::string &text) override {
-    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_deferred(text);
-    pending_.push_back(text);
+  void execute_deferred(const std::string &text, std::int64_t tag) override {
+    if (!in_transaction_ || !needs_savepoints()) return Connection::execute_deferred(text, tag);
+    pending_.push_back({text, tag});
     if (pending_.size() >= kStatementsPerMessage) flush();
   }
 
@@ -151,6 +158,12 @@ class OdbcConnection : public Connection {
     }
   }
 
+  // Asks the driver once; a blank stands for no quotes at all.
+  char name_quote() override {
+    if (!name_quote_) name_quote_ = worker_->run(quote_of_names);
+    return *name_quote_;
+  }
+
  private:
   // Runs a statement of a transaction. One that fails undoes itself.
   std::int64_t run_undoable(const std::string &text) {
@@ -168,10 +181,10 @@ class OdbcConnection : public Connection {
 
   // Sends the pending statements in one message. If one of them fails, all of them are sent again, one by one.
   void flush() {
-    const std::vector<std::string> statements = std::exchange(pending_, {});
+    const std::vector<Pending> statements = std::exchange(pending_, {});
     if (statements.size() > 1 && !lost_) {
       std::string message;
-      for (const std::string &statement : statements) message += statement + "\n;";
+      for (const Pending &statement : statements) message += statement.text + "\n;";
       try {
         (void)run_undoable(message);
         return;
@@ -179,14 +192,14 @@ class OdbcConnection : public Connection {
         // One by one, then.
       }
     }
-    for (const std::string &statement : statements) {
-      try {
-        (void)run_undoable(statement);
-      } catch (const _com_error &) {
-        // It has undone itself, or the transaction is lost, which the commit reports.
-      }
-    }
+    // One that fails has undone itself, or the transaction is lost, which the commit reports.
+    for (const Pending &statement : statements) (void)execute_or_note(statement.text, statement.tag);
   }
+
+  struct Pending {
+    std::string text;
+    std::int64_t tag;
+  };
 
   std::int64_t run(const std::string &text) {
     return worker_->run([text](const OdbcLink &link) { return run_statement(link, text); });
@@ -245,23 +258,20 @@ class OdbcConnection : public Connection {
   Undo undo_;
   bool in_transaction_ = false;
   bool has_savepoint_ = false;
-  std::vector<std::string> pending_;  // deferred statements that are not sent yet
-  std::vector<std::string> kept_;     // statements that the server has run since the savepoint
-  bool lost_ = false;                 // the server has undone the transaction
+  std::vector<Pending> pending_;   // deferred statements that are not sent yet
+  std::vector<std::string> kept_;  // statements that the server has run since the savepoint
+  bool lost_ = false;              // the server has undone the transaction
+  std::optional<char> name_quote_;
 };
 
 }  // namespace
 
 std::unique_ptr<Connection> open_odbc(const std::string &connection_string) {
-  // The driver's own text could repeat parts of the connection string, so it is not passed on.
   try {
-    if (std::unique_ptr<OdbcWorker> worker = OdbcWorker::connect(connection_string)) {
-      return std::make_unique<OdbcConnection>(std::move(worker));
-    }
+    return std::make_unique<OdbcConnection>(OdbcWorker::connect(connection_string));
   } catch (const std::system_error &) {
     throw _com_error(kConnectFailed, "no thread to connect with");
   }
-  throw _com_error(kConnectFailed, "the server cannot be reached or refuses");
 }
 
 }  // namespace quillanest

@@ -12,7 +12,11 @@
 
 namespace quillanest {
 
-// The result code of a statement that failed.
+// The result codes of a connect and of a statement that failed.
+inline constexpr auto kConnectFailed = static_cast<std::int32_t>(0x80004005);
+// Those of a source that is not tried, because earlier calls of its driver hang: the first time in a minute, and then.
+inline constexpr auto kSourceHangs = static_cast<std::int32_t>(0x80004004);
+inline constexpr auto kSourceStillHangs = static_cast<std::int32_t>(0x80004007);
 inline constexpr auto kStatementFailed = static_cast<std::int32_t>(0x80040E14);
 
 // The time of the last call of a driver.

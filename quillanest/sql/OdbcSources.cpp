@@ -43,6 +43,17 @@ bool OdbcSources::allows(Source source) {
   return true;
 }
 
+bool OdbcSources::is_news(Source source) noexcept {
+  const std::lock_guard lock(mutex_);
+  const auto found = calls_.find(source);
+  const auto now = std::chrono::steady_clock::now();
+  if (found == calls_.end()) return false;
+  const auto told = found->second.told;
+  if (told != decltype(told)() && now - told < kPause) return false;
+  found->second.told = now;
+  return true;
+}
+
 void OdbcSources::hangs(Source source) {
   const std::lock_guard lock(mutex_);
   Calls &calls = calls_[source];

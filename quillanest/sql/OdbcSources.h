@@ -24,6 +24,8 @@ class OdbcSources {
 
   // Whether a source may be tried: while only a few calls of it hang, and otherwise once a minute.
   [[nodiscard]] bool allows(Source source);
+  // Whether it was not asked for this source in the last minute.
+  [[nodiscard]] bool is_news(Source source) noexcept;
   // Counts a call that its caller has given up, until it comes back. Raises std::bad_alloc.
   void hangs(Source source);
   void came_back(Source source) noexcept;
@@ -38,6 +40,7 @@ class OdbcSources {
     int hanging = 0;
     bool answers = false;
     std::chrono::steady_clock::time_point last;
+    std::chrono::steady_clock::time_point told;
   };
 
   std::mutex mutex_;

@@ -9,6 +9,8 @@
 #include "quillanest/platform/Thread.h"
 #include "quillanest/sql/ComError.h"
 #include "quillanest/sql/OdbcSources.h"
+#include "quillanest/sql/Provider.h"
+#include "quillanest/sql/Refusals.h"
 
 namespace quillanest {
 namespace {
@@ -101,17 +103,22 @@ OdbcWorker::OdbcWorker(std::size_t source) : shared_(std::make_shared<Shared>(so
 std::unique_ptr<OdbcWorker> OdbcWorker::connect(const std::string &connection_string) {
   OdbcSources &sources = OdbcSources::instance();
   const OdbcSources::Source source = std::hash<std::string>{}(connection_string);
-  if (!sources.allows(source)) return nullptr;
+  if (!sources.allows(source)) {
+    throw _com_error(sources.is_news(source) ? kSourceHangs : kSourceStillHangs,
+                     "earlier calls of its driver hang, so it is tried only once a minute");
+  }
   sources.settle_text_encoding();
   auto worker = std::make_unique<OdbcWorker>(source);
-  const auto connected = std::make_shared<bool>(false);
-  try {
-    worker->perform([connected, connection_string](OdbcLink &link) { *connected = link.connect(connection_string); },
-                    kConnectPatience);
-  } catch (const _com_error &) {
-    return nullptr;
+  const auto diagnosis = std::make_shared<std::optional<std::string>>();  // nothing: connected
+  worker->perform(
+      [diagnosis, connection_string](OdbcLink &link) {
+        if (!link.connect(connection_string)) *diagnosis = link.connection.diagnosis();
+      },
+      kConnectPatience);
+  if (*diagnosis) {
+    const Reason reason = reason_of(without_passwords(**diagnosis, connection_string));
+    throw _com_error(kConnectFailed, reason.c_str());
   }
-  if (!*connected) return nullptr;
   sources.answered(source);
   return worker;
 }

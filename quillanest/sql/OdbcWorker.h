@@ -29,8 +29,9 @@ void set_driver_patience(std::chrono::milliseconds patience) noexcept;
 // belongs to one thread. The thread inside blocks all signals of the program.
 class OdbcWorker {
  public:
-  // Connects. Null if the server refuses or cannot be reached, if it is silent for about two seconds, or if too many
-  // calls of this source hang already. Raises std::system_error if no thread can be started, and std::bad_alloc.
+  // Connects. Raises _com_error, with the driver's own first line and without passwords, if the server refuses or
+  // cannot be reached, if it is silent for about two seconds, or if too many calls of this source hang already. Raises
+  // std::system_error if no thread can be started, and std::bad_alloc.
   [[nodiscard]] static std::unique_ptr<OdbcWorker> connect(const std::string &connection_string);
 
   explicit OdbcWorker(std::size_t source);  // not connected

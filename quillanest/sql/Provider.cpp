@@ -1,6 +1,7 @@
 #include "quillanest/sql/Provider.h"
 
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 #include "quillanest/base/Text.h"
@@ -103,7 +104,45 @@ std::string odbc_string(const Dialect &provider, std::string_view text, std::str
   return odbc;
 }
 
+void replace_all(std::string &text, std::string_view what) {
+  constexpr std::string_view kMask = "***";
+  if (what.empty()) return;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + kMask.size())) {
+    text.replace(at, what.size(), kMask);
+  }
+}
+
+// The texts that a driver may make of the value of a key: as it is, without braces, and with "%20" and the like read.
+void hide_value(std::string &text, std::string_view value) {
+  replace_all(text, value);
+  if (value.starts_with('{') && value.ends_with('}')) replace_all(text, value.substr(1, value.size() - 2));
+  std::string decoded;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    unsigned int byte = 0;
+    const bool is_code =
+        value[i] == '%' && i + 2 < value.size() &&
+        std::from_chars(value.data() + i + 1, value.data() + i + 3, byte, 16).ptr == value.data() + i + 3;
+    decoded += is_code ? static_cast<char>(byte) : value[i];
+    if (is_code) i += 2;
+  }
+  if (decoded != value) replace_all(text, decoded);
+}
+
 }  // namespace
+
+std::string without_passwords(std::string text, std::string_view connection_string) {
+  hide_value(text, value_of(connection_string, "PWD"));
+  hide_value(text, value_of(connection_string, "Password"));
+  std::string_view options = value_of(connection_string, "pqopt");
+  constexpr std::string_view kKey = "password=";
+  if (const std::size_t at = options.find(kKey); at != std::string_view::npos) {
+    options.remove_prefix(at + kKey.size());
+    const bool is_quoted = options.starts_with('\'');
+    if (is_quoted) options.remove_prefix(1);
+    hide_value(text, options.substr(0, options.find(is_quoted ? '\'' : ' ')));
+  }
+  return text;
+}
 
 ServerAddress server_address(std::string_view data_source) {
   const std::size_t at = data_source.find_last_of(":,");

@@ -18,6 +18,10 @@ struct EngineCall {
 // "Driver=" or "DSN=" goes to ODBC unchanged, apart from the protocol option that PostgreSQL's driver needs.
 [[nodiscard]] EngineCall engine_call(std::string_view connection_string);
 
+// A driver's text in which the values of PWD and Password of a connection string, and those of passwords among the
+// options of psqlodbc, are replaced by "***".
+[[nodiscard]] std::string without_passwords(std::string text, std::string_view connection_string);
+
 // The host and the port of "host:port" or "host,port"; the port is empty if the text has none.
 struct ServerAddress {
   std::string host;

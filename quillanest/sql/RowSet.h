@@ -21,6 +21,7 @@ class RowSet {
   // Filling: values are added from left to right, row by row.
   void add(const Variant &value);
   [[nodiscard]] std::size_t column_count() const noexcept { return columns_.size(); }
+  [[nodiscard]] const std::vector<std::string> &columns() const noexcept { return columns_; }
 
   [[nodiscard]] std::size_t row_count() const noexcept {
     return columns_.empty() ? 0 : cells_.size() / columns_.size();

@@ -7,6 +7,7 @@
 // statement may.
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <memory>
 #include <sqlite3.h>
 #include <string>
@@ -93,9 +94,7 @@ class SqliteConnection : public Connection {
   }
 
   std::int64_t execute(const std::string &statement) override {
-    // A full disk, or a trigger that rolls back, undoes the whole transaction; later statements would be kept without
-    // the earlier ones.
-    if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
+    check_transaction();
     const int before = sqlite3_total_changes(database_.get());
     run(with_quoted_dates(statement));
     return sqlite3_total_changes(database_.get()) - before;
@@ -122,6 +121,30 @@ class SqliteConnection : public Connection {
     return rows;
   }
 
+  void begin_inserts(const InsertForm &form) override {
+    std::string text = insert_start(form);
+    for (std::size_t i = 0; i < form.columns.size(); ++i) text += "?,";
+    text.back() = ')';
+    insert_ = compile(text);
+  }
+
+  // The values are bound: SQLite does not round every decimal number to the nearest double.
+  void insert_row(std::span<const Variant> values, std::int64_t tag) override {
+    sqlite3_stmt *const statement = insert_.get();
+    try {
+      check_transaction();
+      int column = 0;
+      for (const Variant &value : values) bind(statement, ++column, value);
+      deadline_ = std::chrono::steady_clock::now() + limit_;
+      const int result = sqlite3_step(statement);
+      if (result != SQLITE_DONE && result != SQLITE_ROW) raise(result);
+      note_success();
+    } catch (const _com_error &error) {
+      refusals_.add(tag, reason_of(error.ErrorMessage()));
+    }
+    sqlite3_reset(statement);
+  }
+
   [[nodiscard]] bool is_locked() const noexcept override { return locked_; }
 
   // Takes the right to write at once, so that a transaction never fails half-way because another process has it.
@@ -131,10 +154,12 @@ class SqliteConnection : public Connection {
     in_transaction_ = true;
   }
   void commit() override {
+    insert_.reset();
     run("COMMIT");
     in_transaction_ = false;
   }
   void rollback() noexcept override {
+    insert_.reset();
     if (!in_transaction_) return;
     (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
     in_transaction_ = false;
@@ -180,7 +205,41 @@ class SqliteConnection : public Connection {
     keeps_pages_ = true;
   }
 
+  // A full disk, or a trigger that rolls back, undoes the whole transaction; later statements would be kept without the
+  // earlier ones.
+  void check_transaction() {
+    if (in_transaction_ && sqlite3_get_autocommit(database_.get()) != 0) raise(SQLITE_ABORT_ROLLBACK);
+  }
+
+  // A value for a parameter, which lasts until the next one.
+  void bind(sqlite3_stmt *statement, int column, const Variant &value) {
+    int result = SQLITE_OK;
+    const auto bind_text = [&](std::string_view text) {
+      return sqlite3_bind_text(statement, column, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+    };
+    if (const auto *number = std::get_if<std::int64_t>(&value)) {
+      result = sqlite3_bind_int64(statement, column, *number);
+    } else if (const auto *real = std::get_if<double>(&value)) {
+      result = std::isfinite(*real) ? sqlite3_bind_double(statement, column, *real) : bind_text(name_of_number(*real));
+    } else if (const auto *text = std::get_if<std::string_view>(&value)) {
+      result = bind_text(text->data() == nullptr ? std::string_view("") : *text);
+    } else if (const auto *time = std::get_if<SYSTEMTIME>(&value)) {
+      result = bind_text(to_text(*time));
+    } else if (const auto *truth = std::get_if<bool>(&value)) {
+      result = sqlite3_bind_int64(statement, column, *truth ? 1 : 0);
+    } else {
+      result = sqlite3_bind_null(statement, column);
+    }
+    if (result != SQLITE_OK) raise(result);
+  }
+
   [[nodiscard]] Statement prepare(const std::string &text) {
+    Statement prepared = compile(text);
+    if (sqlite3_bind_parameter_count(prepared.get()) > 0) raise(SQLITE_ERROR);  // a "?" that is given no value
+    return prepared;
+  }
+
+  [[nodiscard]] Statement compile(const std::string &text) {
     deadline_ = std::chrono::steady_clock::now() + limit_;
     sqlite3_stmt *statement = nullptr;
     const char *rest = nullptr;
@@ -188,7 +247,6 @@ class SqliteConnection : public Connection {
     const int result = sqlite3_prepare_v2(database_.get(), text.c_str(), size, &statement, &rest);
     if (result != SQLITE_OK) raise(result);
     Statement prepared(statement);
-    if (sqlite3_bind_parameter_count(statement) > 0) raise(SQLITE_ERROR);  // a "?" that is given no value
     // A text with a quote in it can end its statement early and begin another.
     if (std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string_view::npos) raise(SQLITE_ERROR);
     return prepared;
@@ -205,6 +263,7 @@ class SqliteConnection : public Connection {
   std::chrono::milliseconds limit_;
   std::chrono::steady_clock::time_point deadline_;  // of the statement under way
   std::unique_ptr<sqlite3, CloseDatabase> database_;
+  Statement insert_;  // of begin_inserts
   bool in_transaction_ = false;
   bool keeps_pages_ = false;
   bool locked_ = false;

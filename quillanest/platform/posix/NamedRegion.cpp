@@ -5,6 +5,7 @@
 #include "quillanest/platform/NamedRegion.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <errno.h>
@@ -33,7 +34,7 @@ struct NamedRegion::Entry {
   std::size_t size = 0;
   int descriptor = -1;
   std::size_t mappings = 0;
-  std::atomic<std::uint64_t> notes = 0;
+  std::array<std::atomic<std::uint64_t>, kNoteWords> notes{};
 
   Entry() = default;
   Entry(const Entry &) = delete;
@@ -209,7 +210,7 @@ namespace {
 }  // namespace
 
 NamedRegion::NamedRegion(Entry &entry, bool fresh) noexcept
-    : entry_(&entry), bytes_(entry.start, entry.size), notes_(&entry.notes), fresh_(fresh) {}
+    : entry_(&entry), bytes_(entry.start, entry.size), notes_(entry.notes.data()), fresh_(fresh) {}
 
 NamedRegion::NamedRegion(NamedRegion &&other) noexcept
     : entry_(std::exchange(other.entry_, nullptr)),

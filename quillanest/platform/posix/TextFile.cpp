@@ -67,4 +67,10 @@ bool is_folder(const std::string &path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool is_private_file(const std::string &path) {
+  constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && status.st_uid == geteuid() && (status.st_mode & kOthers) == 0;
+}
+
 }  // namespace quillanest

@@ -48,7 +48,12 @@ void CDbConnection::ReadConfig() {
   const std::array<std::string, 2> prefixes{"MainDB", "BackDB"};
   for (std::size_t i = 0; i < slots_.size(); ++i) {
     const auto text = [&](const char *key, std::size_t size) {
-      return profile_text(ini_file_, section_, prefixes[i] + key).substr(0, size - 1);
+      const std::string whole = profile_text(ini_file_, section_, prefixes[i] + key);
+      if (whole.size() >= size) {
+        report_warning("store.settings", {slot_name(static_cast<int>(i))}, "the value of ", std::string_view(key),
+                       " has more than ", size - 1, " characters, and is cut");
+      }
+      return whole.substr(0, size - 1);
     };
     Slot &slot = slots_[i];
     // By design [BackupByDefault]: a type that the file does not name is 0, so a configuration without a backup tries
@@ -80,6 +85,18 @@ std::optional<std::string> CDbConnection::connection_string(int slot_number, con
   if (!dialect.catalogue_word.empty()) text.append(";").append(dialect.catalogue_word).append("=" + slot.init_db);
   if (text.size() >= kConnectionStringSize) return std::nullopt;
   return text;
+}
+
+// A type of -1 says that there is no such database.
+void CDbConnection::report_no_source(int slot_number) const noexcept {
+  const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
+  if (!is_wanted(slot_number)) return;
+  if (slot.type != DB_TYPE_INI_CONNSTR && dialect(slot_number).engine == EngineKind::kNone) {
+    report_warning("store.settings", {slot_name(slot_number)}, "the type ", slot.type, " is not one of a database");
+    return;
+  }
+  report_warning("store.settings", {slot_name(slot_number)},
+                 "the database has no name, its folder does not exist, or its settings are longer than 199 characters");
 }
 
 bool CDbConnection::is_wanted(int slot_number) const noexcept {
@@ -123,7 +140,10 @@ bool CDbConnection::open_slot(int slot_number, const DataSource &data_source) {
   slot.rows.reset();
   slot.connection.reset();
   const std::optional<std::string> text = connection_string(slot_number, data_source);
-  if (!text) return false;
+  if (!text) {
+    report_no_source(slot_number);
+    return false;
+  }
   const bool again = waits_once_ && *text == slot.tried;
   if (again && slot.failed) return false;
   std::unique_ptr<Connection> locked = std::move(slot.locked);

@@ -142,6 +142,7 @@ class CDbConnection {
   [[nodiscard]] std::optional<std::string> connection_string(int slot_number, const DataSource &data_source) const;
   bool open_slot(int slot_number, const DataSource &data_source);
   void report_failed_open(int slot_number, const _com_error &error) const noexcept;
+  void report_no_source(int slot_number) const noexcept;
   void note_failure(int slot_number, const _com_error &error) noexcept;
   [[nodiscard]] Slot *current();
   [[nodiscard]] const Slot *current() const;

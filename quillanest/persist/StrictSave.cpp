@@ -163,11 +163,11 @@ bool StrictStore::save(int project) {
   if (!view_.was_loaded()) return report_not_loaded(name_);
   const bool whole = project == 0 || versions_.project == nullptr;
   ModifiedMarks marks(view_, versions_.modified);
-  RecordCopy records = RecordCopy::of(view_);
-  const Batches batches = choose(records, whole ? 0 : project, marks);
-  if (!whole && batches.empty()) return true;
   bool written = true;  // or the reason is reported
   const bool saved = neutral_on_failure(false, [&] {
+    RecordCopy records = RecordCopy::of(view_);
+    const Batches batches = choose(records, whole ? 0 : project, marks);
+    if (!whole && batches.empty()) return true;
     if (!connection_.begin_transaction()) return false;
     written = each_slot([&](int slot) { return write(slot, records, batches, whole); });
     return written && connection_.commit_transaction();

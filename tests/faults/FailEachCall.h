@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "quillanest/base/Events.h"
 #include "quillanest/shm/Utility.h"
 #include "tests/faults/Faults.h"
 
@@ -49,6 +50,11 @@ struct Footprint {
            std::to_string(blocks) + " blocks";
   }
 };
+
+// What is wrong with a failure that gives no reason.
+inline std::string reason_missing(bool succeeded) {
+  return succeeded || *quillanest::last_failure() != '\0' ? "" : "no reason ";
+}
 
 struct Limits {
   long calls = 400;  // of one row that are made to fail, spread over all its calls
@@ -154,6 +160,20 @@ void fail_each_call(Scenario &&scenario, const std::string &rows, Limits limits 
 
 class Faults : public testing::Test {
  protected:
-  // In memory: thousands of saves would wait for a disk.
-  void SetUp() override { setenv("TMPDIR", "/dev/shm", 1); }
+  // In memory: thousands of saves would wait for a disk. A handler takes the events, which must be whole.
+  void SetUp() override {
+    setenv("TMPDIR", "/dev/shm", 1);
+    quillanest::set_event_handler(
+        [](const quillanest::Event &event, void *broken) {
+          if (*event.code == '\0' || *event.text == '\0') *static_cast<bool *>(broken) = true;
+        },
+        &broken_);
+  }
+  void TearDown() override {
+    quillanest::set_event_handler(nullptr, nullptr);
+    EXPECT_FALSE(broken_) << "an event without its code or sentence";
+  }
+
+ private:
+  bool broken_ = false;
 };

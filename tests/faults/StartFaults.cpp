@@ -33,6 +33,7 @@ struct Start {
     const bool whole = manager->GetSystemTable(account, 10) == 1 && manager->GetRtdbStatus() == 2 &&
                        TwoStateImage::shown(account, kAccountFields) == TwoStateImage::content(1, 0);
     if (started && !whole) wrong += "started without data ";
+    wrong += faults::reason_missing(started);
     if (clean && !(started && attached && found && *manager->GetHostName() != 0)) wrong += "not started ";
     stop();
     return wrong;

@@ -37,6 +37,7 @@ struct SaveRows : TwoStateImage {
     if (!rows_fit) wrong += "rows " + rows;
     if (!marks_fit) wrong += "marks " + marks;
     if (!clean && !saved && project != 0) wrong += judge_project(rows);
+    wrong += faults::reason_missing(saved);
     return wrong.empty() ? wrong : wrong + (saved ? "saved. " : "not saved. ");
   }
 
@@ -83,11 +84,62 @@ struct LoadRows : TwoStateImage {
     // By design a load whose project's rows do not come is that of the base rows.
     const bool base_only = !clean && shown == "300 0,301 0,302 0,";
     if (loaded && shown != stored && !base_only) wrong += "items " + shown;
+    wrong += faults::reason_missing(loaded);
     return wrong.empty() ? wrong : wrong + (loaded ? "loaded. " : "not loaded. ");
   }
   bool loaded = false;
 };
 
+// A store in the strict mode, whose table is empty at first.
+struct StrictStoreImage : TwoStateImage {
+  explicit StrictStoreImage(std::string_view slots) : TwoStateImage(slots) {
+    image.root.configure("DataInFile=0\nStrict=1\nPasswdKeyFile=conf/key\nRtdbDataPath=data/\n[RtdbMedia]\n" +
+                         image.settings());
+    if (image.manager->LoadAllCustomizedDB(0) != 1) throw std::runtime_error(quillanest::last_failure());
+    for (std::uint32_t key = 1; key <= kRecords; ++key) (void)image.add({.key = key});
+  }
+};
+
+// Catches: a save that is true without all rows in every database, or false with a changed row or mark in one.
+struct SaveStrictly : StrictStoreImage {
+  using StrictStoreImage::StrictStoreImage;
+  void ready() { switch_state(); }
+  void run() { saved = image.item.SaveData(0); }
+  std::string verdict(bool clean) {
+    const std::string rows = image.rows("SELECT Level FROM plant_Item ORDER BY ID");
+    const std::string marks = shown(image.item, kItemFields);
+    std::string wrong = clean && !saved ? "not saved " : "";
+    if (rows != SaveRows::levels(saved ? state : 3 - state)) wrong += "rows " + rows;
+    if (marks != content(state, saved ? 0 : 1)) wrong += "marks " + marks;
+    wrong += faults::reason_missing(saved);
+    return wrong.empty() ? wrong : wrong + (saved ? "saved. " : "not saved. ") + quillanest::last_failure();
+  }
+  bool saved = false;
+};
+
+// Catches: a load that is true with less than the store has, or false with a changed record.
+struct LoadStrictly : StrictStoreImage {
+  explicit LoadStrictly(std::string_view slots) : StrictStoreImage(slots) {
+    image.run(
+        "INSERT INTO plant_Item VALUES(1,'a',300,1.5,'p',0,0,1),(2,'b',301,1.5,'p',0,0,1),(3,'c',302,1.5,'p',0,0,1),"
+        "(3,'d',402,2.5,'p',0,5,3)");
+  }
+  void ready() { switch_state(); }
+  void run() { loaded = image.manager->LoadAllCustomizedDB(5) == 1; }
+  std::string verdict(bool clean) {
+    const std::string shown = TwoStateImage::shown(image.item, kItemFields);
+    std::string wrong = clean && !loaded ? "not loaded " : "";
+    if (shown != (loaded ? "300 0,301 0,402 0," : content(state, 1))) wrong += "items " + shown;
+    wrong += faults::reason_missing(loaded);
+    return wrong.empty() ? wrong : wrong + (loaded ? "loaded. " : "not loaded. ") + quillanest::last_failure();
+  }
+  bool loaded = false;
+};
+
+TEST_F(Faults, StrictFileStore) {
+  fail_each_call(SaveStrictly("F"), kReading + kCiphers + "sqlite3_open_v2 sqlite3_bind_text sqlite3_step");
+  fail_each_call(LoadStrictly("F"), "new sqlite3_column_name sqlite3_column_text");
+}
 TEST_F(Faults, SaveFileStore) {
   for (const int project : {0, 5}) {
     fail_each_call(SaveRows("F", project), kReading + kCiphers + "sqlite3_open_v2 sqlite3_prepare_v2 sqlite3_step");
@@ -101,6 +153,8 @@ TEST_F(Faults, ServerStore) {
   const faults::Limits few{.calls = 10, .any = 12, .only_odbc = true};
   fail_each_call(SaveRows("S", 0), "SQLDriverConnect SQLExecDirect SQLEndTran", few);
   fail_each_call(LoadRows("S"), "SQLFetch SQLDescribeCol", few);
+  fail_each_call(SaveStrictly("S"), "SQLDriverConnect SQLExecDirect SQLEndTran SQLGetInfo", few);
+  fail_each_call(LoadStrictly("S"), "SQLFetch SQLDescribeCol", few);
 }
 
 }  // namespace

@@ -12,8 +12,10 @@ const std::string kWriting =
     "stat faccessat lstat flock getrandom ftruncate fchmod fchown write fsync rename canonical ";
 const std::string kSaving = kReading + kWriting + kCiphers + "EVP_CipherUpdate EVP_CipherFinal_ex EVP_Digest";
 
-// Catches: a load that says true without the file's records or their passwords.
+// Catches: a load that says true without the file's records or their passwords; in the strict mode also one that says
+// false and has changed a record.
 struct LoadText : TextFiles {
+  explicit LoadText(std::string_view more = {}) : TextFiles(more), is_strict(!more.empty()) {}
   void ready() {
     switch_state();
     if (!image.item.SaveData(0) || !image.manager->GetSystemDB()->SaveData(0)) throw std::runtime_error("no files");
@@ -34,9 +36,12 @@ struct LoadText : TextFiles {
     const std::string password = image.item.GetAt(0) + Item::kPass;
     if (item && (items != new_state || password != (state == 2 ? "open" : "shut"))) wrong += items + password;
     if (system == 1 && accounts != new_state) wrong += "accounts " + accounts;
+    const bool changed = (!item && all != 1 && items == new_state) || (system != 1 && accounts != content(state, 1));
+    if (is_strict && !clean && changed) wrong += "changed " + items + accounts;
     if (wrong.empty()) return {};
     return wrong + " loaded " + std::to_string(all) + std::to_string(int{item}) + std::to_string(system) + ". ";
   }
+  const bool is_strict;
   const std::string item_path = image.root.path(kItemFile);
   int all = 0;
   bool item = false;
@@ -99,6 +104,7 @@ struct Commit : TextFiles {
 };
 
 TEST_F(Faults, SaveText) { fail_each_call(SaveText(), kSaving); }
+TEST_F(Faults, SaveTextStrictly) { fail_each_call(SaveText("Strict=1\n"), kSaving); }
 
 // Catches: a save that is true although its bytes are not on the disk.
 TEST_F(Faults, SaveNeedsTheDisk) {
@@ -117,6 +123,7 @@ TEST_F(Faults, SaveNeedsTheDisk) {
 }
 
 TEST_F(Faults, LoadText) { fail_each_call(LoadText(), kReading + kCiphers); }
+TEST_F(Faults, LoadTextStrictly) { fail_each_call(LoadText("Strict=1\n"), kReading + kCiphers); }
 TEST_F(Faults, Commit) { fail_each_call(Commit(), kSaving); }
 TEST_F(Faults, Headers) {
   quillanest::set_message_handler([](const char *) {});

@@ -16,8 +16,10 @@ inline constexpr const char *kAccountFile = "data/system_Account.txt";
 inline constexpr const char *kItemFile = "data/base/plant_Item.txt";
 
 struct TextFiles : TwoStateImage {
-  TextFiles() : TwoStateImage("F") {
-    image.root.configure(kText);
+  // `more` goes to section "Quillanest".
+  explicit TextFiles(std::string_view more = {}) : TwoStateImage("F") {
+    image.root.configure(kText + std::string(more));
+    if (image.manager->LoadAllCustomizedDB(0) != 1) throw std::runtime_error("not loaded");  // without files
     std::filesystem::create_directories(image.root.path("elsewhere"));
     image.root.write("elsewhere/accounts", "");
     std::filesystem::create_symlink(image.root.path("elsewhere/accounts"), image.root.path(kAccountFile));
@@ -81,6 +83,7 @@ struct TextFiles : TwoStateImage {
 
 // Catches: a save that says true without the file, says false and changes it, loses marks, links or permissions.
 struct SaveText : TextFiles {
+  using TextFiles::TextFiles;
   void ready() {
     switch_state();
     protect();
@@ -91,7 +94,8 @@ struct SaveText : TextFiles {
   }
   std::string verdict(bool clean) {
     return judge(item_saved, clean, kItemFile, image.item, kItemFields) +
-           judge(system_saved, clean, kAccountFile, account, kAccountFields) + debris(clean);
+           judge(system_saved, clean, kAccountFile, account, kAccountFields) + debris(clean) +
+           (system_saved || *quillanest::last_failure() != '\0' ? "" : "no reason ");
   }
   bool item_saved = false;
   bool system_saved = false;

@@ -25,7 +25,8 @@ inline constexpr int kRecords = 3;
 // An image whose tables Item and Account hold the records 1 to 3 in one of two states, all of them marked.
 struct TwoStateImage {
   explicit TwoStateImage(std::string_view slots) : image(slots) {
-    image.root.write("conf/key", "secret");
+    const std::string key_file = image.root.write("conf/key", "secret");
+    std::filesystem::permissions(key_file, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     std::filesystem::create_directories(image.root.path("data/base"));
     if (!image.started || image.manager->GetSystemTable(account, 10) == 0) throw std::runtime_error("no image");
     for (std::uint32_t key = 1; key <= kRecords; ++key) {

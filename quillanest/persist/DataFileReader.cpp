@@ -78,14 +78,15 @@ class RecordReader {
   // Fields without a column keep their bytes.
   void fill_record(std::span<std::byte> record, std::string_view line, FullText full) {
     Columns columns(line, separator_);
+    const std::span<const _field_attr *const> fields(header_.fields);
     std::size_t used = 0;
-    while (used < header_.fields.size() && !columns.is_last()) {
-      const _field_attr *field = header_.fields[used++];
+    while (used < fields.size() && !columns.is_last()) {
+      const _field_attr *field = fields[used++];
       const std::string_view text = columns.next();
       if (field != nullptr) store(*field, record, text, full);
     }
     const bool goes_on = !columns.is_last() && header_.columns == static_cast<int>(used);
-    if (used < header_.fields.size() || goes_on || !line.ends_with('\n')) [[unlikely]] {
+    if (used < fields.size() || goes_on || !line.ends_with('\n')) [[unlikely]] {
       report_end(line);
     }
   }

@@ -5,7 +5,6 @@
 
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
-#include "quillanest/shm/ValueBytes.h"
 
 namespace quillanest {
 namespace {
@@ -69,11 +68,9 @@ Header map_columns(const CRtTable &table, const TableView &view, Columns header,
   return mapped;
 }
 
-const char *store_column(const _field_attr &field, std::span<std::byte> value, std::string_view text,
-                         const PasswordCipher &cipher, FullText full) {
-  if (value.empty()) return nullptr;
-  const std::int32_t type = read_once(field.FieldType);
-  switch (kind_of(type)) {
+const char *store_characters(const _field_attr &field, std::span<std::byte> value, std::string_view text,
+                             const PasswordCipher &cipher, FullText full) {
+  switch (kind_of(read_once(field.FieldType))) {
     case Kind::kCharacter:
       store_part(value, text.empty() ? '\0' : text.front());
       return text.size() > 1 ? "there is more than one character" : nullptr;
@@ -83,9 +80,7 @@ const char *store_column(const _field_attr &field, std::span<std::byte> value, s
       return store_password(field, value, text, cipher);
     case Kind::kInteger:
     case Kind::kReal:
-      return store_whole_value(type, value, text) ? nullptr : "the text is not a number that the field holds";
     case Kind::kTime:
-      return store_whole_value(type, value, text) ? nullptr : "the text is not a date and time";
     case Kind::kNone:
       return nullptr;
   }

@@ -14,7 +14,10 @@
 #include "quillanest/persist/Misfits.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/settings/PasswordCipher.h"
+#include "quillanest/shm/Bytes.h"
+#include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/LineReader.h"
+#include "quillanest/shm/ValueBytes.h"
 
 namespace quillanest {
 
@@ -61,10 +64,32 @@ enum class FullText {
   kHasNoEnd
 };
 
+// store_column() of characters, texts and passwords.
+[[nodiscard]] const char *store_characters(const _field_attr &field, std::span<std::byte> value, std::string_view text,
+                                           const PasswordCipher &cipher, FullText full);
+
 // Stores a column's text in a field, whose bytes `value` starts with. Null if the text is such a value as a whole, else
 // what is wrong with it.
-[[nodiscard]] const char *store_column(const _field_attr &field, std::span<std::byte> value, std::string_view text,
-                                       const PasswordCipher &cipher, FullText full);
+[[nodiscard]] inline const char *store_column(const _field_attr &field, std::span<std::byte> value,
+                                              std::string_view text, const PasswordCipher &cipher, FullText full) {
+  const std::int32_t type = read_once(field.FieldType);
+  switch (kind_of(type)) {
+    case Kind::kInteger:
+    case Kind::kReal:
+      if (store_whole_value(type, value, text)) [[likely]]
+        return nullptr;
+      return "the text is not a number that the field holds";
+    case Kind::kTime:
+      return store_whole_value(type, value, text) ? nullptr : "the text is not a date and time";
+    case Kind::kCharacter:
+    case Kind::kText:
+    case Kind::kPassword:
+      return value.empty() ? nullptr : store_characters(field, value, text, cipher, full);
+    case Kind::kNone:
+      return nullptr;
+  }
+  return nullptr;
+}
 
 // The lines of a file after its header.
 struct DataLines {

@@ -49,9 +49,8 @@ bool is_hexadecimal(std::string_view text) {
   return !text.empty() && is_hex_digit(text.front());
 }
 
-// Removes what it reads from the text.
-std::optional<double> scan_magnitude(std::string_view &rest, std::chars_format format) {
-  std::string_view text = rest;
+// Nothing, of size 0, if there is no number.
+ScannedDouble scan_magnitude(std::string_view text, std::chars_format format) {
   if (format == std::chars_format::hex) {
     // libstdc++ 12 takes the second sign of "1p+-2" for that of the exponent; C sees no exponent there.
     const std::size_t exponent = text.find_first_of("pP");
@@ -61,16 +60,15 @@ std::optional<double> scan_magnitude(std::string_view &rest, std::chars_format f
   }
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, format);
-  if (error == std::errc::invalid_argument) return std::nullopt;
+  if (error == std::errc::invalid_argument) return {};
   const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
-  rest.remove_prefix(number.size());
-  if (error == std::errc()) return value;
-  return out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e');
+  if (error == std::errc()) return {value, number.size()};
+  return {out_of_range_value(number, format == std::chars_format::hex ? 'p' : 'e'), number.size()};
 }
 
-// A plain decimal number whose digits are exact in a double, as most are: one division rounds it correctly. Nothing for
-// every other text.
-std::optional<double> scan_exact_decimal(std::string_view &text) {
+// A plain decimal number whose digits are exact in a double, as most are: one division rounds it correctly. Nothing, of
+// size 0, for every other text.
+ScannedDouble scan_exact_decimal(std::string_view text) {
   constexpr std::size_t kDigitsMax = 15;  // 10^15 is below 2^53, and 10^15 itself exact
   constexpr std::array<double, kDigitsMax + 1> kPowers{1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
@@ -83,7 +81,7 @@ std::optional<double> scan_exact_decimal(std::string_view &text) {
     const char c = text[at];
     if (is_digit(c)) {
       mantissa = mantissa * 10 + static_cast<std::uint64_t>(c - '0');
-      if (++digits > kDigitsMax) return std::nullopt;
+      if (++digits > kDigitsMax) return {};
       decimals += behind_point ? 1 : 0;
     } else if (c == '.' && !behind_point) {
       behind_point = true;
@@ -92,31 +90,29 @@ std::optional<double> scan_exact_decimal(std::string_view &text) {
     }
   }
   const bool goes_on = at < text.size() && (text[at] == 'e' || text[at] == 'E' || text[at] == 'x' || text[at] == 'X');
-  if (digits == 0 || goes_on) return std::nullopt;
-  text.remove_prefix(at);
-  return static_cast<double>(mantissa) / kPowers[decimals];
+  if (digits == 0 || goes_on) return {};
+  return {static_cast<double>(mantissa) / kPowers[decimals], at};
 }
 
-std::optional<double> scan_unsigned(std::string_view &text) {
-  if (text.starts_with('-')) return std::nullopt;  // from_chars would take a second sign
-  if (const std::optional<double> value = scan_exact_decimal(text)) return value;
+ScannedDouble scan_unsigned(std::string_view text) {
+  if (text.starts_with('-')) return {};  // from_chars would take a second sign
+  if (const ScannedDouble exact = scan_exact_decimal(text); exact.size > 0) return exact;
   if (!is_hexadecimal(text)) return scan_magnitude(text, std::chars_format::general);
-  text.remove_prefix(2);
-  return scan_magnitude(text, std::chars_format::hex);
+  const ScannedDouble number = scan_magnitude(text.substr(2), std::chars_format::hex);
+  return {number.value, number.size > 0 ? number.size + 2 : 0};
 }
 
 }  // namespace
 
-double scan_double(std::string_view &text) {
-  std::string_view rest = text;
-  skip_blanks(rest);
-  const bool negative = take_sign(rest);
-  const std::optional<double> value = scan_unsigned(rest);
-  if (!value) return 0.0;  // a sign without a number does not count
-  text = rest;
-  return negative ? -*value : *value;
+ScannedDouble scan_double(std::string_view text) {
+  const std::size_t whole = text.size();
+  skip_blanks(text);
+  const bool negative = take_sign(text);
+  const ScannedDouble number = scan_unsigned(text);
+  if (number.size == 0) return {};  // a sign without a number does not count
+  return {negative ? -number.value : number.value, whole - text.size() + number.size};
 }
 
-double parse_double(std::string_view text) { return scan_double(text); }
+double parse_double(std::string_view text) { return scan_double(text).value; }
 
 }  // namespace quillanest

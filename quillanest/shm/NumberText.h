@@ -40,7 +40,11 @@ inline void skip_blanks(std::string_view &text) {
 // hexadecimal, "inf" or "nan"; infinity if it is too large, 0 if there is none.
 [[nodiscard]] double parse_double(std::string_view text);
 
-// The same number; removes it from the start of the text, with white space before it, and nothing if there is none.
-[[nodiscard]] double scan_double(std::string_view &text);
+// The same number, and how many characters it takes up with the white space before it; 0 of them if there is none.
+struct ScannedDouble {
+  double value = 0;
+  std::size_t size = 0;
+};
+[[nodiscard]] ScannedDouble scan_double(std::string_view text);
 
 }  // namespace quillanest

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <optional>
 
+#include "quillanest/base/Text.h"
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
@@ -74,9 +75,6 @@ bool read_time(std::string_view text, std::span<std::byte> time) {
     store(time.data(), *saved);
     return true;
   }
-  skip_blanks(text);
-  if (text.empty()) return true;
-  bool fits = true;
   struct Part {
     std::size_t place;
     char before;  // what precedes the number; a blank matches any white space, also none
@@ -87,6 +85,7 @@ bool read_time(std::string_view text, std::span<std::byte> time) {
                                         {offsetof(SYSTEMTIME, wHour), ' '},
                                         {offsetof(SYSTEMTIME, wMinute), ':'},
                                         {offsetof(SYSTEMTIME, wSecond), ':'}}};
+  std::uint32_t wide = 0;
   for (const Part &part : kParts) {
     if (part.before == ' ') {
       skip_blanks(text);
@@ -95,20 +94,33 @@ bool read_time(std::string_view text, std::span<std::byte> time) {
       text.remove_prefix(1);
     }
     const std::optional<std::uint32_t> number = scan_int(text);
-    if (!number) return false;
-    fits = fits && *number <= 0xFFFF;
+    if (!number) return part.before == 0 && text.empty();
+    wide |= *number >> 16;
     if (part.place < time.size()) store_part(time.subspan(part.place), *number);
   }
   skip_blanks(text);
-  return fits && text.empty();
+  return wide == 0 && text.empty();
 }
 
 namespace {
 
-// Whether an integer's text names a number that the type holds.
+// The number that up to 9 digits form, as nearly all integers are written; nothing for other texts.
+std::optional<std::uint32_t> plain_integer(std::string_view text) {
+  constexpr std::size_t kAlwaysFits = 9;
+  if (text.size() - 1 >= kAlwaysFits) return std::nullopt;  // an empty one too
+  std::uint32_t number = 0;
+  for (const char c : text) {
+    const std::uint32_t digit = static_cast<std::uint32_t>(c) - '0';
+    if (digit > 9) return std::nullopt;
+    number = number * 10 + digit;
+  }
+  return number;
+}
+
+// Whether a text is an integer that the type holds, or empty.
 bool holds_integer(const FieldTypeInfo &type, std::string_view text) {
-  constexpr std::size_t kAlwaysFits = 9;  // digits
-  if (type.bytes == 4 && text.size() <= kAlwaysFits && !text.starts_with('-')) return true;
+  text = trimmed(text, " \t\n\v\f\r");
+  if (text.empty()) return true;
   if (text.starts_with('+')) text.remove_prefix(1);
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -117,15 +129,23 @@ bool holds_integer(const FieldTypeInfo &type, std::string_view text) {
   return type.is_signed ? number >= -range / 2 && number < range / 2 : number >= 0 && number < range;
 }
 
-// Takes a number from the start of the text; the text that it was.
-template <class Scan>
-std::string_view taken(std::string_view &text, Scan scan) {
+bool store_whole_integer(const FieldTypeInfo &type, std::span<std::byte> to, std::string_view text) {
+  if (type.bytes == 2) {
+    store_part(to, static_cast<std::uint16_t>(parse_int(text)));
+    return holds_integer(type, text);
+  }
+  const std::optional<std::uint32_t> plain = plain_integer(text);
+  store_part(to, plain ? *plain : parse_int(text));
+  return plain || holds_integer(type, text);
+}
+
+bool store_whole_real(const FieldTypeInfo &type, std::span<std::byte> to, std::string_view text) {
+  const ScannedDouble number = scan_double(text);
+  type.bytes == 4 ? store_part(to, static_cast<float>(number.value)) : store_part(to, number.value);
+  if (number.size == text.size()) return true;
+  text.remove_prefix(number.size);
   skip_blanks(text);
-  const std::string_view before = text;
-  scan();
-  const std::string_view number = before.substr(0, before.size() - text.size());
-  skip_blanks(text);
-  return number;
+  return text.empty();
 }
 
 }  // namespace
@@ -133,18 +153,10 @@ std::string_view taken(std::string_view &text, Scan scan) {
 bool store_whole_value(std::int32_t type, std::span<std::byte> to, std::string_view text) {
   const FieldTypeInfo &info = field_type(type);
   switch (info.kind) {
-    case Kind::kInteger: {
-      std::uint32_t value = 0;
-      const std::string_view number = taken(text, [&] { value = scan_int(text).value_or(0); });
-      info.bytes == 2 ? store_part(to, static_cast<std::uint16_t>(value)) : store_part(to, value);
-      return text.empty() && (number.empty() || holds_integer(info, number));
-    }
-    case Kind::kReal: {
-      double value = 0;
-      (void)taken(text, [&] { value = scan_double(text); });
-      info.bytes == 4 ? store_part(to, static_cast<float>(value)) : store_part(to, value);
-      return text.empty();
-    }
+    case Kind::kInteger:
+      return store_whole_integer(info, to, text);
+    case Kind::kReal:
+      return store_whole_real(info, to, text);
     case Kind::kTime:
       return read_time(text, to);
     case Kind::kNone:

@@ -95,6 +95,18 @@ void check_image(CRtdbManager &manager) {
   }
 }
 
+// The checker finds an error in a file that a start refuses, unless the start failed for something else.
+void check_agreement(const char *path, std::string_view failure) {
+  for (const quillanest::Finding &found : quillanest::check_schema(path)) {
+    if (found.severity == quillanest::Severity::kError) return;
+  }
+  const bool is_other = failure.find("[layout.segment]") != std::string_view::npos ||
+                        failure.find("[start.segment]") != std::string_view::npos ||
+                        failure.find("[text.") != std::string_view::npos ||
+                        failure.find("[system.") != std::string_view::npos;
+  require(is_other, failure.data());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
@@ -106,6 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     const bool started = manager.RtdbManagerInit(false, surroundings.schema.path());
     // A database whose ID is the manager's key lies in the manager's segment; docs/caveats.md says so.
     if (started && text.find(kManagerKeyText) == std::string::npos) check_image(manager);
+    if (!started) check_agreement(surroundings.schema.path(), quillanest::last_failure());
     if (!started) (void)manager.RtdbManagerInit(false, surroundings.schema.path());
   }
   require(CShareMemory(kManagerKey).Attach() == nullptr, "nothing is left of an image when its manager is gone");

@@ -15,6 +15,7 @@
 
 #include "quillanest/Version.h"
 #include "quillanest/base/Events.h"
+#include "quillanest/kernel/Check.h"
 #include "quillanest/base/MessageBox.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/RtField.h"

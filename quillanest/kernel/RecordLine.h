@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "quillanest/shm/NumberText.h"
@@ -18,12 +17,12 @@ class RecordLine {
   explicit RecordLine(std::string_view line) : rest_(line), size_(line.size()) {}
 
   // The run of non-blank characters after `key`.
-  [[nodiscard]] std::string text(std::string_view key) {
+  [[nodiscard]] std::string_view text(std::string_view key) {
     take_key(key);
     skip_blanks(rest_);
     const std::size_t size = std::min(rest_.find_first_of(" \t\n\v\f\r"), rest_.size());
     require(size > 0);
-    std::string value(rest_.substr(0, size));
+    const std::string_view value = rest_.substr(0, size);
     rest_.remove_prefix(size);
     return value;
   }

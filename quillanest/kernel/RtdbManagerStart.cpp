@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
-#include <optional>
 #include <string>
 
 #include "quillanest/base/Neutral.h"
@@ -13,6 +12,7 @@
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/ManagerView.h"
 #include "quillanest/kernel/Parts.h"
+#include "quillanest/kernel/SchemaCheck.h"
 #include "quillanest/kernel/SchemaReader.h"
 #include "quillanest/platform/Process.h"
 #include "quillanest/platform/TextFile.h"
@@ -97,30 +97,18 @@ bool bind_system_database(CRtdbManager &manager) {
   return false;
 }
 
-// A digest of a schema file's bytes; 0 if they are not to be read, which changes no result.
-std::uint64_t digest_of(const char *path) noexcept {
-  try {
-    const std::optional<quillanest::FileText> file = quillanest::read_file(std::string(quillanest::text_at(path)));
-    if (!file) return 0;
-    std::uint64_t digest = 0xCBF29CE484222325U;  // FNV-1a
-    for (const char c : file->view()) digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
-    return digest;
-  } catch (const std::exception &) {
-    return 0;
-  }
-}
-
 // The process remembers what its image was built from in the first note about the manager segment.
 void note_schema(const CShareMemory &segment, const char *path) {
   const auto notes = SegmentAccess::notes(segment);
-  if (!notes.empty()) notes[0].store(digest_of(path));
+  if (!notes.empty()) notes[0].store(quillanest::file_stamp(std::string(quillanest::text_at(path))));
 }
 
 // Whether an image that is there already serves a start with this schema file. It always does by default.
 bool serves_schema(const CShareMemory &segment, const char *path, bool is_strict) {
   const auto notes = SegmentAccess::notes(segment);
   const std::uint64_t built_from = notes.empty() ? 0 : notes[0].load();
-  if (path == nullptr || built_from == 0 || built_from == digest_of(path)) {
+  if (path == nullptr || built_from == 0 ||
+      built_from == quillanest::file_stamp(std::string(quillanest::text_at(path)))) {
     report_note("start.attached", {}, "this process has an image already, which is used; the schema file is not read");
     return true;
   }
@@ -184,6 +172,7 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
     if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
     const bool strict = quillanest::is_strict(attr_.SysIniFile);
     if (AttachShareMemory() != 0) return serves_schema(segment_, bReopen ? nullptr : pszSchemaFile, strict);
+    if (strict && !bReopen && !quillanest::schema_is_sound(pszSchemaFile)) return false;
     if (CreateMem(bReopen ? 1 : 0) == 0) return false;
     if (!bReopen) SetRtdbStatus(RTDB_STATUS_BUILDING);
     const bool laid_out =

@@ -1,7 +1,5 @@
 #include "quillanest/kernel/SchemaReader.h"
 
-#include <algorithm>
-#include <array>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,7 +7,7 @@
 
 #include "quillanest/base/Report.h"
 #include "quillanest/kernel/Parts.h"
-#include "quillanest/kernel/RecordLine.h"
+#include "quillanest/kernel/SchemaLines.h"
 #include "quillanest/platform/TextFile.h"
 #include "quillanest/shm/FieldType.h"
 #include "quillanest/shm/LineReader.h"
@@ -18,33 +16,6 @@
 namespace quillanest {
 namespace {
 
-constexpr std::size_t kLineMax = 1023;
-
-enum class Section { kNone, kDatabase, kTable, kField };
-
-struct Marker {
-  std::string_view text;
-  Section section;  // kNone ends the current one
-};
-constexpr std::array<Marker, 6> kMarkers{{{"#Database_Start", Section::kDatabase},
-                                          {"#Database_Finish", Section::kNone},
-                                          {"#Table_Start", Section::kTable},
-                                          {"#Table_Finish", Section::kNone},
-                                          {"#Field_Start", Section::kField},
-                                          {"#Field_Finish", Section::kNone}}};
-
-// The default text of a field line, if the line has one.
-// By design [DefaultAnywhere]: the word counts anywhere in the line, in a name too; the text starts after the one
-// character that follows it.
-std::optional<std::string> default_of(std::string_view line) {
-  constexpr std::string_view kWord = "Default";
-  const std::size_t at = line.find(kWord);
-  if (at == std::string_view::npos) return std::nullopt;
-  std::string_view text = line.substr(std::min(at + kWord.size() + 1, line.size()));
-  while (text.ends_with(' ') || text.ends_with('\n')) text.remove_suffix(1);
-  return std::string(text);
-}
-
 class SchemaReader {
  public:
   SchemaReader(CRtdbManager &manager, std::string_view path) : manager_(manager), path_(path) {}
@@ -52,24 +23,7 @@ class SchemaReader {
   // Takes one line that begins with '#'; false, with a reason reported, if it is rejected.
   [[nodiscard]] bool take(std::string_view line, int number) {
     number_ = number;
-    mark(line);
-    const bool taken = take_record(line);
-    current_ = next_;
-    return taken;
-  }
-
- private:
-  // By design [StartCountsFromNextLine]: a Start marker takes effect with the following line, a Finish marker at once.
-  void mark(std::string_view line) {
-    for (const Marker &marker : kMarkers) {
-      if (!line.starts_with(marker.text)) continue;
-      next_ = marker.section;
-      if (marker.section == Section::kNone) current_ = Section::kNone;
-    }
-  }
-
-  [[nodiscard]] bool take_record(std::string_view line) {
-    switch (current_) {
+    switch (sections_.of(line)) {
       case Section::kDatabase:
         return take_database(line);
       case Section::kTable:
@@ -82,18 +36,19 @@ class SchemaReader {
     return true;
   }
 
+ private:
   [[nodiscard]] bool take_database(std::string_view text) {
     found_ = nullptr;
-    RecordLine line(text);
+    const DatabaseLine line(text);
     auto database = std::make_unique<CRtDataBase>();
-    database->SetDBName(name(line, "#Name=", RTDB_NAME_SIZE).c_str());
-    database->SetDBCName(name(line, " Describe=", RTDB_CNAME_SIZE).c_str());
-    database->SetDBID(line.number(" ID="));
-    database->SetDBType(line.number(" Type="));
-    database->SetDBTableNum(line.integer(" TableCount="));
-    if (!is_complete(line)) return false;
+    database->SetDBName(name(line.name, RTDB_NAME_SIZE));
+    database->SetDBCName(name(line.caption, RTDB_CNAME_SIZE));
+    database->SetDBID(line.id);
+    database->SetDBType(line.type);
+    database->SetDBTableNum(line.tables);
+    if (!is_complete(line.line)) return false;
     if (database->CreateTableMemory() == 0) {
-      return refuse("schema.table_count", line.last_column(), "TableCount=", database->GetDBTableNum(),
+      return refuse("schema.table_count", line.line.last_column(), "TableCount=", database->GetDBTableNum(),
                     " is negative, or more than a segment of 2 GB holds");
     }
     if (manager_.AddDataBase(database.get()) == 0) {
@@ -105,17 +60,17 @@ class SchemaReader {
 
   [[nodiscard]] bool take_table(std::string_view text) {
     found_ = nullptr;
-    RecordLine line(text);
-    const std::uint32_t database = line.number("#DBID=");
-    table_.SetTableName(name(line, " NAME=", RTDB_NAME_SIZE).c_str());
-    table_.SetTableCName(name(line, " CNAME=", RTDB_CNAME_SIZE).c_str());
+    const TableLine line(text);
+    const std::uint32_t database = line.database;
+    table_.SetTableName(name(line.name, RTDB_NAME_SIZE));
+    table_.SetTableCName(name(line.caption, RTDB_CNAME_SIZE));
     table_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
-    table_.SetTableID(line.number(" ID="));
-    table_.SetIndexInDB(line.integer(" INDEX="));
-    table_.SetRecordMaxCount(line.integer(" MAX="));
-    table_.SetTableFieldNum(line.integer(" FIELDNUM="));
+    table_.SetTableID(line.id);
+    table_.SetIndexInDB(line.index);
+    table_.SetRecordMaxCount(line.capacity);
+    table_.SetTableFieldNum(line.fields);
     table_.SetRecordCount(0);
-    if (!is_complete(line)) return false;
+    if (!is_complete(line.line)) return false;
     if (manager_.AddTable(table_) != 0) return true;
     const CRtDataBase *owner = find_database(database);
     if (owner == nullptr) return refuse("schema.database_id", 1, "no database has the ID ", database);
@@ -129,22 +84,21 @@ class SchemaReader {
   }
 
   [[nodiscard]] bool take_field(std::string_view text) {
-    RecordLine line(text);
-    const std::uint32_t database = line.number("#DBID=");
-    const std::uint32_t table = line.number(" TABLEID=");
-    field_.SetFieldName(name(line, " NAME=", RTDB_NAME_SIZE).c_str());
-    field_.SetFieldCName(name(line, " CNAME=", RTDB_CNAME_SIZE).c_str());
+    const FieldLine line(text);
+    const std::uint32_t database = line.database;
+    const std::uint32_t table = line.table;
+    field_.SetFieldName(name(line.name, RTDB_NAME_SIZE));
+    field_.SetFieldCName(name(line.caption, RTDB_CNAME_SIZE));
     field_.SetDataBaseID(database);  // after the caption name, whose terminator may fall on it
     field_.SetTableID(table);
-    field_.SetFieldID(line.number(" ID="));
-    field_.SetIndexInTable(line.integer(" INDEX="));
-    const std::string keyword = line.text(" TYPE=");
-    field_.SetFieldSize(line.integer(" SIZE="));
-    if (const std::optional<std::string> value = default_of(text)) field_.SetDefaultValue(value->c_str());
-    const FieldTypeInfo *type = field_type_of_keyword(keyword);
-    if (!is_complete(line)) return false;
+    field_.SetFieldID(line.id);
+    field_.SetIndexInTable(line.index);
+    field_.SetFieldSize(line.size);
+    if (line.default_text) field_.SetDefaultValue(terminated(*line.default_text));
+    const FieldTypeInfo *type = field_type_of_keyword(line.type.text);
+    if (!is_complete(line.line)) return false;
     if (type == nullptr) {
-      return refuse("schema.type", static_cast<int>(text.find("TYPE=")) + 1, "unknown type ", Quoted{keyword});
+      return refuse("schema.type", line.type.column, "unknown type ", Quoted{line.type.text});
     }
     field_.SetFieldType(type->code);
     field_.SetFieldTypeSize(type->element_width);
@@ -190,14 +144,16 @@ class SchemaReader {
     return nullptr;
   }
 
+  // A text with a terminator, until the next one.
+  [[nodiscard]] const char *terminated(std::string_view text) { return (text_ = text).c_str(); }
+
   // The text after a key. One that is too long is ignored later, and that of the line before stays.
-  [[nodiscard]] std::string name(RecordLine &line, std::string_view key, std::size_t most) const {
-    std::string text = line.text(key);
-    if (text.size() > most) {
-      report_warning("schema.name_length", {path_, number_, line.last_column()}, "the text has ", text.size(),
+  [[nodiscard]] const char *name(const LineText &value, std::size_t most) {
+    if (value.text.size() > most) {
+      report_warning("schema.name_length", {path_, number_, value.column}, "the text has ", value.text.size(),
                      " characters, of which ", most, " fit: it is ignored, and that of the line before counts");
     }
-    return text;
+    return terminated(value.text);
   }
 
   [[nodiscard]] bool is_complete(const RecordLine &line) const noexcept {
@@ -228,8 +184,8 @@ class SchemaReader {
   // default value or a name that is too long, stays as the line before set it.
   CRtTable table_;
   CRtField field_;
-  Section current_ = Section::kNone;
-  Section next_ = Section::kNone;
+  Sections sections_;
+  std::string text_;  // of terminated()
 };
 
 }  // namespace
@@ -245,7 +201,7 @@ bool read_schema(const char *path, CRtdbManager &manager) {
     report_error("schema.missing", {name}, "the schema file does not exist, is not a file or may not be read");
     return false;
   }
-  LineReader lines(without_byte_order_mark(file->chars()), kLineMax);
+  LineReader lines(without_byte_order_mark(file->chars()), kSchemaLineMax);
   SchemaReader schema(manager, name);
   std::string_view line;
   int number = 0;

@@ -49,6 +49,9 @@ void append_to_file(const char *path, std::string_view bytes) noexcept;
 // The size of the file in bytes; nothing if the path names none.
 [[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
 
+// A number that changes when a file is changed or replaced; 0 if there is no such file.
+[[nodiscard]] std::uint64_t file_stamp(const std::string &path);
+
 // Whether a file exists, belongs to the user of the process and grants other users nothing.
 [[nodiscard]] bool is_private_file(const std::string &path);
 

@@ -10,7 +10,7 @@ import sys
 import tree
 
 REPORTED = re.compile(r'"((?:[a-z]+)\.(?:[a-z_]+))"')
-CALL = re.compile(r'(?:report_(?:error|warning|note|as|misfit)|refuse|explain|report)\s*\(')
+CALL = re.compile(r'(?:report_(?:error|warning|note|as|misfit|mistake|finding|doubt)|refuse|mistake|explain|report)\s*\(')
 ROW = re.compile(r"^\| `([a-z]+\.[a-z_]+)` \|", re.MULTILINE)
 
 
@@ -22,7 +22,7 @@ def reported(root):
         for call in CALL.finditer(text):
             arguments = text[call.end():call.end() + 120]
             code = REPORTED.search(arguments)
-            if code and path.suffix == ".cpp" or code and path.name in ("Misfits.h", "Neutral.h", "StoreNames.h"):
+            if code and path.suffix == ".cpp" or code and path.name in ("Misfits.h", "Neutral.h", "SchemaChecker.h", "StoreNames.h"):
                 found.setdefault(code.group(1), (path, tree.line_of(text, call.start())))
     return found
 

@@ -67,6 +67,19 @@ bool is_folder(const std::string &path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+std::uint64_t file_stamp(const std::string &path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return 0;
+  std::uint64_t stamp = 0;
+  for (const std::int64_t part :
+       {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino),
+        std::int64_t{status.st_size}, std::int64_t{status.st_mtim.tv_sec}, std::int64_t{status.st_mtim.tv_nsec}}) {
+    stamp = (stamp ^ static_cast<std::uint64_t>(part)) * 0x9E3779B97F4A7C15U;  // any odd number with many bits
+    stamp ^= stamp >> 29;
+  }
+  return stamp | 1;
+}
+
 bool is_private_file(const std::string &path) {
   constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
   struct stat status {};

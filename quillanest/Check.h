@@ -1,0 +1,4 @@
+// Checking a schema file: quillanest::check_schema().
+#pragma once
+
+#include "quillanest/kernel/Check.h"

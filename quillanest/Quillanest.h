@@ -15,8 +15,8 @@
 
 #include "quillanest/Version.h"
 #include "quillanest/base/Events.h"
-#include "quillanest/kernel/Check.h"
 #include "quillanest/base/MessageBox.h"
+#include "quillanest/kernel/Check.h"
 #include "quillanest/kernel/RtDataBase.h"
 #include "quillanest/kernel/RtField.h"
 #include "quillanest/kernel/RtTable.h"

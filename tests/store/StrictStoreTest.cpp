@@ -244,34 +244,4 @@ TEST(StrictStores, MainAndBackupStayEqual) {
   }
 }
 
-// Catches: a wrong password, name or port that looks like any other failure; a password in a sentence.
-TEST(StrictStores, DriversSayWhy) {
-  StoreImage image("S");
-  const std::string port = std::to_string(postgres().port());
-  const struct {
-    std::string settings;
-    const char *sentence;
-  } rows[] = {
-      {server("MainDB", 7, local(postgres().port()), "pass!wrong"), "password authentication failed for user"},
-      {server("MainDB", 7, local(1)), "Connection refused"},
-      {slot_lines("MainDB", {{"Type", "7"},
-                             {"Name", local(postgres().port())},
-                             {"User", PostgresServer::kUser},
-                             {"Passwd", PostgresServer::kPassword},
-                             {"InitDB", "nowhere"}}),
-       "database \"nowhere\" does not exist"},
-      {slot_lines("MainDB", {{"Type", "1"}, {"Name", "missing.db"}}), "unable to open database file"},
-      {slot_lines("MainDB", {{"Type", "9"}, {"Name", "x"}}), "store.closed"},
-  };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.sentence);
-    image.configure(row.settings + "BackDBType=-1\n");
-    const Recorder events(image.root.folder());
-    EXPECT_TRUE(image.item.SaveData(0));
-    EXPECT_NE(events.text().find(row.sentence), std::string::npos) << events.text();
-    EXPECT_EQ(events.text().find("pass!wrong"), std::string::npos) << events.text();
-    EXPECT_EQ(events.text().find(PostgresServer::kPassword), std::string::npos) << events.text();
-  }
-}
-
 }  // namespace

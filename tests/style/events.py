@@ -22,7 +22,7 @@ def reported(root):
         for call in CALL.finditer(text):
             arguments = text[call.end():call.end() + 120]
             code = REPORTED.search(arguments)
-            if code and path.suffix == ".cpp" or code and path.name in ("Misfits.h", "Neutral.h", "SchemaChecker.h", "StoreNames.h"):
+            if code and path.suffix == ".cpp" or code and path.name in ("Misfits.h", "Neutral.h", "SchemaChecker.h", "SchemaRecords.h", "StoreNames.h"):
                 found.setdefault(code.group(1), (path, tree.line_of(text, call.start())))
     return found
 

@@ -22,7 +22,7 @@ LAYERS = {
 SYSTEM_FOLDER = "platform/posix"
 # Headers of the system's folder that are included under the names below quillanest/ that every system gives them.
 SYSTEM_INCLUDE = f"{SYSTEM_FOLDER}/include/quillanest"
-UMBRELLA = "Quillanest.h"
+UMBRELLAS = ("Quillanest.h", "Check.h")
 
 STANDARD_HEADERS = set("""
 algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes climits
@@ -69,7 +69,7 @@ def check_own(verdict, path, line, here, target):
         return
     if is_of_system(target) and not is_of_system(here):
         verdict.complain(path, line, f"only {SYSTEM_FOLDER}/ includes this header")
-    if here == UMBRELLA or target == "Version.h" or (of_system and layer_of(target) is None):
+    if here in UMBRELLAS or target == "Version.h" or (of_system and layer_of(target) is None):
         return
     source, wanted = layer_of(here), layer_of(target)
     if source not in LAYERS or wanted not in LAYERS:

@@ -48,11 +48,16 @@ std::string schema() {
                     {"texts", 1, {{1, "samples", kTextRecords, text_fields}}}});
 }
 
+void write_configuration(const fs::path &folder, bool strict) {
+  write_file(folder / "conf/fix_Rtdb.ini",
+             std::string("[Quillanest]\nDataInFile=1\nRtdbDataPath=data/\n") + (strict ? "Strict=1\n" : ""));
+}
+
 // The folder with everything that a start needs in it.
 fs::path prepared(const fs::path &folder) {
   fs::create_directories(folder / "conf");
   fs::create_directories(folder / "data");
-  write_file(folder / "conf/fix_Rtdb.ini", "[Quillanest]\nDataInFile=1\nRtdbDataPath=data/\n");
+  write_configuration(folder, false);
   write_file(folder / "tables.schema", schema());
   setenv("QUILLANEST_ROOT", folder.c_str(), 1);
   return folder;
@@ -99,6 +104,8 @@ Record record_of(std::uint32_t key) {
   std::snprintf(record.data() + 48, 32, "sample %u", key);
   return record;
 }
+
+void Image::configure(bool strict) { write_configuration(folder_, strict); }
 
 Image::Image(const fs::path &folder) : folder_(prepared(folder)) {
   expect(manager_.RtdbManagerInit(false, (folder_ / "tables.schema").c_str()), "the library does not start");

@@ -61,6 +61,9 @@ class Image {
   // Builds the image in `folder`, which becomes the installation root.
   explicit Image(const std::filesystem::path &folder);
 
+  // Switches the strict mode, which counts from the next load or save on.
+  void configure(bool strict);
+
   // The table, filled with records of its keys.
   CRtTable &table(TableId id);
   // Its keys in ascending order.

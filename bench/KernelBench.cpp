@@ -10,7 +10,8 @@
 //   insert, delete in the middle N    Insert and Delete of a record with as many records after it as before it
 //   scan N                            GetFirstPosition and GetNextPosition over N records, adding up one DOUBLE
 //   load text                         LoadTableData of a file of 1,000,000 records of 8 fields
-//   save text                         SaveData of the same table, with its fsync
+//   save text                         SaveData of the same table, with its fsync. kernel, with a handler: of events, of
+//                                     which there are none; kernel, strict: with Strict=1
 //   start-up 1 GB, 200 tables         RtdbManagerInit of an image of 10 databases and 4,000 fields, no data files
 //
 // Records of tables have 100 bytes. Limits:

@@ -60,6 +60,8 @@ class Texts {
   }
   void save_kernel() { expect(image_.text_table().SaveData(0), "the library does not save"); }
 
+  void set_strict(bool strict) { image_.configure(strict); }
+
   void find() { expect(find_separators(file()) == records_.size() * 8 + 8, "separators are missing"); }
   void parse() { expect(parse_text(file(), loaded_) == records_.size(), "records are not parsed"); }
   void scan() { expect(scan_text(file(), loaded_) == records_.size(), "records are not scanned"); }
@@ -169,8 +171,33 @@ std::function<void(State &)> repeat(const std::shared_ptr<Texts> &texts, Work wo
   };
 }
 
+// A measurement under another configuration or with a handler of events, which counts them: nothing fails here, so
+// there is none.
+template <class Work>
+std::function<void(State &)> with_handler(const std::shared_ptr<Texts> &texts, Work work) {
+  return [texts, work](State &state) {
+    int events = 0;
+    quillanest::set_event_handler([](const quillanest::Event &, void *count) { ++*static_cast<int *>(count); },
+                                  &events);
+    for (auto _ : state) work(*texts);
+    quillanest::set_event_handler(nullptr, nullptr);
+    expect(events == 0, "something is reported where nothing fails");
+  };
+}
+template <class Work>
+std::function<void(State &)> in_strict_mode(const std::shared_ptr<Texts> &texts, Work work) {
+  return [texts, work](State &state) {
+    texts->set_strict(true);
+    for (auto _ : state) work(*texts);
+    texts->set_strict(false);
+    texts->save_kernel();  // the file that the others measure with
+  };
+}
+
 void add_loads(const std::shared_ptr<Texts> &texts, const std::string &postgres_port) {
   add(kLoad, "kernel", texts, repeat(texts, [](Texts &all) { all.load_kernel(); }));
+  add(kLoad, "kernel, with a handler", texts, with_handler(texts, [](Texts &all) { all.load_kernel(); }));
+  add(kLoad, "kernel, strict", texts, in_strict_mode(texts, [](Texts &all) { all.load_kernel(); }));
   add(kLoad, "limit, read and memchr", texts, repeat(texts, [](Texts &all) { all.find(); }));
   add(kLoad, "limit, from_chars", texts, repeat(texts, [](Texts &all) { all.parse(); }));
   add(kLoad, "fgets, strtol, strtod", texts, repeat(texts, [](Texts &all) { all.scan(); }));
@@ -183,6 +210,7 @@ void add_loads(const std::shared_ptr<Texts> &texts, const std::string &postgres_
 
 void add_saves(const std::shared_ptr<Texts> &texts) {
   add(kSave, "kernel", texts, repeat(texts, [](Texts &all) { all.save_kernel(); }))->UseRealTime();
+  add(kSave, "kernel, strict", texts, in_strict_mode(texts, [](Texts &all) { all.save_kernel(); }))->UseRealTime();
   add(kSave, "limit, to_chars, fsync", texts, repeat(texts, [](Texts &all) { all.format(true); }))->UseRealTime();
   add(kSave, "limit, to_chars", texts, repeat(texts, [](Texts &all) { all.format(false); }))->UseRealTime();
   add(kSave, "fprintf, fsync", texts, repeat(texts, [](Texts &all) { all.print(true); }))->UseRealTime();

@@ -14,6 +14,7 @@ namespace quillanest {
 
 inline std::vector<std::string_view> marker_words() {
   std::vector<std::string_view> words;
+  words.reserve(kMarkers.size());
   for (const Marker &marker : kMarkers) words.push_back(marker.text);
   return words;
 }

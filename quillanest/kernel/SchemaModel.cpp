@@ -128,6 +128,22 @@ void check_shared_stores(const SchemaModel &model, Findings &findings) {
   }
 }
 
+// How many characters to insert, delete or replace make one word of the other.
+std::size_t distance_between(std::string_view left, std::string_view right) {
+  std::vector<std::size_t> row(right.size() + 1);
+  std::iota(row.begin(), row.end(), 0);
+  for (std::size_t i = 0; i < left.size(); ++i) {
+    std::size_t corner = row[0]++;
+    for (std::size_t j = 0; j < right.size(); ++j) {
+      const bool same = equal_ignoring_case(left.substr(i, 1), right.substr(j, 1));
+      const std::size_t replaced = corner + (same ? 0 : 1);
+      corner = row[j + 1];
+      row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+    }
+  }
+  return row.back();
+}
+
 }  // namespace
 
 TableEntry *DatabaseEntry::table(std::uint32_t table_id) {
@@ -149,26 +165,15 @@ std::vector<Finding> Findings::sorted() {
   return std::move(found_);
 }
 
-// By the number of characters to insert, delete or replace.
 std::string_view nearest_word(std::string_view word, std::span<const std::string_view> words) {
   constexpr std::size_t kLongest = 24;
   std::size_t best = 3;  // further away is another word
   std::string_view nearest;
   if (word.empty() || word.size() > kLongest) return {};
   for (const std::string_view candidate : words) {
-    std::vector<std::size_t> row(candidate.size() + 1);
-    std::iota(row.begin(), row.end(), 0);
-    for (std::size_t i = 0; i < word.size(); ++i) {
-      std::size_t corner = row[0]++;
-      for (std::size_t j = 0; j < candidate.size(); ++j) {
-        const bool same = equal_ignoring_case(word.substr(i, 1), candidate.substr(j, 1));
-        const std::size_t replaced = corner + (same ? 0 : 1);
-        corner = row[j + 1];
-        row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-      }
-    }
-    if (row.back() >= best || row.back() >= candidate.size()) continue;
-    best = row.back();
+    const std::size_t distance = distance_between(word, candidate);
+    if (distance >= best || distance >= candidate.size()) continue;
+    best = distance;
     nearest = candidate;
   }
   return nearest;

@@ -17,6 +17,8 @@ constexpr std::size_t kNameSize = 64;
 constexpr std::size_t kTextSize = 24;
 constexpr std::size_t kConnectionStringSize = 200;
 
+std::string_view key_prefix(int slot_number) { return slot_number == SLOT_MAIN ? "MainDB" : "BackDB"; }
+
 // Whether a backslash in a text of the store begins an escape.
 bool asks_for_escapes(Connection &connection) {
   try {
@@ -44,27 +46,29 @@ void CDbConnection::SetIniFile(const char *path) { ini_file_ = path; }
 
 void CDbConnection::SetSection(const char *section) { section_ = section; }
 
+// A text of a slot, whose key is `key` after the slot's prefix, cut to what `size` bytes hold with a terminator.
+std::string CDbConnection::setting(int slot_number, std::string_view key, std::size_t size) const {
+  std::string text = profile_text(ini_file_, section_, std::string(key_prefix(slot_number)) += key);
+  if (text.size() >= size) {
+    report_warning("store.settings", {slot_name(slot_number)}, "the value of ", key, " has more than ", size - 1,
+                   " characters, and is cut");
+    text.resize(size - 1);
+  }
+  return text;
+}
+
 void CDbConnection::ReadConfig() {
-  const std::array<std::string, 2> prefixes{"MainDB", "BackDB"};
-  for (std::size_t i = 0; i < slots_.size(); ++i) {
-    const auto text = [&](const char *key, std::size_t size) {
-      const std::string whole = profile_text(ini_file_, section_, prefixes[i] + key);
-      if (whole.size() >= size) {
-        report_warning("store.settings", {slot_name(static_cast<int>(i))}, "the value of ", std::string_view(key),
-                       " has more than ", size - 1, " characters, and is cut");
-      }
-      return whole.substr(0, size - 1);
-    };
-    Slot &slot = slots_[i];
+  for (int number = SLOT_MAIN; number <= SLOT_BACKUP; ++number) {
+    Slot &slot = slots_[static_cast<std::size_t>(number)];
     // By design [BackupByDefault]: a type that the file does not name is 0, so a configuration without a backup tries
     // one of type SQL Server at every open. The empty data source makes that fail at once.
-    slot.type = profile_int(ini_file_, section_, prefixes[i] + "Type", 0);
-    slot.name = text("Name", kNameSize);
-    slot.user = text("User", kTextSize);
-    slot.password = text("Passwd", kTextSize);
-    slot.init_db = text("InitDB", kTextSize);
-    slot.conn_group = text("ConnStrIniGroup", kTextSize);
-    slot.conn_key = text("ConnStrIniKey", kTextSize);
+    slot.type = profile_int(ini_file_, section_, std::string(key_prefix(number)) += "Type", 0);
+    slot.name = setting(number, "Name", kNameSize);
+    slot.user = setting(number, "User", kTextSize);
+    slot.password = setting(number, "Passwd", kTextSize);
+    slot.init_db = setting(number, "InitDB", kTextSize);
+    slot.conn_group = setting(number, "ConnStrIniGroup", kTextSize);
+    slot.conn_key = setting(number, "ConnStrIniKey", kTextSize);
   }
 }
 

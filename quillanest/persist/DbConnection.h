@@ -139,6 +139,7 @@ class CDbConnection {
     std::optional<RowSet> rows;
   };
 
+  [[nodiscard]] std::string setting(int slot_number, std::string_view key, std::size_t size) const;
   [[nodiscard]] std::optional<std::string> connection_string(int slot_number, const DataSource &data_source) const;
   bool open_slot(int slot_number, const DataSource &data_source);
   void report_failed_open(int slot_number, const _com_error &error) const noexcept;

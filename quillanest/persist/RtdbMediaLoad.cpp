@@ -75,7 +75,8 @@ class ColumnMap {
 
   // Fields without a column, whose values are empty from now on, and columns without a field, with which every INSERT
   // is rejected.
-  void warn(Misfits &misfits) const noexcept {
+  void warn(std::string_view place) const noexcept {
+    Misfits misfits(place, false);
     for (const Column &column : columns_) {
       if (column.index >= 0) continue;
       misfits.report_misfit("store.column", 0, "the store's table has no column ",
@@ -85,6 +86,13 @@ class ColumnMap {
     if (rows_.column_count() > columns_.size()) {
       misfits.report_misfit("store.column", 0, "the store's table has ", rows_.column_count(), " columns, the table ",
                             columns_.size(), " fields, so the next save loses the rows");
+    }
+  }
+
+  // Stores a row in the record at an address of the table.
+  void store_row(const TableView &view, std::byte *record, std::size_t row, const PasswordCipher &cipher) const {
+    for (const Column &column : columns_) {
+      store_value(column.field, view.value(record, column.field), value(row, column), cipher);
     }
   }
 
@@ -160,18 +168,12 @@ void CRtdbMedia::store_rows(CRtTable &table, const TableView &view, int count) {
   const RowSet *set = connection_.rows();
   if (set == nullptr) return view.note_order(true);
   const ColumnMap map(view, *set);
-  const std::string place = place_of(*TableView::database(table), table);
-  Misfits misfits(place, false);
-  map.warn(misfits);
+  map.warn(place_of(*TableView::database(table), table));
   KeyOrder order(view);  // the store orders, but perhaps not by unsigned numbers
   for (int i = 0; i < count; ++i, connection_.MoveNext()) {
     std::byte *record = view.record(i);
     const std::size_t row = connection_.row();
-    named(table, *set, row, [&] {
-      for (const auto &column : map.columns()) {
-        store_value(column.field, view.value(record, column.field), map.value(row, column), cipher_);
-      }
-    });
+    named(table, *set, row, [&] { map.store_row(view, record, row, cipher_); });
     order.add(view.key_of(record));
   }
   order.complete();

@@ -129,6 +129,17 @@ const char *store_strictly(const _field_attr &field, std::span<std::byte> to, co
   return nullptr;
 }
 
+void read_row(const FieldList &fields, const StrictColumns &columns, const RowSet &rows, std::size_t row,
+              const PasswordCipher &cipher, std::span<std::byte> record, Misfits &misfits) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const Variant value = rows.value(row, columns.column(i));
+    const char *wrong = store_strictly(fields[i], field_bytes(record, fields[i]), value, cipher);
+    if (wrong == nullptr) continue;
+    misfits.report_misfit("store.value", 0, "the row with the ID ", load_part<std::uint32_t>(record), ": the value of ",
+                          Quoted{name_of(fields[i])}, " ", std::string_view(wrong));
+  }
+}
+
 }  // namespace
 
 Variant RowValues::value_of(const _field_attr &field, std::span<std::byte> value) {
@@ -191,21 +202,15 @@ std::optional<RecordCopy> records_of(const TableView &view, const FieldList &fie
     return std::nullopt;
   }
   RecordCopy records(view, static_cast<std::int32_t>(rows.row_count()));
+  std::uint32_t last = 0;
   for (std::size_t row = 0; row < rows.row_count(); ++row) {
     const auto position = static_cast<std::int32_t>(row);
-    const std::span<std::byte> record = records.record(position);
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-      const char *wrong =
-          store_strictly(fields[i], field_bytes(record, fields[i]), rows.value(row, columns.column(i)), cipher);
-      if (wrong != nullptr) {
-        misfits.report_misfit("store.value", 0, "the row with the ID ", records.key_at(position), ": the value of ",
-                              Quoted{name_of(fields[i])}, " ", std::string_view(wrong));
-      }
-    }
+    read_row(fields, columns, rows, row, cipher, records.record(position), misfits);
     const std::uint32_t key = records.key_at(position);
-    if (key == 0 || (row > 0 && key <= records.key_at(position - 1))) {
+    if (key <= last) {
       misfits.report_misfit("store.order", 0, "a row with the ID ", key, " is not after one with a smaller ID");
     }
+    last = key;
   }
   if (!misfits.allow_all()) return std::nullopt;
   records.set_count(static_cast<std::int32_t>(rows.row_count()));

@@ -171,7 +171,11 @@ bool CRtdbManager::RtdbManagerInit(bool bReopen, const char *pszSchemaFile) {
     // If the configuration cannot be read whole, the key of the segment is not known.
     if (*attr_.DataPath == '\0' && ReadConfigInfo() == 0) return false;
     const bool strict = quillanest::is_strict(attr_.SysIniFile);
-    if (AttachShareMemory() != 0) return serves_schema(segment_, bReopen ? nullptr : pszSchemaFile, strict);
+    if (AttachShareMemory() != 0) {
+      if (!serves_schema(segment_, bReopen ? nullptr : pszSchemaFile, strict)) return false;
+      // By default the image of a start that failed in its load is taken as it is, without data.
+      return !strict || GetRtdbStatus() == RTDB_STATUS_LOADED || LoadSystemDB() != 0;
+    }
     if (strict && !bReopen && !quillanest::schema_is_sound(pszSchemaFile)) return false;
     if (CreateMem(bReopen ? 1 : 0) == 0) return false;
     if (!bReopen) SetRtdbStatus(RTDB_STATUS_BUILDING);

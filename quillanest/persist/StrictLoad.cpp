@@ -23,7 +23,12 @@ std::optional<RecordCopy> StrictStore::read(int slot, std::int32_t project, std:
   }
 }
 
+// A backup without rows is a new one, which the next save fills: it has nothing that could be lost.
 bool StrictStore::is_same(RecordCopy &main, RecordCopy &backup) {
+  if (backup.count() == 0 && main.count() > 0) {
+    report_warning("store.differs", {name_}, "main has ", main.count(), " rows and backup none: the next save fills it");
+    return true;
+  }
   bool same = main.count() == backup.count();
   std::int32_t at = 0;
   while (same && at < main.count()) {

@@ -113,6 +113,7 @@ TEST(StrictFiles, MistakesKeepTheFile) {
     SCOPED_TRACE(mistake.event);
     Tanks image("Strict=1\n", &mistake.file);
     EXPECT_FALSE(image.started);
+    EXPECT_FALSE(CRtdbManager().RtdbManagerInit(false, image.root.path("schema.txt").c_str()));
     EXPECT_FALSE(image.manager.SaveData(0));
     EXPECT_FALSE(image.tank.SaveData(0));
     EXPECT_TRUE(image.root.read(kFile) == mistake.file);

@@ -241,6 +241,13 @@ TEST(StrictStores, MainAndBackupStayEqual) {
     EXPECT_TRUE(events.has("error plant_Item store.differs: main has 1 rows and backup 1, and they differ from row 1"))
         << events.text();
     EXPECT_EQ(peek(image.item.GetAt(0), Item::kLevel), 3);
+    (void)image.stores[1]->run("DELETE FROM plant_Item");
+    EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1) << "a new backup";
+    EXPECT_TRUE(events.has("warning plant_Item store.differs: main has 1 rows and backup none")) << events.text();
+    EXPECT_TRUE(image.item.SaveData(0)) << events.text();
+    EXPECT_EQ(image.stored(), "1|one|1|0|0|0\n");
+    (void)image.stores[0]->run("DELETE FROM plant_Item");
+    EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0) << "a new main database";
   }
 }
 

@@ -20,12 +20,6 @@ using quillanest::TableView;
 namespace quillanest {
 namespace {
 
-// The name of the mutex of a table's database: the database's name in the segment, which ends with the descriptor at
-// the latest.
-std::string_view mutex_name(const TableView &view) {
-  return block_text(*attr_at<_db_attr>(view.segment, 0), offsetof(_db_attr, DBName));
-}
-
 bool stamp_at(const TableView &view, std::int32_t position, int project, int action) {
   std::byte *record = view.at(position);
   if (record == nullptr) return false;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "quillanest/kernel/DatabaseView.h"
 #include "quillanest/kernel/RtTable.h"
@@ -207,6 +208,12 @@ struct TableView {
   [[nodiscard]] std::int32_t load_bit() const noexcept { return std::clamp(slot, 0, kLastLoadNote); }
   [[nodiscard]] std::atomic<std::uint64_t> &load_note() const noexcept { return notes[1 + load_bit() / 64]; }
 };
+
+// The name of the mutex of a table's database: the database's name in the segment, which ends with the descriptor at
+// the latest.
+[[nodiscard]] inline std::string_view mutex_name(const TableView &view) {
+  return block_text(*attr_at<_db_attr>(view.segment, 0), offsetof(_db_attr, DBName));
+}
 
 // Notes in its destructor whether the keys that a load put into the area ascend. A load that an exception ends leaves
 // new records beside old ones, so its keys count as out of order.

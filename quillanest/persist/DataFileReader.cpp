@@ -137,6 +137,11 @@ bool report_no_file(const TableView &view, const std::string &path, bool is_stri
               "the file is not a file, or may not be read: the table keeps the records that it has");
     return !is_strict;
   }
+  if (const std::string other = name_in_other_case(path); !other.empty()) {
+    report_as(is_strict ? Severity::kError : Severity::kWarning, "text.case", {path},
+              "there is no such file, but one is called ", Quoted{other}, ": the next save makes a second one");
+    if (is_strict) return false;
+  }
   report_note("text.missing", {path}, "there is no data file; the table keeps the records that it has");
   if (view) view.note_loaded();
   return true;
@@ -160,7 +165,7 @@ bool fill_strictly(const TableView &view, RecordReader &reader, Misfits &misfits
   RecordCopy records(view, capacity);
   records.set_count(reader.fill(records, capacity, FullText::kHasNoEnd));
   if (!misfits.allow_all()) return false;
-  records.put_into(view);
+  if (!with_records_held(view, misfits.place(), [&] { records.put_into(view); })) return false;
   view.note_loaded();
   return true;
 }

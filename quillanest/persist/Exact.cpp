@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "quillanest/base/Report.h"
 #include "quillanest/platform/SystemTime.h"
 #include "quillanest/shm/Bytes.h"
 #include "quillanest/shm/FieldType.h"
@@ -56,6 +57,10 @@ bool is_same_value(const _field_attr &field, std::span<const std::byte> left,
       return is_same_second(load_part<SYSTEMTIME>(left), load_part<SYSTEMTIME>(right));
   }
   return false;
+}
+
+void report_no_mutex(std::string_view place) noexcept {
+  report_error("system.resource", {place}, "the system has no mutex for the database");
 }
 
 RecordCopy RecordCopy::of(const TableView &view) {

@@ -4,9 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "quillanest/kernel/TableView.h"
+#include "quillanest/shm/HeldMutex.h"
 
 namespace quillanest {
 
@@ -17,6 +19,8 @@ namespace quillanest {
 // two numbers that are not a number.
 [[nodiscard]] bool is_same_value(const _field_attr &field, std::span<const std::byte> left,
                                  std::span<const std::byte> right) noexcept;
+
+void report_no_mutex(std::string_view place) noexcept;
 
 // Records apart from the image.
 class RecordCopy {
@@ -43,6 +47,19 @@ class RecordCopy {
   std::vector<std::byte> bytes_;
   std::int32_t count_ = 0;
 };
+
+// Runs work() with the database's mutex held, so that no edit comes in between. False, with the reason reported and
+// without a call, if the mutex cannot be opened. The work must not report events.
+template <class Work>
+[[nodiscard]] bool with_records_held(const TableView &view, std::string_view place, Work work) {
+  const bool is_open = [&] {
+    const HeldMutex lock(mutex_name(view));
+    if (lock.is_open()) work();
+    return lock.is_open();
+  }();
+  if (!is_open) report_no_mutex(place);
+  return is_open;
+}
 
 // Makes the last step of every load: the counter of keys goes on after the last record's.
 void count_on_after(const TableView &view, std::int32_t count) noexcept;

@@ -133,20 +133,21 @@ class ExactWriter {
 
 }  // namespace
 
-// Works on copies of records, so that what is compared is what was written.
+// Works on a copy of the records, so that what is compared is what was written.
 bool write_exactly(CRtTable &table, const TableView &view, FileReplacement &file, const PasswordCipher &cipher,
                    const FileForm &form, const std::string &path, ModifiedMarks &marks) {
   ExactWriter writer(view, file, cipher, form.separator, path);
   writer.write_header(table, view, form.use_caption_names);
-  std::vector<std::byte> copy(view.record_bytes());
-  const std::int32_t count = view.count();
-  for (std::int32_t i = 0; i < count; ++i) {
-    marks.remember(i);
-    marks.clear(view.record(i));
-    std::copy_n(view.record(i), copy.size(), copy.begin());
-    writer.write_record(copy);
-  }
-  return writer.finish();
+  RecordCopy records(view, 0);
+  const bool copied = with_records_held(view, path, [&] {
+    for (std::int32_t i = 0; i < view.count(); ++i) {
+      marks.remember(i);
+      marks.clear(view.record(i));
+    }
+    records = RecordCopy::of(view);
+  });
+  for (std::int32_t i = 0; i < records.count(); ++i) writer.write_record(records.record(i));
+  return copied && writer.finish();
 }
 
 }  // namespace quillanest

@@ -19,6 +19,8 @@ class Misfits {
     if (++count_ <= kReported) report_as(severity_, code, {place_, line}, pieces...);
   }
 
+  [[nodiscard]] std::string_view place() const noexcept { return place_; }
+
   // Reports the count, once all is looked at. False if there was a misfit and the mode is strict.
   [[nodiscard]] bool allow_all() const noexcept {
     if (count_ > kReported) report_as(severity_, "misfits.count", {place_}, count_, " misfits in all");

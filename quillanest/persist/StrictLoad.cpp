@@ -26,7 +26,8 @@ std::optional<RecordCopy> StrictStore::read(int slot, std::int32_t project, std:
 // A backup without rows is a new one, which the next save fills: it has nothing that could be lost.
 bool StrictStore::is_same(RecordCopy &main, RecordCopy &backup) {
   if (backup.count() == 0 && main.count() > 0) {
-    report_warning("store.differs", {name_}, "main has ", main.count(), " rows and backup none: the next save fills it");
+    report_warning("store.differs", {name_}, "main has ", main.count(),
+                   " rows and backup none: the next save fills it");
     return true;
   }
   bool same = main.count() == backup.count();
@@ -72,7 +73,7 @@ bool StrictStore::merge(CRtTable &table, RecordCopy &base, RecordCopy &rows) {
                  " records, and with those of the project the store has ", base.count() + added);
     return false;
   }
-  base.put_into(view_);
+  if (!with_records_held(view_, name_, [&] { base.put_into(view_); })) return false;
   for (std::int32_t row = 0; row < rows.count(); ++row) {
     const std::span<std::byte> from = rows.record(row);
     const KeyPlace place = find_key(view_, rows.key_at(row));
@@ -96,7 +97,7 @@ bool StrictStore::load(CRtTable &table, int project) {
   std::optional<RecordCopy> base = read_all(0, static_cast<std::size_t>(view_.capacity()));
   if (!base) return false;
   if (versions_.project == nullptr || project <= 0) {
-    base->put_into(view_);
+    if (!with_records_held(view_, name_, [&] { base->put_into(view_); })) return false;
   } else {
     std::optional<RecordCopy> rows = read_all(project, static_cast<std::size_t>(view_.capacity()));
     if (!rows || !merge(table, *base, *rows)) return false;

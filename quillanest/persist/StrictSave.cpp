@@ -165,8 +165,13 @@ bool StrictStore::save(int project) {
   ModifiedMarks marks(view_, versions_.modified);
   bool written = true;  // or the reason is reported
   const bool saved = neutral_on_failure(false, [&] {
-    RecordCopy records = RecordCopy::of(view_);
-    const Batches batches = choose(records, whole ? 0 : project, marks);
+    RecordCopy records(view_, 0);
+    Batches batches;
+    const bool copied = with_records_held(view_, name_, [&] {
+      records = RecordCopy::of(view_);
+      batches = choose(records, whole ? 0 : project, marks);
+    });
+    if (!copied) return written = false;
     if (!whole && batches.empty()) return true;
     if (!connection_.begin_transaction()) return false;
     written = each_slot([&](int slot) { return write(slot, records, batches, whole); });

@@ -49,6 +49,10 @@ void append_to_file(const char *path, std::string_view bytes) noexcept;
 // The size of the file in bytes; nothing if the path names none.
 [[nodiscard]] std::optional<std::int64_t> file_size(const std::string &path);
 
+// The name of a file in the same folder that differs from a path's only in the case of ASCII letters; empty if there is
+// none, or the folder cannot be looked at.
+[[nodiscard]] std::string name_in_other_case(const std::string &path);
+
 // A number that changes when a file is changed or replaced; 0 if there is no such file.
 [[nodiscard]] std::uint64_t file_stamp(const std::string &path);
 

@@ -24,11 +24,12 @@ UNFAILING = {
     "gives back: its caller can do nothing more": """close fclose free munmap globfree EVP_CIPHER_free EVP_CIPHER_CTX_free EVP_MD_free
         OSSL_LIB_CTX_free
         pthread_attr_destroy pthread_mutexattr_destroy pthread_detach pthread_mutex_unlock SQLDisconnect SQLFreeHandle
-        SQLFreeStmt sqlite3_close_v2 sqlite3_finalize sqlite3_reset""",
+        SQLFreeStmt sqlite3_close_v2 sqlite3_finalize sqlite3_reset
+        closedir""",
     "fails for wrong arguments only": """sqlite3_bind_double sqlite3_bind_int64 sqlite3_bind_null sigaction pthread_sigmask pthread_kill pthread_mutex_consistent
         pthread_mutexattr_settype pthread_mutexattr_setpshared pthread_mutexattr_setrobust sqlite3_db_config
         sqlite3_progress_handler""",
-    "its failure is one of its results": """kill nanosleep sigtimedwait pthread_tryjoin_np pthread_timedjoin_np
+    "its failure is one of its results": """opendir readdir kill nanosleep sigtimedwait pthread_tryjoin_np pthread_timedjoin_np
         pthread_cond_clockwait""",
     "advice, or a word to the person at the program": "madvise fprintf fputs fwrite stderr",
     "does not come back": "syscall",

@@ -267,7 +267,12 @@ TEST(StrictFiles, SavesAndStartsSayWhatFailed) {
   CRtdbManager fourth;
   EXPECT_FALSE(fourth.RtdbManagerInit(false, root.write("other.txt", schema_text({account_table()})).c_str()));
 
-  std::filesystem::remove(root.path("data/plant_Tank.txt"));
+  std::filesystem::rename(root.path("data/plant_Tank.txt"), root.path("data/Plant_tank.txt"));
+  EXPECT_EQ(manager.LoadAllCustomizedDB(0), 0);
+  EXPECT_TRUE(
+      events.has("error data/plant_Tank.txt text.case: there is no such file, but one is called \"Plant_tank.txt"))
+      << events.text();
+  std::filesystem::remove(root.path("data/Plant_tank.txt"));
   std::filesystem::create_directory(root.path("data/plant_Tank.txt"));
   EXPECT_FALSE(manager.SaveData(0));
   EXPECT_EQ(manager.LoadAllCustomizedDB(0), 0);

@@ -11,6 +11,7 @@
 
 #include "tests/store/ConnectionFixture.h"
 #include "tests/support/Child.h"
+#include "tests/support/Recorder.h"
 #include "tests/support/SilentServer.h"
 
 namespace {
@@ -36,15 +37,23 @@ TEST(Connection, ThreadsTakeNoSignalsAndEndWithTheirConnections) {
   EXPECT_EQ(threads(), before);
 }
 
-// Catches: attempts at a silent server that pile up, in a fork too, or keep other servers from being tried.
+// Catches: attempts at a silent server that pile up, in a fork too, or keep other servers from being tried; an event
+// for each attempt that is not even made.
 TEST(Connection, AttemptsAtASilentServerDoNotPileUp) {
   const std::ptrdiff_t before = threads();
   SilentServer silent;
   ConnectionFixture fixture(server("MainDB", 3, local(silent.port())) + kNoBackup);
-  for (int i = 0; i < 10; ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_LT(fixture.open(false), i < 3 ? 4 : kAtOnce);
-    EXPECT_EQ(fixture.mask, 0);
+  {
+    const Recorder events("");
+    for (int i = 0; i < 10; ++i) {
+      SCOPED_TRACE(i);
+      EXPECT_LT(fixture.open(false), i < 3 ? 4 : kAtOnce);
+      EXPECT_EQ(fixture.mask, 0);
+      EXPECT_STRNE(quillanest::last_failure(), "");
+    }
+    ASSERT_EQ(events.events.size(), 4U) << events.text();
+    EXPECT_EQ(events.events[2], "warning main store.open: the database cannot be opened: the server does not answer");
+    EXPECT_NE(events.events[3].find("tried only once a minute"), std::string::npos) << events.events[3];
   }
   EXPECT_EQ(silent.connections(), 3);
   EXPECT_LE(threads(), before + 3);

@@ -3,18 +3,29 @@
 
 #include <algorithm>
 #include <array>
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <memory>
 #include <new>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "quillanest/base/Text.h"
 #include "quillanest/platform/FileSizeSignal.h"
+#include "quillanest/platform/Path.h"
 #include "quillanest/platform/posix/Descriptor.h"
 
 namespace quillanest {
+namespace {
+
+struct CloseFolder {
+  void operator()(DIR *folder) const noexcept { closedir(folder); }
+};
+
+}  // namespace
 
 // Large files are read into large pages if the system has them: making small ones costs more than reading into them.
 FileText::FileText(std::size_t size) : size_(size) {
@@ -65,6 +76,18 @@ std::optional<std::int64_t> file_size(const std::string &path) {
 bool is_folder(const std::string &path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string name_in_other_case(const std::string &path) {
+  const std::string folder = folder_of(path);
+  const std::string name = path.substr(folder.size());
+  const std::unique_ptr<DIR, CloseFolder> entries(opendir(folder.empty() ? "." : folder.c_str()));
+  if (entries == nullptr) return {};
+  while (const dirent *entry = readdir(entries.get())) {
+    const std::string_view other = static_cast<const char *>(entry->d_name);
+    if (other != name && equal_ignoring_case(other, name)) return std::string(other);
+  }
+  return {};
 }
 
 std::uint64_t file_stamp(const std::string &path) {

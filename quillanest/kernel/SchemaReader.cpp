@@ -52,6 +52,7 @@ class SchemaReader {
                     " is negative, or more than a segment of 2 GB holds");
     }
     if (manager_.AddDataBase(database.get()) == 0) {
+      if (has_reported_error()) return false;  // a mutex that the system refuses
       return refuse("schema.databases", 1, "there are more than ", manager_.GetDataBaseMaxNum(), " databases");
     }
     (void)database.release();  // the manager owns it

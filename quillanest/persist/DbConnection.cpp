@@ -113,7 +113,11 @@ void CDbConnection::report_failed_open(int slot_number, const _com_error &error)
   if (slot_number == SLOT_BACKUP && !is_wanted(slot_number)) return;
   Sentence sentence;
   sentence.add("the database cannot be opened: ");
-  sentence.add(reason_of(error.ErrorMessage()).view());
+  if (is_wanted(slot_number)) {
+    sentence.add(reason_of(error.ErrorMessage()).view());
+  } else {
+    sentence.add("none is configured, and DataInFile is 0 or missing");
+  }
   const bool repeats = error.Error() == kSourceStillHangs;
   report(Severity::kWarning, "store.open", {slot_name(slot_number)}, sentence, repeats ? To::kThread : To::kHandler);
 }

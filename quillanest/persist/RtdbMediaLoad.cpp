@@ -1,5 +1,6 @@
 // Loading tables from the relational store.
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -53,6 +54,15 @@ void convert_value(const _field_attr &field, std::span<std::byte> value, const V
   }
 }
 
+// Whether a value of a store is in its field as a whole: a text that is not cut, an integer without a fraction.
+bool is_kept(const _field_attr &field, const Variant &column) {
+  if (const auto *text = std::get_if<std::string_view>(&column)) {
+    return kind_of(field.FieldType) != Kind::kText || static_cast<std::int64_t>(text->size()) < field.FieldSize;
+  }
+  const auto *number = std::get_if<double>(&column);
+  return number == nullptr || kind_of(field.FieldType) != Kind::kInteger || std::trunc(*number) == *number;
+}
+
 // An error names the field.
 void store_value(const _field_attr &field, std::span<std::byte> value, const Variant &column,
                  const PasswordCipher &cipher) {
@@ -81,18 +91,25 @@ class ColumnMap {
       if (column.index >= 0) continue;
       misfits.report_misfit("store.column", 0, "the store's table has no column ",
                             Quoted{block_text(column.field, offsetof(_field_attr, FieldName))},
-                            ", so the next save loses the rows");
+                            ", so the next save loses rows or values");
     }
     if (rows_.column_count() > columns_.size()) {
       misfits.report_misfit("store.column", 0, "the store's table has ", rows_.column_count(), " columns, the table ",
-                            columns_.size(), " fields, so the next save loses the rows");
+                            columns_.size(), " fields, so the next save loses rows or values");
     }
   }
 
   // Stores a row in the record at an address of the table.
-  void store_row(const TableView &view, std::byte *record, std::size_t row, const PasswordCipher &cipher) const {
+  void store_row(const TableView &view, std::byte *record, std::size_t row, const PasswordCipher &cipher,
+                 Misfits &misfits) const {
     for (const Column &column : columns_) {
-      store_value(column.field, view.value(record, column.field), value(row, column), cipher);
+      const Variant content = value(row, column);
+      store_value(column.field, view.value(record, column.field), content, cipher);
+      if (is_kept(column.field, content)) [[likely]]
+        continue;
+      misfits.report_misfit("store.value", 0, "the row with the ID ", view.key_of(record), ": the value of ",
+                            Quoted{block_text(column.field, offsetof(_field_attr, FieldName))},
+                            " is not kept as a whole");
     }
   }
 
@@ -168,15 +185,18 @@ void CRtdbMedia::store_rows(CRtTable &table, const TableView &view, int count) {
   const RowSet *set = connection_.rows();
   if (set == nullptr) return view.note_order(true);
   const ColumnMap map(view, *set);
-  map.warn(place_of(*TableView::database(table), table));
+  const std::string place = place_of(*TableView::database(table), table);
+  map.warn(place);
+  Misfits misfits(place, false);
   KeyOrder order(view);  // the store orders, but perhaps not by unsigned numbers
   for (int i = 0; i < count; ++i, connection_.MoveNext()) {
     std::byte *record = view.record(i);
     const std::size_t row = connection_.row();
-    named(table, *set, row, [&] { map.store_row(view, record, row, cipher_); });
+    named(table, *set, row, [&] { map.store_row(view, record, row, cipher_, misfits); });
     order.add(view.key_of(record));
   }
   order.complete();
+  (void)misfits.allow_all();
 }
 
 bool CRtdbMedia::LoadTable(CRtDataBase &database, CRtTable &table, int project) {

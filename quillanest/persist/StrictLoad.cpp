@@ -1,4 +1,5 @@
 // Loading in the strict mode.
+#include <algorithm>
 #include <utility>
 
 #include "quillanest/base/Report.h"
@@ -30,13 +31,10 @@ bool StrictStore::is_same(RecordCopy &main, RecordCopy &backup) {
                    " rows and backup none: the next save fills it");
     return true;
   }
-  bool same = main.count() == backup.count();
+  const std::int32_t both = std::min(main.count(), backup.count());
   std::int32_t at = 0;
-  while (same && at < main.count()) {
-    same = first_difference(fields_, main.record(at), backup.record(at)) == nullptr;
-    at += same ? 1 : 0;
-  }
-  if (same) return true;
+  while (at < both && first_difference(fields_, main.record(at), backup.record(at)) == nullptr) ++at;
+  if (at == main.count() && at == backup.count()) return true;
   report_error("store.differs", {name_}, "main has ", main.count(), " rows and backup ", backup.count(),
                ", and they differ from row ", at + 1,
                " on: say which one counts by BackDBType=-1, or by naming the "

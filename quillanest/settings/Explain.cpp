@@ -48,7 +48,10 @@ void explain(const Event &event, void *) {
   if (wanted == nullptr) return;
   const std::string_view name = wanted;
   if (name != "stderr") {
-    if (!is_absolute(name)) return;
+    if (!is_absolute(name)) {
+      (void)std::fputs("quillanest: QUILLANEST_EXPLAIN is neither \"stderr\" nor an absolute path\n", stderr);
+      return;
+    }
     g_file.add(name);
     if (g_file.view().size() < name.size()) return;  // a cut name would be that of another file
   }

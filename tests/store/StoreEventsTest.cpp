@@ -36,7 +36,7 @@ TEST_P(StoreEvents, OfColumns) {
   EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
   EXPECT_TRUE(
       events.has("warning plant.Item store.column: the store's table has no column \"Name\", so the next save "
-                 "loses the rows"))
+                 "loses rows or values"))
       << events.text();
   EXPECT_TRUE(image.item.SaveData(0));
   EXPECT_TRUE(events.has("warning plant_Item store.row: the record with the ID 1 is not saved: ")) << events.text();
@@ -45,6 +45,10 @@ TEST_P(StoreEvents, OfColumns) {
   image.run("INSERT INTO plant_Item (ID, Value, iProjectID) VALUES (1, 0, 0)");
   EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
   EXPECT_TRUE(events.has("warning plant.Item store.column: the store's table has 9 columns, the table 8 fields"))
+      << events.text();
+  image.run("UPDATE plant_Item SET Name = 'a text of seventeen'");
+  EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1);
+  EXPECT_TRUE(events.has("warning plant.Item store.value: the row with the ID 1: the value of \"Name\" is not kept"))
       << events.text();
 }
 

@@ -241,6 +241,14 @@ TEST(StrictStores, MainAndBackupStayEqual) {
     EXPECT_TRUE(events.has("error plant_Item store.differs: main has 1 rows and backup 1, and they differ from row 1"))
         << events.text();
     EXPECT_EQ(peek(image.item.GetAt(0), Item::kLevel), 3);
+    (void)image.stores[0]->run(
+        "INSERT INTO plant_Item (ID, Name, Level, Value, Pass, bModified, iProjectID, iEditStatus)"
+        " VALUES (2, '', 0, 0, '', 0, 0, 0)");
+    (void)image.stores[1]->run("UPDATE plant_Item SET Level = 1");
+    EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 0);
+    EXPECT_TRUE(events.has("error plant_Item store.differs: main has 2 rows and backup 1, and they differ from row 2"))
+        << events.text();
+    (void)image.stores[0]->run("DELETE FROM plant_Item WHERE ID = 2");
     (void)image.stores[1]->run("DELETE FROM plant_Item");
     EXPECT_EQ(image.manager->LoadAllCustomizedDB(0), 1) << "a new backup";
     EXPECT_TRUE(events.has("warning plant_Item store.differs: main has 1 rows and backup none")) << events.text();

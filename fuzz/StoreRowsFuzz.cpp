@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
@@ -17,6 +18,7 @@ namespace {
 
 using quillanest::model::Input;
 using quillanest::model::LastingImage;
+using quillanest::model::records_of;
 using quillanest::model::require;
 
 constexpr int kCapacity = 8;
@@ -64,9 +66,16 @@ std::vector<TableSpec> tables() {
 struct RowsImage : LastingImage {
   RowsImage() : LastingImage(tables()) {
     for (std::size_t i = 0; i < kColumns; ++i) rows.GetFieldAddress()[i].FieldSize = kTable[i].size;
-    root.configure("DataInFile=0\nRtdbDataPath=data/\n[RtdbMedia]\nMainDBType=1\nMainDBName=store.db\nBackDBType=-1\n");
+    const std::string key = root.write("key", "a key");
+    std::filesystem::permissions(key, std::filesystem::perms::owner_read);
+    configure("");
     (void)sqlite3_open(root.path("data/store.db").c_str(), &store);
     run("PRAGMA synchronous = OFF; PRAGMA journal_mode = MEMORY");
+  }
+  // `more` goes to section "Quillanest".
+  void configure(const std::string &more) const {
+    root.configure("DataInFile=0\nRtdbDataPath=data/\n" + more +
+                   "[RtdbMedia]\nMainDBType=1\nMainDBName=store.db\nBackDBType=-1\n");
   }
   void run(const std::string &statements) const {
     if (sqlite3_exec(store, statements.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
@@ -187,6 +196,30 @@ void check_return(RowsImage &image) {
   require(next == expected.end(), "records come back");
 }
 
+// In the strict mode a load that is false has changed nothing, and what one that is true has loaded comes back exactly.
+void check_strict(RowsImage &image, Input input) {
+  const bool has_more = input.choice(8) == 7;  // the column x
+  make_rows(image, input);
+  // A table may have no other column.
+  if (!has_more) (void)sqlite3_exec(image.store, "ALTER TABLE system_Rows DROP COLUMN x", nullptr, nullptr, nullptr);
+  image.configure("Strict=1\nPasswdKeyFile=key\n");
+  LastingImage::clear(image.rows, 'Z');
+  const auto area = [&] { return bytes_at(image.rows.GetDataAddress(), kCapacity * kRecordSize); };
+  const auto load = [&] { return quillanest::CRtdbMedia(image.manager).LoadTable(image.system, image.rows, 0); };
+  const std::string before = area();
+  if (!load()) {
+    require(area() == before && image.rows.GetRecordCount() == 0, "a load that is false changes nothing");
+  } else if (image.rows.SaveData(0)) {
+    const std::string saved = records_of(image.rows);
+    LastingImage::clear(image.rows, 'Z');
+    require(load(), "a strict save can be loaded strictly");
+    require(records_of(image.rows) == saved, "what a strict save has written comes back exactly");
+  } else {
+    require(*quillanest::last_failure() != '\0', "a save that is false has a reason");
+  }
+  image.configure("");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
@@ -206,6 +239,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
             "values stay in their fields");
   }
   check_return(image);
+  check_strict(image, Input(bytes, size));
   require(image.rest() == rest, "what lies around the records stays as it is");
   require(image.is_guard_whole(), "another database stays as it is");
   return 0;

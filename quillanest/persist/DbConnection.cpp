@@ -50,8 +50,10 @@ void CDbConnection::SetSection(const char *section) { section_ = section; }
 std::string CDbConnection::setting(int slot_number, std::string_view key, std::size_t size) const {
   std::string text = profile_text(ini_file_, section_, std::string(key_prefix(slot_number)) += key);
   if (text.size() >= size) {
-    report_warning("store.settings", {slot_name(slot_number)}, "the value of ", key, " has more than ", size - 1,
-                   " characters, and is cut");
+    if (!has_opened_) {
+      report_warning("store.settings", {slot_name(slot_number)}, "the value of ", key, " has more than ", size - 1,
+                     " characters, and is cut");
+    }
     text.resize(size - 1);
   }
   return text;
@@ -94,7 +96,7 @@ std::optional<std::string> CDbConnection::connection_string(int slot_number, con
 // A type of -1 says that there is no such database.
 void CDbConnection::report_no_source(int slot_number) const noexcept {
   const Slot &slot = slots_[static_cast<std::size_t>(slot_number)];
-  if (!is_wanted(slot_number)) return;
+  if (has_opened_ || !is_wanted(slot_number)) return;
   if (slot.type != DB_TYPE_INI_CONNSTR && dialect(slot_number).engine == EngineKind::kNone) {
     report_warning("store.settings", {slot_name(slot_number)}, "the type ", slot.type, " is not one of a database");
     return;
@@ -174,6 +176,7 @@ int CDbConnection::Open(bool firstOnly, const DataSource &data_source) {
     open_mask_ |= 1 << slot;
     if (firstOnly) break;
   }
+  has_opened_ = true;
   current_slot_ = (open_mask_ & 1) != 0 ? SLOT_MAIN : (open_mask_ & 2) != 0 ? SLOT_BACKUP : -1;
   return open_mask_;
 }

@@ -122,7 +122,7 @@ class QUILLANEST_API CRtDataBase {
   // Saves every table to the store that the configuration selects. False if not mapped, without a manager, or if a
   // table could not be saved.
   bool SaveData(int projectID);
-  // CommitProject on every table; always true.
+  // CommitProject on every table; always true, but with Strict=1 only if all were saved.
   bool CommitProject();
   // Writes the C header `directory`/NAME.h of this database, which must be mapped for its tables to appear in it;
   // docs/c-headers.md shows it. 1, also if the disk fills up on the way, which leaves a former file as it was; 0, with

@@ -188,13 +188,13 @@ class QUILLANEST_API CRtTable {
   void InitRecordDefault(char *record) const;
   // Saves this table to the store that the configuration selects. False if not attached or not saved.
   bool SaveData(int projectID);
-  // Turns the records of all projects into base data and saves the table. Always true; nothing happens to a table
-  // without "iProjectID" and "iEditStatus".
+  // Turns the records of all projects into base data and saves the table. Always true, but with Strict=1 only if it was
+  // saved; nothing happens to a table without "iProjectID" and "iEditStatus".
   bool CommitProject();
 
   // Write-through of one record; `record` holds TableSize bytes. Nothing is written, deliberately, because the
   // connection is never opened: InsertRecordToDb and UpdateRecordToDb return false, RemoveRecordInDb returns true if
-  // the database has a manager.
+  // the database has a manager, and with Strict=1 false.
   bool InsertRecordToDb(char *record);
   bool UpdateRecordToDb(char *record);
   bool RemoveRecordInDb(int key, int projectID);

@@ -11,6 +11,10 @@
 // image keeps it mapped: when the last manager that shares its catalogue is destroyed, every database segment that no
 // other object has mapped is gone. Another manager of the same process attaches to the image.
 //
+// With Strict=1 in the configuration, starts, loads, saves, merges and commits that would lose something in part are
+// false and change nothing, instead of what the comments below say: docs/strict.md. quillanest::last_failure() says
+// why.
+//
 // Every attribute of the image exists twice, in this object and, while the manager segment is mapped, in the image:
 // getters read the image's if it is mapped, setters write both.
 // Threads: a manager is used by one thread at a time.
@@ -138,9 +142,10 @@ class QUILLANEST_API CRtdbManager {
   // Loads write records without a lock: call them while no thread edits. Project 0 is the base data.
   int LoadSystemDB();                      // 1 and status "loaded", or 0
   int LoadAllCustomizedDB(int projectID);  // all databases but the system database; 1 and status "loaded", or 0
-  // True although single tables may have failed; false if there is no database.
+  // True although single tables may have failed; false if there is no database, and with Strict=1 if a table failed.
   bool SaveData(int projectID);
-  // Saves everything to text data files (`bToFile`) or to the relational store, regardless of the configuration.
+  // Saves everything to text data files (`bToFile`) or to the relational store, regardless of DataInFile: 1, or 0 as
+  // SaveData is false.
   int SaveDataTo(bool bToFile);
   // Merges a partial-update file into existing records: columns are found by name (by caption name if `bUseCName`), the
   // first one selects the record, `separator` separates values. True also if the file does not exist; false if database
@@ -150,7 +155,7 @@ class QUILLANEST_API CRtdbManager {
   // exist; false if database or table do not exist, if the file has no header or is not text, or if it is not known
   // whether there is a file.
   bool LoadTableData(unsigned int databaseID, unsigned int tableID, const char *path);
-  // Commits all projects of all tables. False if there is no database.
+  // Commits all projects of all tables. False if there is no database, and with Strict=1 if a save failed.
   bool CommitProject();
 
   // --- C headers ----------------------------------------------------------------------------------------------------

@@ -156,7 +156,7 @@ class CDbConnection {
   std::size_t row_ = 0;
   bool waits_once_ = false;
   bool has_opened_ = false;  // once; what the settings lack is reported the first time
-  Refusals refusals_;  // besides those of the connections
+  Refusals refusals_;        // besides those of the connections
   FixedText<300> failure_;
 };
 

@@ -66,6 +66,7 @@ bool StrictStore::each_slot(Work work) {
 // The records to save; their marks are remembered and cleared, in the image and in the copy.
 StrictStore::Batches StrictStore::choose(RecordCopy &records, int project, ModifiedMarks &marks) {
   Batches batches;
+  if (project == 0) batches[0] = {};  // base rows are looked at also if none is written
   for (std::int32_t i = 0; i < records.count(); ++i) {
     const std::span<std::byte> record = records.record(i);
     const std::int32_t owner = project_of(record);
@@ -135,8 +136,21 @@ bool StrictStore::comes_back(int slot, RecordCopy &records, const Batches &batch
     if (connection_.connection(slot)->refusals().count() > 0) return false;  // which are reported instead
     std::optional<RecordCopy> found = records_of(view_, fields_, rows, rows.row_count(), cipher_, name_);
     if (!found || !is_stored(*found, records, positions)) return false;
+    if (project == 0) warn_of_edits(*found, records, batches);
   }
   return true;
+}
+
+// Records with the edits of a project whose base row the store does not have, which a load of project 0 will not show.
+void StrictStore::warn_of_edits(RecordCopy &base, RecordCopy &records, const Batches &batches) {
+  std::set<std::uint32_t> keys;
+  for (const auto &[project, positions] : batches) {
+    for (const std::int32_t position : positions) keys.insert(records.key_at(position));
+  }
+  for (std::int32_t i = 0; i < base.count(); ++i) keys.erase(base.key_at(i));
+  if (keys.empty()) return;
+  report_warning("store.edits", {name_}, keys.size(),
+                 " records carry edits of projects and have no base row: a load of project 0 does not have them");
 }
 
 // Whether the records at these positions are among those found, which ascend.

@@ -47,6 +47,7 @@ class StrictStore {
   void delete_former(Connection &store, RecordCopy &records, const Batches &batches, bool whole);
   bool begin_inserts(int slot);
   bool comes_back(int slot, RecordCopy &records, const Batches &batches);
+  void warn_of_edits(RecordCopy &base, RecordCopy &records, const Batches &batches);
   bool is_stored(RecordCopy &found, RecordCopy &records, const std::vector<std::int32_t> &positions);
 
   std::optional<RecordCopy> read(int slot, std::int32_t project, std::size_t most_rows);

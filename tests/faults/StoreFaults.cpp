@@ -153,8 +153,9 @@ TEST_F(Faults, ServerStore) {
   const faults::Limits few{.calls = 10, .any = 12, .only_odbc = true};
   fail_each_call(SaveRows("S", 0), "SQLDriverConnect SQLExecDirect SQLEndTran", few);
   fail_each_call(LoadRows("S"), "SQLFetch SQLDescribeCol", few);
-  fail_each_call(SaveStrictly("S"), "SQLDriverConnect SQLExecDirect SQLEndTran SQLGetInfo", few);
-  fail_each_call(LoadStrictly("S"), "SQLFetch SQLDescribeCol", few);
+  const faults::Limits fewer{.calls = 4, .any = 6, .only_odbc = true};
+  fail_each_call(SaveStrictly("S"), "SQLDriverConnect SQLExecDirect SQLEndTran SQLGetInfo", fewer);
+  fail_each_call(LoadStrictly("S"), "SQLFetch SQLDescribeCol", fewer);
 }
 
 }  // namespace

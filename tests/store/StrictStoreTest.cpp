@@ -193,7 +193,10 @@ TEST_P(StrictStore, EditsOfProjectsAreNoBaseRows) {
   poke(image.item.GetAt(1), Item::kProject, 5);
   poke(image.item.GetAt(1), Item::kStatus, 3);
   poke(image.item.GetAt(0), Item::kLevel, 10);
+  const Recorder events(image.root.folder());
   ASSERT_TRUE(image.item.SaveData(0)) << quillanest::last_failure();
+  EXPECT_TRUE(events.has("warning plant_Item store.edits: 1 records carry edits of projects and have no base row"))
+      << events.text();
   ASSERT_TRUE(image.item.SaveData(0)) << quillanest::last_failure();
   EXPECT_EQ(image.stored(), "1|one|10|0|0|0\n2|two|2|0|0|0\n2|two|20|0|5|3\n3|new|3|0|5|2\n");
   ASSERT_EQ(image.manager->LoadAllCustomizedDB(0), 1);

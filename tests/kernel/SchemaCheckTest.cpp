@@ -6,39 +6,11 @@
 
 #include "quillanest/Check.h"
 #include "quillanest/Quillanest.h"
+#include "tests/support/PlantSchema.h"
 #include "tests/support/Recorder.h"
 #include "tests/support/TestRoot.h"
 
 namespace {
-
-const std::string kGood =
-    "#Database_Start\n"
-    "#Name=system Describe=S ID=1 Type=0 TableCount=2\n"
-    "#Name=plant Describe=P ID=2 Type=0 TableCount=1\n"
-    "#Database_Finish\n"
-    "#Table_Start\n"
-    "#DBID=1 NAME=users CNAME=U ID=104 INDEX=0 MAX=4 FIELDNUM=4\n"
-    "#DBID=1 NAME=rights CNAME=R ID=106 INDEX=1 MAX=4 FIELDNUM=2\n"
-    "#DBID=2 NAME=Pump CNAME=PP ID=10 INDEX=0 MAX=3 FIELDNUM=3\n"
-    "#Table_Finish\n"
-    "#Field_Start\n"
-    "#DBID=1 TABLEID=104 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4\n"
-    "#DBID=1 TABLEID=104 NAME=name CNAME=N ID=2 INDEX=1 TYPE=STRING SIZE=16\n"
-    "#DBID=1 TABLEID=104 NAME=password CNAME=P ID=3 INDEX=2 TYPE=PASSWD SIZE=44\n"
-    "#DBID=1 TABLEID=104 NAME=rightsID CNAME=R ID=4 INDEX=3 TYPE=STRING SIZE=28\n"
-    "#DBID=1 TABLEID=106 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4\n"
-    "#DBID=1 TABLEID=106 NAME=words CNAME=W ID=2 INDEX=1 TYPE=STRING SIZE=32\n"
-    "#DBID=2 TABLEID=10 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4\n"
-    "#DBID=2 TABLEID=10 NAME=Name CNAME=N ID=2 INDEX=1 TYPE=STRING SIZE=8\n"
-    "#DBID=2 TABLEID=10 NAME=Level CNAME=L ID=3 INDEX=2 TYPE=DOUBLE SIZE=8\n"
-    "#Field_Finish\n"
-    "the end\n";
-
-std::string changed(std::string text, const std::string &from, const std::string &to) {
-  const std::size_t at = text.find(from);
-  if (at == std::string::npos) throw std::runtime_error("nothing to change: " + from);
-  return text.replace(at, from.size(), to);
-}
 
 // "severity line:column code: text" of every finding, each on a line.
 std::string findings(const std::string &path) {
@@ -145,7 +117,7 @@ TEST(SchemaCheck, FindsMistakes) {
   for (const Mistake &mistake : kMistakes) {
     SCOPED_TRACE(std::string(mistake.to));
     TestRoot root;
-    const std::string path = root.write("plant.schema", changed(kGood, mistake.from, mistake.to));
+    const std::string path = root.write("plant.schema", changed(kPlantSchema, mistake.from, mistake.to));
     const std::string found = findings(path);
     std::string rest = found;
     std::string wanted = mistake.findings;
@@ -173,9 +145,9 @@ TEST(SchemaCheck, FindsMistakes) {
 // Catches: findings in a file without mistakes.
 TEST(SchemaCheck, AcceptsWhatIsRight) {
   TestRoot root;
-  EXPECT_EQ(findings(root.write("plant.schema", kGood)), "");
-  EXPECT_EQ(findings(root.write("plant.schema", changed(kGood, "the end\n", "the end"))), "");
-  std::string windows = kGood;
+  EXPECT_EQ(findings(root.write("plant.schema", kPlantSchema)), "");
+  EXPECT_EQ(findings(root.write("plant.schema", changed(kPlantSchema, "the end\n", "the end"))), "");
+  std::string windows = kPlantSchema;
   for (std::size_t at = 0; (at = windows.find('\n', at)) != std::string::npos; at += 2) windows.insert(at, "\r");
   EXPECT_EQ(findings(root.write("plant.schema", windows)), "");
   for (const char *example : {"examples/hello/stations.schema", "examples/plant/plant.schema"}) {
@@ -188,7 +160,7 @@ TEST(SchemaCheck, FindsSharedStores) {
   TestRoot root;
   const std::string path =
       root.write("plant.schema",
-                 changed(changed(changed(kGood, "Name=plant Describe=P ID=2 Type=0 TableCount=1\n",
+                 changed(changed(changed(kPlantSchema, "Name=plant Describe=P ID=2 Type=0 TableCount=1\n",
                                          "Name=plant Describe=P ID=2 Type=0 TableCount=1\n#Name=Plant_old "
                                          "Describe=P ID=3 Type=0 TableCount=1\n"),
                                  "NAME=Pump", "NAME=old_Values"),

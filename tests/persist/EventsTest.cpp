@@ -10,41 +10,13 @@
 #include <vector>
 
 #include "tests/kernel/TableFixture.h"
+#include "tests/support/PlantSchema.h"
 #include "tests/support/Recorder.h"
 
 namespace {
 
-const std::string kSchema =
-    "#Database_Start\n"
-    "#Name=system Describe=S ID=1 Type=0 TableCount=2\n"
-    "#Name=plant Describe=P ID=2 Type=0 TableCount=1\n"
-    "#Database_Finish\n"
-    "#Table_Start\n"
-    "#DBID=1 NAME=users CNAME=U ID=104 INDEX=0 MAX=4 FIELDNUM=4\n"
-    "#DBID=1 NAME=rights CNAME=R ID=106 INDEX=1 MAX=4 FIELDNUM=2\n"
-    "#DBID=2 NAME=Pump CNAME=PP ID=10 INDEX=0 MAX=3 FIELDNUM=3\n"
-    "#Table_Finish\n"
-    "#Field_Start\n"
-    "#DBID=1 TABLEID=104 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4 Default=\n"
-    "#DBID=1 TABLEID=104 NAME=name CNAME=N ID=2 INDEX=1 TYPE=STRING SIZE=16\n"
-    "#DBID=1 TABLEID=104 NAME=password CNAME=P ID=3 INDEX=2 TYPE=PASSWD SIZE=44\n"
-    "#DBID=1 TABLEID=104 NAME=rightsID CNAME=R ID=4 INDEX=3 TYPE=STRING SIZE=28\n"
-    "#DBID=1 TABLEID=106 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4\n"
-    "#DBID=1 TABLEID=106 NAME=words CNAME=W ID=2 INDEX=1 TYPE=STRING SIZE=32\n"
-    "#DBID=2 TABLEID=10 NAME=ID CNAME=K ID=1 INDEX=0 TYPE=UINT SIZE=4\n"
-    "#DBID=2 TABLEID=10 NAME=Name CNAME=N ID=2 INDEX=1 TYPE=STRING SIZE=8\n"
-    "#DBID=2 TABLEID=10 NAME=Level CNAME=L ID=3 INDEX=2 TYPE=DOUBLE SIZE=8\n"
-    "#Field_Finish\n"
-    "the end\n";
-
-std::string changed(std::string text, const std::string &from, const std::string &to) {
-  const std::size_t at = text.find(from);
-  if (at == std::string::npos) throw std::runtime_error("nothing to change: " + from);
-  return text.replace(at, from.size(), to);
-}
-
 struct Plant {
-  explicit Plant(const std::string &schema = kSchema) { root.write("plant.schema", schema); }
+  explicit Plant(const std::string &schema = kPlantSchema) { root.write("plant.schema", schema); }
   bool start() { return manager.RtdbManagerInit(false, root.path("plant.schema").c_str()); }
 
   TestRoot root;
@@ -90,7 +62,7 @@ TEST(Events, OfASchema) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.to);
-    Plant plant(changed(kSchema, row.from, row.to));
+    Plant plant(changed(kPlantSchema, row.from, row.to));
     const Recorder recorder(plant.root.folder());
     EXPECT_EQ(plant.start(), row.starts);
     EXPECT_TRUE(recorder.has(row.event)) << recorder.text();
@@ -222,7 +194,7 @@ TEST(Events, OfALogin) {
        "error system login.rights: records of the rights' table 106 have 35 bytes"},
   };
   for (const auto &row : rows) {
-    Plant plant(changed(kSchema, row.from, row.to));
+    Plant plant(changed(kPlantSchema, row.from, row.to));
     ASSERT_TRUE(plant.start());
     const Recorder recorder(plant.root.folder());
     EXPECT_EQ(plant.manager.UserLogin("ann", "x"), 0);
@@ -238,7 +210,7 @@ TEST(Events, OfALogin) {
 // Catches: a handler whose exception or whose own calls change a result, a failure of one thread that another one sees,
 // one that outlives the next operation.
 TEST(Events, HandlersAndThreadsAreApart) {
-  Plant plant(changed(kSchema, "TYPE=DOUBLE", "TYPE=DUOBLE"));
+  Plant plant(changed(kPlantSchema, "TYPE=DOUBLE", "TYPE=DUOBLE"));
   quillanest::set_event_handler(
       [](const quillanest::Event &event, void *) {
         if (event.size < sizeof(quillanest::Event)) return;
@@ -255,7 +227,7 @@ TEST(Events, HandlersAndThreadsAreApart) {
   std::thread([&] { other = quillanest::last_failure(); }).join();
   EXPECT_EQ(other, "");
   CRtdbManager again;
-  plant.root.write("plant.schema", kSchema);
+  plant.root.write("plant.schema", kPlantSchema);
   plant.manager.DestroyMemory();
   EXPECT_TRUE(again.RtdbManagerInit(false, plant.root.path("plant.schema").c_str()));
   EXPECT_STREQ(quillanest::last_failure(), "");
